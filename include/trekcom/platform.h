@@ -125,6 +125,9 @@ protected:
     // For backends: bytes arrived, or the line reported an error.
     void Received(const std::string& bytes);
     void Line_Error(std::int16_t event);
+    // For backends: a failure outside Open_Device/Apply_Line (a write that
+    // failed or timed out, a line that hung up), for Last_Error() to report.
+    void Record_Error(const std::string& message) { last_error_ = message; }
 
     Platform& platform_;
 
