@@ -53,6 +53,7 @@ std::optional<Bytes> Unstuff_Frame(std::string_view frame) {
     out.push_back(static_cast<std::uint8_t>(frame[0]));
     out.push_back(static_cast<std::uint8_t>(frame[1]));
     const bool expanded = out[1] == kExpandedId;
+    if (expanded && frame.size() < kFrameOverhead) return std::nullopt;
     // 1-based position of the checksum: the last one to fill.
     std::size_t last = expanded ? frame.size() - 2 : 0;
     bool skipped_dle = false;

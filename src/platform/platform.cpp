@@ -6,6 +6,8 @@
 #include <charconv>
 #include <iostream>
 #include <limits>
+#include <string_view>
+#include <cctype>
 
 namespace trekcom {
 
@@ -126,7 +128,8 @@ std::string SerialPort::Device_Name() const {
 }
 
 bool SerialPort::Parse_Settings(const std::string& text, Line_Settings& out) {
-    // "baud,parity,data,stop" with optional blanks around the parts.
+    // "baud,parity,data,stop" with optional blanks; parts left off keep
+    // N, 8 and 1, so "9600" alone means "9600,N,8,1".
     std::vector<std::string> parts;
     std::string cur;
     for (char c : text) {
@@ -138,20 +141,23 @@ bool SerialPort::Parse_Settings(const std::string& text, Line_Settings& out) {
         }
     }
     parts.push_back(cur);
-    if (parts.size() != 4) return false;
+    if (parts.size() > 4) return false;
+    parts.resize(4);
     auto number = [](const std::string& s, auto& value) {
         auto [p, ec] = std::from_chars(s.data(), s.data() + s.size(), value);
         return ec == std::errc() && p == s.data() + s.size();
     };
     Line_Settings s;
     if (!number(parts[0], s.baud) || s.baud <= 0) return false;
-    if (parts[1].size() != 1) return false;
-    s.parity = static_cast<char>(std::toupper(static_cast<unsigned char>(parts[1][0])));
-    if (std::string("NEOMS").find(s.parity) == std::string::npos) return false;
-    if (!number(parts[2], s.data_bits) || s.data_bits < 5 || s.data_bits > 8) return false;
+    if (!parts[1].empty()) {
+        if (parts[1].size() != 1) return false;
+        s.parity = static_cast<char>(std::toupper(static_cast<unsigned char>(parts[1][0])));
+        if (std::string_view("NEOMS").find(s.parity) == std::string_view::npos) return false;
+    }
+    if (!parts[2].empty() && (!number(parts[2], s.data_bits) || s.data_bits < 5 || s.data_bits > 8)) return false;
     if (parts[3] == "1.5") {
         s.stop_bits = 15;  // one and a half
-    } else if (!number(parts[3], s.stop_bits) || (s.stop_bits != 1 && s.stop_bits != 2)) {
+    } else if (!parts[3].empty() && (!number(parts[3], s.stop_bits) || (s.stop_bits != 1 && s.stop_bits != 2))) {
         return false;
     }
     out = s;

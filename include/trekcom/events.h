@@ -1,0 +1,56 @@
+// The control's events. A host derives from TrekcomCtlEvents, overrides what
+// it wants and calls ctl.Advise(sink). Every argument is passed by reference;
+// where the control reads an argument back after the call, the event says so.
+// Events are raised on the host's thread, from inside the control's methods
+// or the platform's loop; a handler may call the control again.
+//
+// Dispatch identifiers, in the order a container numbers them:
+//   1 vcReceive   2 Receive     3 HexDebug        4 NMEA
+//   5 cError      6 vcError     7 ReceiveCounts
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "trekcom/types.h"
+
+namespace trekcom {
+
+class TrekcomCtlEvents {
+public:
+    virtual ~TrekcomCtlEvents() = default;
+
+    // Every received packet as text, one char per byte (raised after Receive).
+    virtual void vcReceive(std::string& Packet) { (void)Packet; }
+    // Every received packet that unstuffed: DLE, id, size, data, checksum, DLE, ETX.
+    virtual void Receive(Bytes& Packet) { (void)Packet; }
+    // One packet trace line or diagnostic note.
+    virtual void HexDebug(std::string& dbgText) { (void)dbgText; }
+    // One NMEA sentence or text line; chkerr is true when its checksum was checked and good.
+    virtual void NMEA(std::string& Sentence, bool& chkerr) {
+        (void)Sentence;
+        (void)chkerr;
+    }
+    // An operation could not go on: code, translated message, the packet concerned.
+    virtual void cError(std::int16_t& cErr, std::string& message, Bytes& Packet) {
+        (void)cErr;
+        (void)message;
+        (void)Packet;
+    }
+    // The same error with the packet as text (raised after cError).
+    virtual void vcError(std::int16_t& cErr, std::string& message, std::string& Packet) {
+        (void)cErr;
+        (void)message;
+        (void)Packet;
+    }
+    // Record counts: waypoints, proximity waypoints, routes, tracks (-1: not supported).
+    virtual void ReceiveCounts(std::int16_t& wCount, std::int16_t& pCount, std::int16_t& rCount,
+                               std::int16_t& tCount) {
+        (void)wCount;
+        (void)pCount;
+        (void)rCount;
+        (void)tCount;
+    }
+};
+
+}  // namespace trekcom

@@ -1,0 +1,8 @@
+// Everything public in Trekcom.
+#pragma once
+
+#include "trekcom/TrekcomCtl.h"
+#include "trekcom/events.h"
+#include "trekcom/platform.h"
+#include "trekcom/types.h"
+#include "trekcom/virtual_platform.h"

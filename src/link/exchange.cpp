@@ -1,0 +1,210 @@
+// The command exchange: every packet leaves through Send_Packet, which
+// remembers it for re-sending, arms the watchdog and, when asked, waits for
+// the answer while the host's loop keeps running.
+#include <cstdio>
+
+#include "link/framing.h"
+#include "link/link.h"
+
+namespace trekcom::link {
+
+namespace {
+std::string Hex2(std::uint8_t value) {
+    char text[3];
+    std::snprintf(text, sizeof text, "%02X", value);
+    return text;
+}
+}  // namespace
+
+const std::array<std::string, 7> Link::BaudList = {"4800,N,8,1",  "9600,N,8,1",  "19200,N,8,1", "28800,N,8,1",
+                                                   "38400,N,8,1", "57600,N,8,1", "115200,N,8,1"};
+
+Link::Link(Platform& platform, SerialPort& comGarmin, Timer& tmrTimeout, const Packet_Ids& ids, Link_Host& host)
+    : platform_(platform), port_(comGarmin), timer_(tmrTimeout), ids_(ids), host_(host) {
+    timer_.Interval(time_out_ms_);
+    timer_.Tick = [this] { Watchdog_Tick(); };
+    port_.OnComm = [this] { OnComm(); };
+    Build_Fixed_Packets();
+}
+
+void Link::Build_Fixed_Packets() {
+    // ACK and NAK carry the answered id and a second data byte 0.
+    AckPacket = Make_Packet(ids_.PID_Ack_Byte, {0, 0});
+    NakPacket = Make_Packet(ids_.PID_Nak_Byte, {0, 0});
+    PingPacket = Make_Packet(ids_.PID_Command_Data, {0, 0});
+    BaudPacket = Make_Packet(ids_.CMND_Change_Baud, {0, 0, 0, 0});
+}
+
+void Link::Time_Out(std::int16_t ms) {
+    if (ms >= 2000 && ms <= 5000) {
+        time_out_ms_ = ms;
+        return;
+    }
+    time_out_ms_ = 2000;
+    platform_.MsgBox(host_.xLate("Time out must be from 2000 to 5000 ms. Set to 2000 ms"));
+}
+
+double Link::Wait_Period_ms(std::int32_t WaitTime) {
+    return WaitTime < 30 ? WaitTime * 1000.0 : static_cast<double>(WaitTime);
+}
+
+void Link::Stop_Watchdog() {
+    timer_.Enabled(false);
+    timer_.Interval(time_out_ms_);
+    RetryCount = 0;
+}
+
+void Link::Restart_Watchdog() {
+    Stop_Watchdog();
+    if (!UserFlowControl) timer_.Enabled(true);
+}
+
+bool Link::Send_Packet(Bytes packet, std::uint8_t& Response, std::int32_t WaitTime) {
+    port_.RThreshold(0);
+    if (Serial() && !port_.PortOpen()) PortOpen();
+    if (packet.size() < kFrameOverhead) {  // not even a frame: nothing to send
+        port_.RThreshold(1);
+        return false;
+    }
+    Seal_Packet(packet);
+    LastPacket = packet;
+    LastResponse = Response;
+    LastWaitTime = WaitTime;
+    if (Serial()) Trace_Packet(packet, "O");
+
+    const std::uint8_t id = packet[1];
+    if (id != ids_.PID_Ack_Byte) {
+        // Re-armed without clearing RetryCount: a re-send from the watchdog
+        // must still end in an error when the second period passes silently.
+        timer_.Enabled(false);
+        timer_.Interval(time_out_ms_);
+        if (!UserFlowControl) timer_.Enabled(true);
+        const bool command = id == ids_.PID_Command_Data && packet[2] >= 1;
+        const bool no_answer = (command && (packet[3] == ids_.CMND_Turn_Off_Pwr || packet[3] == ids_.CMND_Stop_Pvt_Data)) ||
+                               id == ids_.PID_Xfer_Cmplt || UserFlowControl;
+        if (no_answer) Stop_Watchdog();
+    }
+
+    auto write = [&] {
+        if (Serial())
+            Write_Wire(packet);
+        else
+            host_.USB_Write(packet);
+    };
+    if (id == ids_.PID_Ack_Byte || id == ids_.PID_Nak_Byte) {
+        write();
+        port_.RThreshold(1);
+        return true;
+    }
+    if (Response == 0) {
+        write();
+        port_.RThreshold(1);
+        return true;
+    }
+    Stop_Watchdog();
+    port_.RThreshold(0);  // the wait alone reads the port
+    write();
+    if (Response == 2) {
+        // Written, not awaited: the answer is left to the receive handler.
+        port_.RThreshold(1);
+        return false;
+    }
+    bool success = false;
+    if (Serial()) {
+        success = Wait_Response(Response, WaitTime);
+    } else {
+        success = host_.USB_Wait(Response, WaitTime);
+        if (!success) {
+            const std::uint8_t command = packet[2] >= 1 ? packet[3] : 0;
+            host_.Raise_HexDebug(host_.xLate("No Response to Command ") + Hex2(id) + " " + Hex2(command) +
+                                 ", expecting PID-&H" + Hex2(Response));
+        }
+    }
+    Response = 0;
+    return success;
+}
+
+bool Link::Wait_Response(std::uint8_t expected, std::int32_t WaitTime) {
+    if (WaitTime < 1) WaitTime = time_out_ms_;
+    const double period_ms = Wait_Period_ms(WaitTime);
+    double start_ms = platform_.Now_ms();
+    std::string local;
+    constexpr std::string_view kDleEtx("\x10\x03", 2);
+    while (!Terminating) {
+        if (!port_.PortOpen()) {
+            port_.RThreshold(1);
+            return false;
+        }
+        local += port_.Input();
+        std::size_t end = local.find(kDleEtx);
+        if (end != std::string::npos && end >= 1 && local[end - 1] == static_cast<char>(DLE))
+            end = local.find(kDleEtx, end + 2);  // one look past a stuffed 16; the parser judges the rest
+        if (end != std::string::npos) {
+            const std::string frame = local.substr(0, end + kDleEtx.size());
+            local.erase(0, frame.size());
+            const auto id = static_cast<std::uint8_t>(frame.size() > 1 ? frame[1] : 0);
+            Parse_Input(frame);
+            if (id == ids_.PID_Nak_Byte) start_ms = platform_.Now_ms();  // re-sent: the period starts again
+            if (id == expected) {
+                if (!local.empty()) Parse_Input(local);
+                port_.RThreshold(1);
+                return true;
+            }
+        }
+        if (platform_.Now_ms() > start_ms + period_ms) break;
+        platform_.DoEvents();
+    }
+    host_.Raise_HexDebug(host_.xLate("Time-out. expecting PID-&H") + Hex2(expected));
+    Parse_Input(local);
+    // Late answers still go through the receive handler.
+    port_.RThreshold(1);
+    return false;
+}
+
+void Link::Watchdog_Tick() {
+    ++RetryCount;
+    ReceiveBuffer.Clear();
+    etx_scan_from_ = 0;
+    if (RetryCount >= 2) {
+        Stop_Watchdog();
+        Report(0, NMEAMode ? "No longer receiving NMEA/TEXT data" : "No response from device", LastPacket);
+        return;
+    }
+    if (NMEAMode) return;
+    if (UserFlowControl) RetryCount = 0;
+    if (DebugLog)
+        host_.Raise_HexDebug(host_.xLate("Re-try after ") + std::to_string(timer_.Interval()) + " ms");
+    if (LastPacket.size() > 1 && LastPacket[1] == ids_.PID_Ack_Byte) {
+        std::uint8_t none = 0;
+        Send_Packet(AckPacket, none, 0);
+    } else {
+        std::uint8_t response = LastResponse;
+        Send_Packet(LastPacket, response, LastWaitTime);
+    }
+}
+
+void Link::No_Response() {
+    Stop_Watchdog();
+    Report(0, "No response from device", LastPacket);
+}
+
+void Link::Send(const Bytes& packet, std::uint8_t Response, std::int32_t WaitTime) {
+    if (!Send_Packet(packet, Response, WaitTime) && WaitTime >= 1) Report(0, "No response from device", LastPacket);
+}
+
+void Link::Reset() {
+    host_.Clear_Error_Latch();
+    port_.InBufferCount(0);
+    ReceiveBuffer.Clear();
+    etx_scan_from_ = 0;
+    timer_.Enabled(false);
+    timer_.Interval(time_out_ms_);
+    std::uint8_t response = ids_.PID_Ack_Byte;
+    if (!Send_Packet(PingPacket, response, 0)) No_Response();
+}
+
+void Link::WaitFor(std::int32_t WaitTime) {
+    platform_.Run_Until([this] { return Terminating; }, Wait_Period_ms(WaitTime));
+}
+
+}  // namespace trekcom::link

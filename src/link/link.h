@@ -1,0 +1,138 @@
+// The serial link: the receive parser, the command exchange with its
+// watchdog and re-sends, and the port's opening and baud-rate search.
+//
+// One Link belongs to one control. It runs on the host's thread; waits pump
+// the platform's loop, so the host's handlers (and this class's own receive
+// handler and watchdog) may run inside them. What keeps that harmless: while
+// a wait reads the port itself the port's RThreshold is 0, so the receive
+// handler stays quiet; the platform never re-enters a timer's tick.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "link/link_host.h"
+#include "link/packet_ids.h"
+#include "trekcom/platform.h"
+#include "trekcom/types.h"
+
+namespace trekcom::link {
+
+// Bytes received and not yet consumed. Consuming from the front is cheap, so
+// a large chunk holding thousands of frames parses in linear time.
+class Receive_Buffer {
+public:
+    std::string_view View() const { return std::string_view(data_).substr(head_); }
+    std::size_t size() const { return data_.size() - head_; }
+    bool empty() const { return size() == 0; }
+    char operator[](std::size_t i) const { return data_[head_ + i]; }
+    std::size_t Find(std::string_view needle, std::size_t from = 0) const { return View().find(needle, from); }
+    std::size_t Find(char c, std::size_t from = 0) const { return View().find(c, from); }
+
+    void Append(std::string_view bytes);
+    void Consume(std::size_t n);
+    void Clear();
+
+private:
+    std::string data_;
+    std::size_t head_ = 0;
+};
+
+class Link {
+public:
+    Link(Platform& platform, SerialPort& comGarmin, Timer& tmrTimeout, const Packet_Ids& ids, Link_Host& host);
+    Link(const Link&) = delete;
+    Link& operator=(const Link&) = delete;
+
+    // ---- properties: plain stores; port ones take effect at the next PortOpen
+    std::int16_t Port = 1;
+    std::string Port_Name;
+    std::string Settings = "9600,N,8,1";
+    bool RTSEnable = false;
+    bool DTREnable = false;
+    Handshaking_Values Handshaking = Handshaking_Values::comNone;
+    bool UserFlowControl = false;
+    bool DebugLog = false;
+    // 2000..5000 ms; anything else becomes 2000 with a message box.
+    std::int16_t Time_Out() const { return time_out_ms_; }
+    void Time_Out(std::int16_t ms);
+
+    // ---- state
+    Receive_Buffer ReceiveBuffer;
+    bool NMEAMode = false;
+    std::int32_t NakCount = 0;
+    std::int16_t NMEAErrorCount = 0;
+    std::int32_t RetryCount = 0;
+    Bytes LastPacket;
+    Bytes AckPacket;
+    Bytes NakPacket;
+    bool RawSuppressed = false;
+    double LastTraceTime = 0;  // seconds since midnight
+    std::uint8_t LastResponse = 0;
+    std::int32_t LastWaitTime = 0;
+    Bytes PingPacket;
+    Bytes BaudPacket;  // the change-baud request
+    static const std::array<std::string, 7> BaudList;
+    // Set while the control is being destroyed: waits give up at once.
+    bool Terminating = false;
+
+    // Builds the fixed packets from the ids in force.
+    void Build_Fixed_Packets();
+
+    // ---- receive path
+    // The port's receive event.
+    void OnComm();
+    // Appends a chunk and consumes at most one packet or line.
+    void Parse_Input(std::string_view chunk);
+    // Unstuffs, traces, acknowledges or refuses, and dispatches one frame.
+    // Returns whether the frame unstuffed (packet is then filled).
+    bool Process_Packet(std::string_view frame, Bytes& packet);
+    // One trace line as HexDebug (only with DebugLog on, except ":" notes).
+    void Trace_Packet(const Bytes& packet, std::string_view direction);
+
+    // ---- command exchange
+    // The one way out for every packet. Response: 0 no wait, 2 write and
+    // return false, any other id: wait for it (then set to 0).
+    bool Send_Packet(Bytes packet, std::uint8_t& Response, std::int32_t WaitTime);
+    bool Wait_Response(std::uint8_t expected, std::int32_t WaitTime);
+    void Watchdog_Tick();
+    void No_Response();
+    void Send(const Bytes& packet, std::uint8_t Response, std::int32_t WaitTime);
+    void Reset();
+    void WaitFor(std::int32_t WaitTime);
+
+    // ---- port
+    bool PortOpen();
+    void PortClose();
+    std::int32_t FindBaud(std::string& isettings);
+    bool Change_Baud_Rate(std::int32_t Baud);
+
+    // A wait value in milliseconds: below 30 is seconds, else milliseconds.
+    static double Wait_Period_ms(std::int32_t WaitTime);
+    // The leading baud number of a settings text ("9600,N,8,1" -> 9600).
+    static std::int32_t Baud_Of(const std::string& settings);
+
+private:
+    void Packet_Path();
+    void Line_Path(std::size_t line_start);
+    void Stop_Watchdog();
+    void Restart_Watchdog();
+    void Write_Wire(const Bytes& packet);
+    void Answer(Bytes& templ, std::uint8_t id, bool remember);
+    void Report(std::int16_t code, const std::string& phrase, const Bytes& packet);
+    bool Serial() const { return Port > 0; }
+    bool Multi_Record(std::uint8_t id) const;
+    bool Streamed(std::uint8_t id) const;
+
+    Platform& platform_;
+    SerialPort& port_;
+    Timer& timer_;
+    const Packet_Ids& ids_;
+    Link_Host& host_;
+    std::int16_t time_out_ms_ = 2000;
+    std::size_t etx_scan_from_ = 0;  // no DLE ETX before this offset of the buffer
+};
+
+}  // namespace trekcom::link

@@ -1,0 +1,125 @@
+// The serial port: opening it with the control's line settings, closing it,
+// finding the receiver's baud rate and asking it to change.
+#include <charconv>
+
+#include "link/framing.h"
+#include "link/link.h"
+
+namespace trekcom::link {
+
+namespace {
+constexpr std::int16_t kBufferSize = 8192;
+constexpr std::int32_t kSettleMs = 50;  // lets the line settle after opening
+}  // namespace
+
+std::int32_t Link::Baud_Of(const std::string& settings) {
+    std::size_t begin = settings.find_first_not_of(' ');
+    if (begin == std::string::npos) return 0;
+    std::int32_t baud = 0;
+    std::from_chars(settings.data() + begin, settings.data() + settings.size(), baud);
+    return baud;
+}
+
+bool Link::PortOpen() {
+    host_.Clear_Error_Latch();
+    RawSuppressed = false;
+    bool opened = false;
+    if (Serial()) {
+        if (port_.PortOpen()) port_.PortOpen(false);
+        port_.RTSEnable(RTSEnable);
+        port_.DTREnable(DTREnable);
+        port_.Handshaking(Handshaking);
+        port_.Settings(Settings);
+        port_.CommPort(Port);
+        port_.Port_Name(Port_Name);
+        port_.RThreshold(0);
+        port_.SThreshold(0);
+        port_.InBufferSize(kBufferSize);
+        port_.OutBufferSize(kBufferSize);
+        port_.InputLen(0);
+        port_.InBufferCount(0);
+        port_.PortOpen(true);
+        if (!port_.PortOpen()) {
+            // The system's reason goes to the trace; the event carries the message.
+            Trace_Packet({}, "!" + port_.Last_Error());
+            host_.Raise_Error(0, host_.xLate("Unable to open port ") + std::to_string(Port), {});
+        } else {
+            WaitFor(kSettleMs);
+            ReceiveBuffer.Clear();
+            port_.InBufferCount(0);
+            port_.RThreshold(1);
+            opened = true;
+        }
+    } else {
+        opened = host_.USB_Open();
+        if (opened) RetryCount = 0;
+    }
+    ReceiveBuffer.Clear();
+    etx_scan_from_ = 0;
+    return opened;
+}
+
+void Link::PortClose() {
+    host_.Clear_Error_Latch();
+    Stop_Watchdog();
+    if (Serial()) {
+        port_.RThreshold(0);
+        port_.SThreshold(0);
+        port_.PortOpen(false);
+        port_.InBufferCount(0);
+        port_.OutBufferCount(0);
+    } else {
+        host_.USB_Close();
+    }
+}
+
+std::int32_t Link::FindBaud(std::string& isettings) {
+    host_.Clear_Error_Latch();
+    PortClose();
+    Settings = isettings;
+    if (!PortOpen()) return 0;
+    std::uint8_t response = ids_.PID_Ack_Byte;
+    if (Send_Packet(PingPacket, response, 0)) return Baud_Of(Settings);
+
+    host_.Raise_HexDebug(host_.xLate("Negotiating Baud Rate"));
+    for (const std::string& entry : BaudList) {
+        Settings = entry;
+        if (!PortOpen()) return 0;
+        response = ids_.PID_Ack_Byte;
+        if (Send_Packet(PingPacket, response, 0)) return Baud_Of(entry);
+        // A receiver talking NMEA at this rate does not answer pings, but its
+        // sentences are readable: that is the rate too.
+        if (ReceiveBuffer.Find('$') != std::string_view::npos &&
+            ReceiveBuffer.Find(std::string_view("\r\n", 2)) != std::string_view::npos)
+            return Baud_Of(entry);
+    }
+    host_.Raise_Error(0,
+                      host_.xLate("Can't determine present GPS baud rate.") + "\r\n" +
+                          host_.xLate("Power GPS off/on to reset to 9600,N,8,1"),
+                      {});
+    Settings = "9600";
+    // The port is left open at 9600 baud, ready for a receiver that is reset.
+    if (port_.PortOpen()) PortOpen();
+    return 9600;
+}
+
+bool Link::Change_Baud_Rate(std::int32_t Baud) {
+    host_.Clear_Error_Latch();
+    const std::string saved = Settings;
+    for (int i = 0; i < 4; ++i) BaudPacket[3 + i] = static_cast<std::uint8_t>(static_cast<std::uint32_t>(Baud) >> (8 * i));
+    std::uint8_t response = ids_.PID_Baud_Reply;
+    if (!Send_Packet(BaudPacket, response, 0)) return false;
+
+    PortClose();
+    Settings = std::to_string(Baud) + ",N,8,1";
+    if (PortOpen()) {
+        response = ids_.PID_Ack_Byte;
+        if (Send_Packet(PingPacket, response, 0)) return true;
+        PortClose();
+    }
+    Settings = saved;
+    PortOpen();
+    return false;
+}
+
+}  // namespace trekcom::link

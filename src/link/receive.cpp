@@ -1,0 +1,244 @@
+// The receive path: the port's receive event, the frame parser and the
+// per-packet processing (acknowledge, refuse, dispatch).
+#include <algorithm>
+
+#include "link/framing.h"
+#include "link/link.h"
+
+namespace trekcom::link {
+
+namespace {
+constexpr std::string_view kDleEtx("\x10\x03", 2);
+constexpr std::string_view kCrLf("\r\n", 2);
+// An NMEA sentence is at most 82 characters with its CR LF: a line start
+// that has not ended by then is noise.
+constexpr std::size_t kMaxLine = 83;
+constexpr int kMaxNaks = 6;
+}  // namespace
+
+// ---------------------------------------------------------------- Receive_Buffer
+
+void Receive_Buffer::Append(std::string_view bytes) {
+    if (head_ > 0 && head_ >= data_.size() / 2) {
+        data_.erase(0, head_);
+        head_ = 0;
+    }
+    data_.append(bytes);
+}
+
+void Receive_Buffer::Consume(std::size_t n) {
+    head_ = std::min(data_.size(), head_ + n);
+    if (head_ == data_.size()) Clear();
+}
+
+void Receive_Buffer::Clear() {
+    data_.clear();
+    head_ = 0;
+}
+
+// ---------------------------------------------------------------- receive event
+
+void Link::OnComm() {
+    port_.RThreshold(0);
+    const std::int16_t event = port_.CommEvent();
+    if (event != SerialPort::comEvReceive) {
+        if (event > 1000) {  // a line error: what was buffered is suspect
+            port_.InBufferCount(0);
+            ReceiveBuffer.Clear();
+        }
+    } else {
+        // One packet per pass, without yielding, while bytes keep coming. A
+        // pass that neither got bytes nor consumed any means the rest of a
+        // frame is still on the line: the next receive event picks it up
+        // (spinning here would never let it arrive).
+        bool progress = true;
+        while (progress && !Terminating) {
+            port_.RThreshold(0);
+            const std::string chunk = port_.InBufferCount() >= 1 ? port_.Input() : std::string();
+            const std::size_t before = ReceiveBuffer.size();
+            Parse_Input(chunk);
+            progress = !chunk.empty() || ReceiveBuffer.size() != before;
+            if (!((port_.InBufferCount() >= 1 || !ReceiveBuffer.empty()) && !NMEAMode)) break;
+        }
+    }
+    port_.RThreshold(1);
+}
+
+// ---------------------------------------------------------------- parser
+
+void Link::Parse_Input(std::string_view chunk) {
+    ReceiveBuffer.Append(chunk);
+    // A DLE anywhere means packets: the line search is not even needed then.
+    if (ReceiveBuffer.Find(static_cast<char>(DLE)) != std::string_view::npos) {
+        NMEAMode = false;
+        Packet_Path();
+        return;
+    }
+    std::size_t line_start = ReceiveBuffer.Find('$');
+    if (line_start == std::string_view::npos) line_start = ReceiveBuffer.Find('@');
+    if (line_start != std::string_view::npos) {
+        Line_Path(line_start);
+        return;
+    }
+    const std::size_t crlf = ReceiveBuffer.Find(kCrLf);
+    if (crlf == std::string_view::npos)
+        ReceiveBuffer.Clear();
+    else
+        ReceiveBuffer.Consume(crlf + kCrLf.size());
+    etx_scan_from_ = 0;
+}
+
+void Link::Line_Path(std::size_t line_start) {
+    etx_scan_from_ = 0;
+    // The start position found before trimming is kept for cutting the line:
+    // a first line that had stray bytes before it comes out shifted by them.
+    const std::size_t found_at = line_start;
+    ReceiveBuffer.Consume(line_start);
+    const std::size_t crlf = ReceiveBuffer.Find(kCrLf);
+    if (crlf == std::string_view::npos) {
+        if (ReceiveBuffer.size() >= kMaxLine) ReceiveBuffer.Clear();
+        return;
+    }
+    NMEAMode = true;
+    const bool text_line = ReceiveBuffer.Find('@') != std::string_view::npos;
+    Settings = "4800,N,8,1";  // the NMEA line rate, used at the next PortOpen
+    const std::string line(ReceiveBuffer.View().substr(std::min(found_at, ReceiveBuffer.size()), crlf));
+    ReceiveBuffer.Consume(crlf + kCrLf.size());
+    host_.Line_Received(line, text_line);
+    Restart_Watchdog();
+}
+
+void Link::Packet_Path() {
+    for (;;) {
+        if (ReceiveBuffer[0] != static_cast<char>(DLE)) {
+            const std::size_t dle = ReceiveBuffer.Find(static_cast<char>(DLE));
+            if (dle == std::string_view::npos) {
+                ReceiveBuffer.Clear();
+                etx_scan_from_ = 0;
+                return;
+            }
+            ReceiveBuffer.Consume(dle);
+            etx_scan_from_ = 0;
+        }
+        std::size_t end = ReceiveBuffer.Find(kDleEtx, etx_scan_from_);
+        if (end == std::string_view::npos) {
+            // Resume the search here when more bytes come.
+            etx_scan_from_ = ReceiveBuffer.size() > 0 ? ReceiveBuffer.size() - 1 : 0;
+            return;
+        }
+        if (end < 5) {
+            // Too short for a frame with data (a Size 0 frame ends here too):
+            // thrown away, and the search starts again behind it.
+            ReceiveBuffer.Consume(end + kDleEtx.size());
+            etx_scan_from_ = 0;
+            if (ReceiveBuffer.empty()) return;
+            continue;
+        }
+        // DLE DLE ETX is a stuffed data 16 followed by a data 3, unless it is
+        // the tail of DLE DLE DLE ETX (a stuffed 16 right before the end).
+        while (ReceiveBuffer[end - 1] == static_cast<char>(DLE) &&
+               ReceiveBuffer.View().substr(end - 2, 4) != std::string_view("\x10\x10\x10\x03", 4)) {
+            end = ReceiveBuffer.Find(kDleEtx, end + 2);
+            if (end == std::string_view::npos) return;
+        }
+        const std::size_t frame_length = end + kDleEtx.size();
+        const std::string frame(ReceiveBuffer.View().substr(0, frame_length));
+        ReceiveBuffer.Consume(frame_length);
+        etx_scan_from_ = 0;
+        Bytes packet;
+        if (Process_Packet(frame, packet) && !RawSuppressed) host_.Raise_Receive(packet);
+        return;
+    }
+}
+
+// ---------------------------------------------------------------- one packet
+
+bool Link::Multi_Record(std::uint8_t id) const {
+    for (std::uint8_t multi :
+         {ids_.PID_Records, ids_.PID_Rte_Hdr, ids_.PID_Rte_Link, ids_.PID_Rte_Wpt_Data, ids_.PID_Trk_Hdr,
+          ids_.PID_Trk_Data, ids_.PID_Wpt_Data, ids_.PID_Prx_Wpt_Data, ids_.PID_Flightbook_Record, ids_.PID_Lap,
+          ids_.PID_Almanac_Data})
+        if (id == multi) return true;
+    return false;
+}
+
+bool Link::Streamed(std::uint8_t id) const {
+    return id == ids_.PID_Pvt_Data || id == ids_.PID_Sats || id == ids_.PID_Display_Data;
+}
+
+bool Link::Process_Packet(std::string_view frame, Bytes& packet) {
+    auto unstuffed = Unstuff_Frame(frame);
+    if (!unstuffed) return false;
+    packet = std::move(*unstuffed);
+    if (DebugLog) Trace_Packet(packet, "I");
+
+    const std::uint8_t id = packet[1];
+    const std::uint8_t size = packet[2];
+    // An ACK of a command leaves the watchdog alone: the command's answer is still due.
+    const bool command_ack = id == ids_.PID_Ack_Byte && size >= 1 && packet[3] == ids_.PID_Command_Data;
+    if (!command_ack) {
+        Stop_Watchdog();
+        if (Multi_Record(id) && !UserFlowControl) timer_.Enabled(true);  // more records must follow
+    }
+
+    if (id == ids_.PID_Ack_Byte) return true;
+    if (id == ids_.PID_Nak_Byte) {
+        if (++NakCount < kMaxNaks) {
+            if (UserFlowControl) {
+                NakCount = 0;
+            } else {
+                if (DebugLog) host_.Raise_HexDebug(host_.xLate("Re-try after NAK"));
+                Seal_Packet(LastPacket);
+                Trace_Packet(LastPacket, "O");
+                Write_Wire(LastPacket);
+                timer_.Enabled(true);
+            }
+        } else {
+            NakCount = 0;
+            Report(2, "Unable to communicate with device", LastPacket);
+        }
+        return true;
+    }
+
+    if (Calc_Checksum(packet) == packet[packet.size() - 3]) {
+        NakCount = 0;
+        const bool unacknowledged = Streamed(id) || (id == ids_.PID_Records && RawSuppressed) || UserFlowControl;
+        if (!unacknowledged) Answer(AckPacket, id, true);
+        host_.Dispatch_Packet(packet);
+    } else if (++NakCount < kMaxNaks) {
+        NakPacket[3] = id;
+        if (Streamed(id)) {
+            // streamed packets are never answered, not even refused
+        } else if (UserFlowControl) {
+            NakCount = 0;
+        } else {
+            Answer(NakPacket, id, false);
+        }
+    } else {
+        NakCount = 0;
+        Report(3, "Invalid message received from device", packet);
+    }
+    return true;
+}
+
+// Sends the ACK or NAK template for `id`; an ACK is remembered as the last
+// packet so that the watchdog can repeat it.
+void Link::Answer(Bytes& templ, std::uint8_t id, bool remember) {
+    templ[3] = id;
+    Seal_Packet(templ);
+    if (remember) LastPacket = templ;
+    Trace_Packet(templ, "O");
+    Write_Wire(templ);
+}
+
+void Link::Write_Wire(const Bytes& packet) {
+    if (!Serial()) return;
+    const Bytes wire = Stuff_Packet(packet);
+    port_.Output(std::string(wire.begin(), wire.end()));
+}
+
+void Link::Report(std::int16_t code, const std::string& phrase, const Bytes& packet) {
+    host_.Raise_Error(code, host_.xLate(phrase), packet);
+}
+
+}  // namespace trekcom::link
