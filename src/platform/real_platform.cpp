@@ -1,27 +1,112 @@
-// Placeholder until the Asio platform lands.
+// The real platform: a steady clock, the local time of day, and an Asio event
+// loop that waits for serial I/O without burning a core.
+//
+// Asio handlers here only move bytes into port buffers (SerialPort::Received,
+// SerialPort::Line_Error). Every host callback, OnComm and a timer's Tick, is
+// raised by the shared loop in platform.cpp after Wait_For_Events returns. So
+// Asio's run is never nested: a handler that waits (a nested DoEvents or
+// Run_Until) starts a fresh run_one_for/poll on an io_context that is not
+// running. A work guard keeps the io_context from ever running out of work,
+// so it never stops and never needs restart(), which would be wrong inside a
+// nested wait.
+#include <asio.hpp>
 #include <chrono>
 #include <ctime>
+#include <exception>
+#include <string>
 
 #include "trekcom/platform.h"
 
+#if defined(ASIO_HAS_POSIX_STREAM_DESCRIPTOR) && !defined(_WIN32)
+#define TREKCOM_POSIX_SERIAL 1
+#include "platform/posix_serial_port.h"
+#endif
+
 namespace trekcom {
 namespace {
-class RealPlatform : public Platform {
+
+#ifndef TREKCOM_POSIX_SERIAL
+// Until this system has a serial backend, ports exist but never open.
+class Unsupported_Serial_Port final : public SerialPort {
 public:
+    explicit Unsupported_Serial_Port(Platform& platform) : SerialPort(platform) {}
+
+protected:
+    bool Open_Device(std::string& error) override {
+        error = "cannot open " + Device_Name() + ": serial ports are not supported on this system";
+        return false;
+    }
+    void Close_Device() override {}
+    bool Apply_Line(std::string& error) override {
+        error = "serial ports are not supported on this system";
+        return false;
+    }
+    void Write_Device(const std::string&) override {}
+};
+#endif
+
+class RealPlatform final : public Platform {
+public:
+    // One thread runs the loop: the hint lets Asio skip most of its locking.
+    RealPlatform() : io_(1), work_(asio::make_work_guard(io_)) {}
+
     double Now_ms() const override {
         using namespace std::chrono;
         return duration<double, std::milli>(steady_clock::now().time_since_epoch()).count();
     }
-    double Seconds_Since_Midnight() const override { return 0; }
-    std::unique_ptr<SerialPort> Create_Serial_Port() override { return nullptr; }
+
+    double Seconds_Since_Midnight() const override {
+        using namespace std::chrono;
+        const auto now = system_clock::now();
+        const std::time_t t = system_clock::to_time_t(now);
+        std::tm local{};
+#ifdef _WIN32
+        localtime_s(&local, &t);
+#else
+        localtime_r(&t, &local);
+#endif
+        double fraction = duration<double>(now - system_clock::from_time_t(t)).count();
+        if (fraction < 0 || fraction >= 1) fraction = 0;
+        return local.tm_hour * 3600.0 + local.tm_min * 60.0 + local.tm_sec + fraction;
+    }
+
+    std::unique_ptr<SerialPort> Create_Serial_Port() override {
+#ifdef TREKCOM_POSIX_SERIAL
+        return platform::Make_Posix_Serial_Port(*this, io_);
+#else
+        return std::make_unique<Unsupported_Serial_Port>(*this);
+#endif
+    }
 
 protected:
-    void Wait_For_Events(double) override {}
+    void Wait_For_Events(double max_ms) override {
+        try {
+            // Sleep in the reactor until the first I/O completes or the time
+            // is up, then handle whatever else is ready without waiting.
+            if (max_ms > 0) io_.run_one_for(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                std::chrono::duration<double, std::milli>(max_ms)));
+            io_.poll();
+        } catch (const std::exception& e) {
+            // Only a failing reactor gets here (our handlers do not throw).
+            // Tell the host once; later waits still must not spin.
+            if (!loop_failed_) {
+                loop_failed_ = true;
+                MsgBox(std::string("PLATFORM: event loop failed: ") + e.what());
+            }
+        }
+    }
+
+private:
+    asio::io_context io_;
+    asio::executor_work_guard<asio::io_context::executor_type> work_;
+    bool loop_failed_ = false;
 };
+
 }  // namespace
 
 std::shared_ptr<Platform> Default_Platform() {
-    static auto platform = std::make_shared<RealPlatform>();
+    static const auto platform = std::make_shared<RealPlatform>();
     return platform;
 }
+
 }  // namespace trekcom
