@@ -1,0 +1,224 @@
+// The record classes: plain data that crosses between the control and the host.
+//
+// Every field starts at 0, false, "" or null; no class sets another default,
+// so a record that a decoder could only partly fill still shows which fields
+// it never reached. Field names are the protocol's own, spelled as the control
+// exposes them.
+//
+// Units: positions are degrees (north and east positive) in every record
+// except cPvtData, which keeps the receiver's radians. Times are held twice:
+// as seconds since 1989-12-31 00:00:00 (no time zone) and as the text
+// "yyyy/mm/dd-hh:mm:ss". When a record is sent, a nonzero seconds field wins
+// over the text. Text fields are UTF-8; characters the receiver's code page
+// (Windows-1252) lacks are sent as '?'.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "trekcom/collection.h"
+#include "trekcom/types.h"
+
+namespace trekcom {
+
+// A waypoint, route waypoint or proximity waypoint.
+struct cWaypoint {
+    std::string Ident;            // identifier
+    double Lat = 0;               // degrees
+    double Lon = 0;               // degrees
+    std::string Cmnt;             // comment
+    std::int16_t Dspl = 0;        // display option code
+    std::int16_t Smbl = 0;        // symbol code
+    std::int32_t Unused1 = 0;     // first spare 32-bit word, passed through untouched
+    float Dist = 0;               // proximity distance, metres
+    std::int16_t Prox_Index = 0;  // proximity index
+    std::int32_t Color = 0;       // colour code
+    float Alt = 0;                // altitude, metres
+    float Dpth = 0;               // depth, metres
+    std::int16_t Wpt_Class = 0;   // waypoint class code
+    std::string Sub_Class;        // subclass bytes, as text
+    std::int16_t Attrib = 0;      // attribute byte
+    std::string Link;             // link identifier
+    std::string State;            // state code
+    std::string Country;          // country code
+    std::string City;
+    std::string Address;
+    std::string Facility;         // facility name
+    std::string Cross_Road;
+    std::int32_t Unused2 = 0;     // second spare word, passed through untouched
+    std::int32_t Ete = 0;         // estimated time en route, seconds
+    std::int16_t Dtype = 0;       // the format's type/status byte, where it has one
+    float Temp = 0;               // temperature
+    std::string Time;             // creation time, "yyyy/mm/dd-hh:mm:ss"
+    std::int32_t Time_Seconds = 0;  // the same time, seconds since the Garmin epoch
+    std::int16_t Wpt_Category = 0;  // category bit field
+};
+
+// A route header; its links and waypoints follow it.
+struct cRoute {
+    std::int16_t Number = 0;  // route number
+    std::string Ident;
+    std::string Cmnt;
+    std::int16_t Link_Class = 0;
+    std::string Link_Sub_Class;
+    std::string Link_Ident;
+    // Null in a fresh record. The route decoder gives every route it creates
+    // its own empty collection and fills it as the route's waypoints arrive; a
+    // host that builds a route itself creates one with
+    // std::make_shared<Collection<cWaypoint>>() before adding to it.
+    std::shared_ptr<Collection<cWaypoint>> Waypoints;
+};
+
+// One track point; the same class carries a track header (Ident, Color, Dspl, Index).
+struct cTrack {
+    double Lat = 0;          // degrees
+    double Lon = 0;          // degrees
+    std::string Time;        // "yyyy/mm/dd-hh:mm:ss"
+    std::int32_t Seconds = 0;  // since the Garmin epoch
+    bool New_Segment = false;
+    float Alt = 0;           // metres
+    float Dpth = 0;          // metres
+    bool Dspl = false;
+    std::uint8_t Color = 0;
+    std::string Ident;       // track name
+    std::string Datum;
+    std::int16_t Index = 0;
+    float Temp = 0;
+};
+
+// A fitness lap.
+struct cLap {
+    std::string Start_Time;               // "yyyy/mm/dd-hh:mm:ss"
+    std::int32_t Start_Time_Seconds = 0;  // since the Garmin epoch
+    std::int32_t Total_Time = 0;
+    float Total_Distance = 0;
+    double Begin_Lat = 0;  // degrees
+    double Begin_Lon = 0;
+    double End_Lat = 0;
+    double End_Lon = 0;
+    std::int16_t Calories = 0;
+    std::uint8_t Track_Index = 0;
+    std::uint8_t Unused = 0;
+};
+
+// An aviation flightbook entry.
+struct cFlightbook_Record {
+    std::string Takeoff_Time;           // "yyyy/mm/dd-hh:mm:ss"
+    std::int32_t Takeoff_Seconds = 0;   // since the Garmin epoch
+    std::string Landing_Time;
+    std::int32_t Landing_Seconds = 0;
+    double Takeoff_Lat = 0;  // degrees
+    double Takeoff_Lon = 0;
+    double Landing_Lat = 0;
+    double Landing_Lon = 0;
+    std::int32_t Night_Time = 0;
+    std::int32_t Num_Landings = 0;
+    float Max_Speed = 0;
+    float Max_Alt = 0;
+    float Distance = 0;
+    bool Cross_Country = false;
+    std::string Departure_Airport_Name;
+    std::string Departure_Airport_Ident;
+    std::string Arrival_Airport_Name;
+    std::string Arrival_Airport_Ident;
+    std::string Aircraft_ID;
+};
+
+// One satellite's almanac entry.
+struct cAlmanac {
+    std::uint8_t svid = 0;
+    std::int16_t wn = 0;
+    float toa = 0;
+    float af0 = 0;
+    float af1 = 0;
+    float e = 0;
+    float sqrta = 0;
+    float m0 = 0;
+    float w = 0;
+    float omg0 = 0;
+    float odot = 0;
+    float i = 0;
+    float hlth = 0;  // a byte on the wire, held as a float like its neighbours
+};
+
+// One position-velocity-time report, as the receiver sent it.
+struct cPvtData {
+    float Alt = 0;  // metres above the ellipsoid
+    float epe = 0;
+    float eph = 0;
+    float epv = 0;
+    std::int16_t pfix = 0;
+    double tow = 0;  // time of week, seconds
+    double Lat = 0;  // radians, not degrees
+    double Lon = 0;  // radians, not degrees
+    float east = 0;  // velocity, metres per second
+    float north = 0;
+    float up = 0;
+    float msl_hght = 0;
+    std::int16_t leap_scnds = 0;
+    std::int32_t wn_days = 0;
+};
+
+// A position exchanged with Request_Position_Data / Send_Position_Data.
+struct cPosition {
+    double Lat = 0;  // degrees
+    double Lon = 0;  // degrees
+};
+
+// The receiver's date and time.
+struct cDate_Time {
+    std::uint8_t month = 0;
+    std::uint8_t day = 0;
+    std::int16_t year = 0;
+    std::int16_t hour = 0;
+    std::uint8_t minute = 0;
+    std::uint8_t second = 0;
+};
+
+// Who the receiver is.
+struct cProduct_Data {
+    std::int16_t Product_ID = 0;
+    std::int16_t Software_Version = 0;  // version x 100
+    std::string Product_Description_1;
+    std::string Product_Description_2;
+    std::string Product_Description_3;
+    std::string Product_Description_4;
+    std::string Product_Description_5;
+    std::string Product_Description_6;
+    std::string Unit_ID;
+    std::string GPS_Name;
+};
+
+// Supply voltages.
+struct cVoltages {
+    float Internal_Voltage = 0;  // volts
+    float External_Voltage = 0;  // volts
+};
+
+// A captured screen.
+struct cDisplay {
+    std::int16_t Width = 0;           // pixels
+    std::int16_t Height = 0;          // pixels
+    std::int16_t Bits_Per_Pixel = 0;
+    Bytes Pixels;                     // the image bytes, row after row, as the receiver sent them
+};
+
+// How many records of each kind the receiver holds.
+struct cRecord_Counts {
+    std::int16_t Waypoint_Records = 0;
+    std::int16_t Prox_Waypoint_records = 0;
+    std::int16_t Route_Records = 0;
+    std::int16_t Track_Records = 0;
+};
+
+// One satellite in view.
+struct cSat {
+    std::uint8_t svid = 0;
+    std::int16_t snr = 0;
+    std::uint8_t elev = 0;     // degrees
+    std::int16_t azimuth = 0;  // degrees
+    std::uint8_t status = 0;
+};
+
+}  // namespace trekcom
