@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <cstring>
 
 #include "records/codepage.h"
 
@@ -96,7 +95,7 @@ void Str2Pkt(std::string_view text_utf8, Buffer field) {
     std::fill(field.begin(), field.end(), static_cast<std::uint8_t>(' '));
     const std::string wire = To_Wire(text_utf8);
     const std::size_t n = std::min(field.size(), wire.size());
-    std::memcpy(field.data(), wire.data(), n);
+    std::copy_n(wire.begin(), n, field.begin());
 }
 
 bool Put_Byte(Buffer buffer, std::int64_t index, std::uint8_t value) {
