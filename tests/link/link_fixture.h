@@ -1,0 +1,141 @@
+// A control on the virtual platform wired to a scripted receiver.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "control/control.h"
+#include "link/framing.h"
+#include "trekcom/trekcom.h"
+
+namespace trekcom::testing {
+
+// Everything the control raised, in order.
+struct Recorder : TrekcomCtlEvents {
+    struct Error {
+        std::int16_t code;
+        std::string message;
+        Bytes packet;
+    };
+    std::vector<Bytes> received;
+    std::vector<Error> errors;
+    std::vector<std::string> debug;
+    std::vector<std::pair<std::string, bool>> nmea;
+    std::vector<std::string> order;  // event names as raised
+
+    void Receive(Bytes& p) override {
+        received.push_back(p);
+        order.push_back("Receive");
+    }
+    void vcReceive(std::string& p) override {
+        EXPECT_EQ(p, Bytes2String(received.back()));
+        order.push_back("vcReceive");
+    }
+    void cError(std::int16_t& c, std::string& m, Bytes& p) override {
+        errors.push_back({c, m, p});
+        order.push_back("cError");
+    }
+    void vcError(std::int16_t& c, std::string& m, std::string& p) override {
+        EXPECT_EQ(c, errors.back().code);
+        EXPECT_EQ(m, errors.back().message);
+        EXPECT_EQ(p, Bytes2String(errors.back().packet));
+        order.push_back("vcError");
+    }
+    void HexDebug(std::string& t) override { debug.push_back(t); }
+    void NMEA(std::string& s, bool& ok) override { nmea.emplace_back(s, ok); }
+};
+
+// The receiver's side: collects the host's frames (receiver-style deframing:
+// DLE starts, a doubled DLE is data, DLE ETX ends) and answers through a script.
+struct Scripted_Receiver : VirtualDevice {
+    VirtualLine* line = nullptr;
+    std::vector<Bytes> frames;  // unstuffed host packets, in order
+    Bytes raw;                  // every byte the host wrote
+    // Called for each host packet; the default acknowledges all but ACKs and NAKs.
+    std::function<void(const Bytes&)> on_packet = [this](const Bytes& p) {
+        if (p[1] != 6 && p[1] != 21) Ack(p[1]);
+    };
+    double reply_delay_ms = 5;
+
+    void Attached(VirtualLine& l) override { line = &l; }
+    void Host_Wrote(const Bytes& bytes) override {
+        raw.insert(raw.end(), bytes.begin(), bytes.end());
+        for (std::uint8_t b : bytes) Take(b);
+    }
+    void Send(const Bytes& packet) { line->Send(link::Stuff_Packet(packet), line->Now_ms() + reply_delay_ms); }
+    void Send_Raw(const std::string& bytes) {
+        line->Send(Bytes(bytes.begin(), bytes.end()), line->Now_ms() + reply_delay_ms);
+    }
+    void Ack(std::uint8_t id) { Send(link::Make_Packet(6, {id, 0})); }
+    void Nak(std::uint8_t id) { Send(link::Make_Packet(21, {id, 0})); }
+    std::size_t Count(std::uint8_t id) const {
+        std::size_t n = 0;
+        for (const Bytes& f : frames) n += f.size() > 1 && f[1] == id;
+        return n;
+    }
+
+private:
+    void Take(std::uint8_t b) {
+        if (!in_frame_) {
+            if (b == link::DLE) {
+                in_frame_ = true;
+                cur_ = {b};
+                dle_ = false;
+            }
+            return;
+        }
+        if (cur_.size() == 1) {  // the id is never stuffed
+            cur_.push_back(b);
+            return;
+        }
+        if (dle_) {
+            dle_ = false;
+            if (b == link::ETX) {
+                in_frame_ = false;
+                cur_.push_back(link::DLE);
+                cur_.push_back(link::ETX);
+                frames.push_back(cur_);
+                on_packet(cur_);
+                return;
+            }
+            cur_.push_back(b);  // a doubled DLE: one data 16
+            return;
+        }
+        if (b == link::DLE)
+            dle_ = true;
+        else
+            cur_.push_back(b);
+    }
+    bool in_frame_ = false;
+    bool dle_ = false;
+    Bytes cur_;
+};
+
+class Link_Test : public ::testing::Test {
+protected:
+    Link_Test() {
+        vp->Attach(1, device);
+        ctl.Advise(rec);
+    }
+    void Open() { ASSERT_TRUE(ctl.PortOpen()); }
+    link::Link& L() { return detail::Control::Of(ctl).link; }
+    // Lets the line and the control run for a while of virtual time.
+    void Run(double ms = 100) { vp->Advance(ms); }
+    static Bytes Packet(std::uint8_t id, const Bytes& data) { return link::Make_Packet(id, data); }
+    static std::string Wire(const Bytes& packet) {
+        const Bytes w = link::Stuff_Packet(packet);
+        return std::string(w.begin(), w.end());
+    }
+
+    std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
+    std::shared_ptr<Scripted_Receiver> device = std::make_shared<Scripted_Receiver>();
+    TrekcomCtl ctl{vp};
+    Recorder rec;
+};
+
+}  // namespace trekcom::testing
