@@ -133,6 +133,7 @@ private:
     Link_Host& host_;
     std::int16_t time_out_ms_ = 2000;
     std::size_t etx_scan_from_ = 0;  // no DLE ETX before this offset of the buffer
+    std::string frame_scratch_;
 };
 
 }  // namespace trekcom::link

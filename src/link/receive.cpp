@@ -141,12 +141,15 @@ void Link::Packet_Path() {
             end = ReceiveBuffer.Find(kDleEtx, end + 2);
             if (end == std::string_view::npos) return;
         }
+        // The frame leaves the buffer before it is processed: handlers that
+        // run from here may parse again. Process_Packet unstuffs the scratch
+        // copy before it calls anything, so a nested parse may reuse it.
         const std::size_t frame_length = end + kDleEtx.size();
-        const std::string frame(ReceiveBuffer.View().substr(0, frame_length));
+        frame_scratch_.assign(ReceiveBuffer.View().substr(0, frame_length));
         ReceiveBuffer.Consume(frame_length);
         etx_scan_from_ = 0;
         Bytes packet;
-        if (Process_Packet(frame, packet) && !RawSuppressed) host_.Raise_Receive(packet);
+        if (Process_Packet(frame_scratch_, packet) && !RawSuppressed) host_.Raise_Receive(packet);
         return;
     }
 }
@@ -232,7 +235,7 @@ void Link::Answer(Bytes& templ, std::uint8_t id, bool remember) {
 }
 
 void Link::Write_Wire(const Bytes& packet) {
-    if (!Serial()) return;
+    if (!Serial() || !port_.PortOpen()) return;
     const Bytes wire = Stuff_Packet(packet);
     port_.Output(std::string(wire.begin(), wire.end()));
 }
