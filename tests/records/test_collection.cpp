@@ -25,21 +25,6 @@ TEST(Collection, OneBasedItemsAndBadIndexes) {
     std::string seen;
     for (const auto& w : c) seen += w->Ident;
     EXPECT_EQ(seen, "AC");
-    c.Clear();
-    EXPECT_EQ(c.Count(), 0);
-    EXPECT_THROW(c.Item(1), std::out_of_range);
-}
-
-TEST(Collection, ARecordInTwoCollectionsIsOneObject) {
-    cRoute route;
-    EXPECT_EQ(route.Waypoints, nullptr);  // a fresh record holds no collection yet
-    route.Waypoints = std::make_shared<Collection<cWaypoint>>();
-    Collection<cWaypoint> all;
-    auto w = std::make_shared<cWaypoint>();
-    all.Add(w);
-    route.Waypoints->Add(w);
-    all.Item(1)->Lat = 45.5;
-    EXPECT_EQ(route.Waypoints->Item(1)->Lat, 45.5);
 }
 
 TEST(Collection, AHundredThousandTrackPoints) {
