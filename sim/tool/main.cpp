@@ -1,0 +1,115 @@
+// trekcom-sim: a simulated Garmin receiver on a pseudo-terminal.
+//
+//   trekcom-sim --link /tmp/gps [--profile NAME] [--data FILE] [options]
+//
+// Prints one line "trekcom-sim: ready on PATH ..." when a host may open PATH,
+// and serves until SIGINT or SIGTERM, then removes PATH and exits 0.
+#include <signal.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <iostream>
+
+#include "pty_line.h"
+#include "trekcom_sim/unit.h"
+
+namespace {
+
+volatile int g_stop = 0;
+extern "C" void On_Signal(int) { g_stop = 1; }
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    using namespace trekcom::sim;
+    CLI::App app{"A simulated Garmin receiver on a pseudo-terminal"};
+    std::string link_path, profile_name = "current", data_file, dump_file, save_file, garbage, mode = "garmin";
+    std::size_t gen_track = 0;
+    Options options;
+    Faults faults;
+    bool any_baud = false, list = false;
+    app.add_option("--link", link_path, "Path of the link to the pty's slave end (the host's port)");
+    app.add_option("--profile", profile_name, "Unit profile (--list-profiles)");
+    app.add_flag("--list-profiles", list, "List the profiles and exit");
+    app.add_option("--data", data_file, "JSON data file to serve instead of the built-in set");
+    app.add_option("--gen-track", gen_track, "Append a generated track of N points");
+    app.add_option("--dump", dump_file, "Write everything uploaded to FILE (JSON) on exit");
+    app.add_option("--save-data", save_file, "Write the data set (JSON) to FILE and exit");
+    app.add_option("--baud", options.baud, "The unit's line rate")->check(CLI::PositiveNumber);
+    app.add_flag("--pace", options.pace, "Take real line time: 10 bits per byte at the unit's rate");
+    app.add_flag("--any-baud", any_baud, "Let bytes through whatever rate the host sets");
+    app.add_option("--ack-timeout", options.ack_timeout_ms, "Milliseconds before a packet is sent again");
+    app.add_option("--power-on-after", options.power_on_after_ms, "Milliseconds off after a power-off (0: stay off)");
+    app.add_option("--mode", mode, "garmin, nmea or text")->check(CLI::IsMember({"garmin", "nmea", "text"}));
+    app.add_option("--nak-first", faults.nak_first, "NAK the host's first N packets");
+    app.add_option("--corrupt-every", faults.corrupt_every, "Corrupt the checksum of every Kth packet sent");
+    app.add_option("--drop-byte-every", faults.drop_byte_every, "Drop one byte of every Kth packet sent");
+    app.add_option("--garbage", garbage, "Bytes written before every packet");
+    app.add_option("--stall-after", faults.stall_after_record, "Go silent after record K of the next transfer");
+    app.add_option("--hang-up-after", faults.hang_up_after_record, "Close the line after record K of the next transfer");
+    CLI11_PARSE(app, argc, argv);
+
+    if (list) {
+        for (const auto& n : Profile::Names()) std::cout << n << '\n';
+        return 0;
+    }
+    Profile profile;
+    try {
+        profile = Profile::Named(profile_name);
+    } catch (const std::exception& e) {
+        std::cerr << "trekcom-sim: " << e.what() << '\n';
+        return 2;
+    }
+    Data_Set data = Builtin_Data();
+    std::string error;
+    if (!data_file.empty() && !Load_Data(data_file, data, error)) {
+        std::cerr << "trekcom-sim: " << error << '\n';
+        return 2;
+    }
+    if (gen_track > 0) Add_Generated_Track(data, gen_track);
+    if (!save_file.empty()) {
+        if (!Save_Data(save_file, data, error)) {
+            std::cerr << "trekcom-sim: " << error << '\n';
+            return 1;
+        }
+        return 0;
+    }
+    if (link_path.empty()) {
+        std::cerr << "trekcom-sim: --link PATH is required\n";
+        return 2;
+    }
+    options.mode = mode == "nmea" ? Output_Mode::nmea : mode == "text" ? Output_Mode::text : Output_Mode::garmin;
+    faults.garbage.assign(garbage.begin(), garbage.end());
+
+    // Signals arrive only inside the loop's ppoll, so none is missed between checks.
+    sigset_t block;
+    sigemptyset(&block);
+    sigaddset(&block, SIGINT);
+    sigaddset(&block, SIGTERM);
+    sigprocmask(SIG_BLOCK, &block, nullptr);
+    struct sigaction sa {};
+    sa.sa_handler = On_Signal;
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+
+    Pty_Line line(link_path, !any_baud);
+    if (!line.Open(error)) {
+        std::cerr << "trekcom-sim: " << error << '\n';
+        return 1;
+    }
+    Unit unit(profile, std::move(data), options);
+    unit.Fault_Knobs() = faults;
+    unit.Connect(&line);
+    std::printf("trekcom-sim: ready on %s (%s, profile %s, %d baud)\n", link_path.c_str(), line.Slave_Name().c_str(),
+                profile.name.c_str(), static_cast<int>(options.baud));
+    std::fflush(stdout);
+
+    line.Run(unit, g_stop);
+    unit.Connect(nullptr);
+    if (!dump_file.empty() && !unit.Dump_Uploads(dump_file, error)) {
+        std::cerr << "trekcom-sim: " << error << '\n';
+        return 1;
+    }
+    return 0;
+}
