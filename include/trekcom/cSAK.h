@@ -41,6 +41,7 @@ public:
     // Text of exactly `length` characters from start: stops at a NUL (unless
     // keep_nuls is nonzero) or at the end of the array; the characters not
     // reached are spaces. UTF-8, so the byte length can exceed `length`.
+    // The padding is real: a length of a billion makes a billion-character text.
     std::string Byte2Str(const Bytes& bytes, std::int32_t start, std::int32_t length, std::int16_t keep_nuls) const;
     // Fills the whole array with the text's bytes, space-padded and cut at the
     // array's size, no NUL. Characters outside 1252 become '?'.
