@@ -280,13 +280,3 @@ TEST_F(RealPlatformLine, HandlersMayPumpAgain) {
     Write_Master(pty->Master_Fd(), "c");
     EXPECT_TRUE(platform->Run_Until([&] { return got == "abc"; }, 2000)) << got;
 }
-
-TEST(RealPlatformClock, TimeOfDayIsSecondsSinceMidnight) {
-    auto platform = Default_Platform();
-    const double t = platform->Seconds_Since_Midnight();
-    EXPECT_GE(t, 0.0);
-    EXPECT_LT(t, 86400.0);
-    const double a = platform->Now_ms();
-    platform->Run_Until([] { return false; }, 5);
-    EXPECT_GE(platform->Now_ms() - a, 5.0);
-}
