@@ -1,0 +1,146 @@
+// A tiny scripted host for the simulated receiver: it writes frames on a
+// virtual serial port and reads the unit's frames back, with virtual time.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "link/framing.h"
+#include "trekcom/virtual_platform.h"
+#include "trekcom_sim/unit.h"
+
+namespace sim_test {
+
+using trekcom::Bytes;
+
+struct Frame {
+    std::uint8_t id = 0;
+    Bytes data;
+    bool good = false;  // checksum and size agree
+};
+
+class Host {
+public:
+    explicit Host(trekcom::VirtualPlatform& platform, std::string settings = "9600,N,8,1", std::string name = "gps")
+        : platform_(platform), port_(platform.Create_Serial_Port()) {
+        port_->Port_Name(name);
+        port_->Settings(settings);
+        port_->PortOpen(true);
+    }
+
+    trekcom::SerialPort& Port() { return *port_; }
+    double Now() const { return platform_.Now_ms(); }
+
+    void Write(const Bytes& wire) { port_->Output(std::string(wire.begin(), wire.end())); }
+    void Send(std::uint8_t id, const Bytes& data = {}) {
+        Write(trekcom::link::Stuff_Packet(trekcom::link::Make_Packet(id, data)));
+    }
+    void Command(std::uint16_t cmd, std::uint8_t pid = 10) {
+        Send(pid, {static_cast<std::uint8_t>(cmd), static_cast<std::uint8_t>(cmd >> 8)});
+    }
+    void Ack(std::uint8_t id) { Send(6, {id, 0}); }
+    void Nak(std::uint8_t id) { Send(21, {id, 0}); }
+
+    // The next frame within ms of virtual time.
+    std::optional<Frame> Next(double ms = 5000) {
+        std::optional<Frame> f;
+        platform_.Run_Until([&] { return (f = Take()).has_value(); }, ms);
+        return f;
+    }
+    // Like Next, but skips the unit's ACKs.
+    std::optional<Frame> Next_Data(double ms = 5000) {
+        for (;;) {
+            auto f = Next(ms);
+            if (!f || f->id != 6) return f;
+        }
+    }
+    // Sends a packet and expects the unit's ACK for it.
+    bool Send_Acked(std::uint8_t id, const Bytes& data = {}) {
+        Send(id, data);
+        auto f = Next(3000);
+        return f && f->good && f->id == 6 && f->data.size() == 2 && f->data[0] == id && f->data[1] == 0;
+    }
+    // A whole download: the command, then every packet acknowledged up to the
+    // transfer-complete packet (with xfer id), which is returned last.
+    std::vector<Frame> Download(std::uint16_t cmd, std::uint8_t cmd_pid = 10, std::uint8_t xfer = 12) {
+        std::vector<Frame> out;
+        Command(cmd, cmd_pid);
+        while (auto f = Next_Data(5000)) {
+            if (!f->good) break;
+            Ack(f->id);
+            out.push_back(*f);
+            if (f->id == xfer) break;
+        }
+        return out;
+    }
+    // Everything that arrives within ms.
+    std::vector<Frame> Drain(double ms) {
+        std::vector<Frame> out;
+        const double end = Now() + ms;
+        while (Now() < end)
+            if (auto f = Next(end - Now())) out.push_back(*f);
+        return out;
+    }
+    std::string Raw_Text() { return pending_ + port_->Input(); }
+
+private:
+    std::optional<Frame> Take() {
+        pending_ += port_->Input();
+        // Drop noise before a frame start.
+        const auto start = pending_.find('\x10');
+        if (start == std::string::npos) {
+            pending_.clear();
+            return std::nullopt;
+        }
+        pending_.erase(0, start);
+        if (pending_.size() >= 2 && pending_[1] == '\x03') {  // a lone DLE ETX
+            pending_.erase(0, 2);
+            return Take();
+        }
+        for (std::size_t i = 2; i + 1 < pending_.size(); ++i) {
+            if (pending_[i] != '\x10') continue;
+            if (pending_[i + 1] == '\x10') {
+                ++i;
+                continue;
+            }
+            if (pending_[i + 1] != '\x03') continue;
+            if (i < 4) {  // too short for a frame: noise that looked like one
+                pending_.erase(0, i + 2);
+                return Take();
+            }
+            const std::string frame = pending_.substr(0, i + 2);
+            pending_.erase(0, i + 2);
+            Frame f;
+            f.id = static_cast<std::uint8_t>(frame[1]);
+            auto packet = trekcom::link::Unstuff_Frame(frame);
+            if (packet && packet->size() == frame.size() - Stuffing(frame)) {
+                f.data = trekcom::link::Packet_Data(*packet);
+                f.good = trekcom::link::Calc_Checksum(*packet) == (*packet)[packet->size() - 3] &&
+                         (*packet)[2] == f.data.size();
+            }
+            return f;
+        }
+        return std::nullopt;
+    }
+    // Doubled DLEs between the id and the trailer.
+    static std::size_t Stuffing(const std::string& frame) {
+        std::size_t n = 0;
+        for (std::size_t i = 2; i + 2 < frame.size(); ++i)
+            if (frame[i] == '\x10' && frame[i + 1] == '\x10') {
+                ++n;
+                ++i;
+            }
+        return n;
+    }
+
+    trekcom::VirtualPlatform& platform_;
+    std::unique_ptr<trekcom::SerialPort> port_;
+    std::string pending_;
+};
+
+inline std::uint16_t U16(const Bytes& d, std::size_t at = 0) {
+    return d.size() >= at + 2 ? static_cast<std::uint16_t>(d[at] | (d[at + 1] << 8)) : 0xFFFF;
+}
+
+}  // namespace sim_test
