@@ -4,6 +4,7 @@
 
 #include "link/framing.h"
 #include "link/link.h"
+#include "records/fields.h"
 
 namespace trekcom::link {
 
@@ -106,7 +107,7 @@ std::int32_t Link::FindBaud(std::string& isettings) {
 bool Link::Change_Baud_Rate(std::int32_t Baud) {
     host_.Clear_Error_Latch();
     const std::string saved = Settings;
-    for (int i = 0; i < 4; ++i) BaudPacket[3 + i] = static_cast<std::uint8_t>(static_cast<std::uint32_t>(Baud) >> (8 * i));
+    records::Put_Long(BaudPacket, 3, Baud);
     std::uint8_t response = ids_.PID_Baud_Reply;
     if (!Send_Packet(BaudPacket, response, 0)) return false;
 

@@ -14,6 +14,9 @@ constexpr std::string_view kCrLf("\r\n", 2);
 // that has not ended by then is noise.
 constexpr std::size_t kMaxLine = 83;
 constexpr int kMaxNaks = 6;
+// A frame with 255 data bytes, all of them doubled, is about 520 bytes on the
+// wire; a frame start with no end after this many bytes is not a frame.
+constexpr std::size_t kMaxFrame = 4096;
 }  // namespace
 
 // ---------------------------------------------------------------- Receive_Buffer
@@ -122,6 +125,14 @@ void Link::Packet_Path() {
         }
         std::size_t end = ReceiveBuffer.Find(kDleEtx, etx_scan_from_);
         if (end == std::string_view::npos) {
+            if (ReceiveBuffer.size() > kMaxFrame) {
+                // No frame is this long: the DLE that opened it was noise.
+                ReceiveBuffer.Consume(1);
+                etx_scan_from_ = 0;
+                if (ReceiveBuffer.Find(static_cast<char>(DLE)) == std::string_view::npos) ReceiveBuffer.Clear();
+                if (ReceiveBuffer.empty()) return;
+                continue;
+            }
             // Resume the search here when more bytes come.
             etx_scan_from_ = ReceiveBuffer.size() > 0 ? ReceiveBuffer.size() - 1 : 0;
             return;

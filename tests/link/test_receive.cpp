@@ -187,3 +187,44 @@ TEST_F(Link_Test, LineErrorEventDiscardsBufferedInput) {
 
 }  // namespace
 }  // namespace trekcom::testing
+
+namespace trekcom::testing {
+namespace {
+
+// Any byte sequence is safe: random streams heavy in the bytes the parser
+// cares about, in random chunks, never crash, hang or keep garbage around.
+TEST_F(Link_Test, RandomStreamsAreSurvivedAndLeaveNoGarbageBehind) {
+    Open();
+    device->on_packet = [](const Bytes&) {};
+    std::mt19937 rng(20261121);
+    const std::uint8_t alphabet[] = {0x10, 0x10, 0x10, 0x03, 0x03, '$', '@', '\r', '\n', 0x06, 0x15, 0x22, 0x00, 0xFF};
+    for (int round = 0; round < 300; ++round) {
+        Bytes stream(rng() % 400);
+        for (auto& b : stream)
+            b = rng() % 3 ? alphabet[rng() % sizeof alphabet] : static_cast<std::uint8_t>(rng());
+        double at = vp->Now_ms();
+        for (std::size_t pos = 0; pos < stream.size();) {
+            const std::size_t n = std::min<std::size_t>(1 + rng() % 40, stream.size() - pos);
+            device->line->Send(Bytes(stream.begin() + pos, stream.begin() + pos + n), at += 1);
+            pos += n;
+        }
+        Run(at - vp->Now_ms() + 5);
+    }
+    // What is left can only be the start of a frame or of a line.
+    const std::string_view rest = L().ReceiveBuffer.View();
+    EXPECT_TRUE(rest.empty() || rest[0] == 0x10 || rest[0] == '$' || rest[0] == '@') << rest.size();
+    EXPECT_LT(rest.size(), 1000u);
+}
+
+TEST_F(Link_Test, AFrameStartWithNoEndIsGivenUpInsteadOfGrowingForever) {
+    L().Parse_Input(std::string(1, '\x10') + std::string(100000, 'a'));
+    EXPECT_TRUE(L().ReceiveBuffer.empty());
+    L().Parse_Input(std::string("\x10\x10") + std::string(5000, 'b'));
+    EXPECT_TRUE(L().ReceiveBuffer.empty());
+    L().Parse_Input(Wire(Packet(0x22, {1})));
+    ASSERT_EQ(rec.received.size(), 1u);
+    EXPECT_EQ(rec.received[0], Packet(0x22, {1}));
+}
+
+}  // namespace
+}  // namespace trekcom::testing
