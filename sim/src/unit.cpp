@@ -139,6 +139,11 @@ struct Unit::Impl {
     std::deque<Bytes> usb_out;
 
     Deframer deframer;
+    std::function<void(char, std::uint8_t, const Bytes&)> trace;
+
+    void Trace(char from, const Bytes& packet) {
+        if (trace && packet.size() >= link::kFrameOverhead) trace(from, packet[1], link::Packet_Data(packet));
+    }
 
     // ---------------------------------------------------------------- time
 
@@ -176,6 +181,7 @@ struct Unit::Impl {
     }
 
     void Transmit_Data(const Bytes& packet) {
+        Trace('U', packet);
         ++data_transmissions;
         Bytes p = packet;
         if (faults.corrupt_every > 0 && data_transmissions % faults.corrupt_every == 0)
@@ -262,6 +268,7 @@ struct Unit::Impl {
             return;
         }
         ++counters.frames_received;
+        if (trace) trace('H', f.id, f.data);
         if (f.id == kAck) return On_Ack(f.data);
         if (f.id == kNak) return On_Nak();
         if (faults.nak_first > 0) {
@@ -884,6 +891,10 @@ Data_Set Unit::Visible_Data() const {
             v.flights.push_back(out);
         }
     return v;
+}
+
+void Unit::Trace_Handler(std::function<void(char, std::uint8_t, const Bytes&)> handler) {
+    impl_->trace = std::move(handler);
 }
 
 bool Unit::Dump_Uploads(const std::string& path, std::string& error) const {

@@ -27,10 +27,11 @@ int main(int argc, char** argv) {
     std::size_t gen_track = 0;
     Options options;
     Faults faults;
-    bool any_baud = false, list = false;
+    bool any_baud = false, list = false, trace = false;
     app.add_option("--link", link_path, "Path of the link to the pty's slave end (the host's port)");
     app.add_option("--profile", profile_name, "Unit profile (--list-profiles)");
     app.add_flag("--list-profiles", list, "List the profiles and exit");
+    app.add_flag("--trace", trace, "Write every packet to standard error");
     app.add_option("--data", data_file, "JSON data file to serve instead of the built-in set");
     app.add_option("--gen-track", gen_track, "Append a generated track of N points");
     app.add_option("--dump", dump_file, "Write everything uploaded to FILE (JSON) on exit");
@@ -100,6 +101,12 @@ int main(int argc, char** argv) {
     }
     Unit unit(profile, std::move(data), options);
     unit.Fault_Knobs() = faults;
+    if (trace)
+        unit.Trace_Handler([&line](char from, std::uint8_t id, const trekcom::Bytes& data) {
+            std::fprintf(stderr, "%10.1f %s %3u [%3zu]", line.Now_ms(), from == 'H' ? "host>" : "unit>", id, data.size());
+            for (auto b : data) std::fprintf(stderr, " %02X", b);
+            std::fprintf(stderr, "\n");
+        });
     unit.Connect(&line);
     std::printf("trekcom-sim: ready on %s (%s, profile %s, %d baud)\n", link_path.c_str(), line.Slave_Name().c_str(),
                 profile.name.c_str(), static_cast<int>(options.baud));

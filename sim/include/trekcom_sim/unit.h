@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -164,6 +165,9 @@ public:
     // and the packets the unit has ready for it, in order.
     void Usb_Host_Wrote(const Bytes& usb_packet);
     std::optional<Bytes> Usb_Read();
+
+    // Sees every packet: 'H' from the host (good frames), 'U' from the unit.
+    void Trace_Handler(std::function<void(char from, std::uint8_t id, const Bytes& data)> handler);
 
     // Writes Uploaded() as JSON (the data file layout).
     bool Dump_Uploads(const std::string& path, std::string& error) const;
