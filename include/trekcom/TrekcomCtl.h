@@ -10,9 +10,17 @@
 #include <memory>
 #include <string>
 
+#include "trekcom/collection.h"
 #include "trekcom/events.h"
 #include "trekcom/platform.h"
+#include "trekcom/records.h"
 #include "trekcom/types.h"
+
+// A read-only property: the getter reads; the setter changes nothing and
+// throws RuntimeError 383 "Property is Read Only" (translated).
+#define TREKCOM_READ_ONLY(Type, Getter, Setter) \
+    Type Getter() const;                        \
+    [[noreturn]] void Setter(Type value)
 
 namespace trekcom {
 
@@ -78,9 +86,124 @@ public:
     // Waits, running the loop: below 30 seconds, from 30 up milliseconds.
     void WaitFor(std::int32_t d);
 
+    // ---- identification and transfers
+    // Asks the receiver who it is and what it speaks, and refreshes every
+    // protocol property below. Every download repeats it first.
+    void Request_Product_Data();
+    // Downloads. Each returns once the receiver has announced its record
+    // count; the records then arrive while the loop runs, and the matching
+    // Received* event carries them (laps and flightbook records raise none:
+    // read Laps() once the transfer is over).
+    void Request_Waypoints();
+    void Request_Prox_Waypoints();  // delivered through ReceivedWaypoints
+    void Request_Routes();
+    void Request_Tracks();
+    void Request_Laps();
+    void Request_Flightbook();
+    // Asks for the four record counts without transferring a record and
+    // raises ReceiveCounts (-1 for a kind the receiver lacks). Until the next
+    // request, completion packets raise no download event.
+    void Request_Counts();
+    // An upload: Start_of_Records(n), one Send_* per record, End_of_Records().
+    void Start_of_Records(std::int16_t& ocount);
+    void End_of_Records();
+
+    // ---- record objects and collections
+    std::shared_ptr<cProduct_Data> Product_Data() const;
+    void Product_Data(std::shared_ptr<cProduct_Data> value);
+    std::shared_ptr<cRecord_Counts> Counts() const;
+    void Counts(std::shared_ptr<cRecord_Counts> value);
+    std::shared_ptr<Collection<cWaypoint>> Waypoints() const;
+    std::shared_ptr<Collection<cRoute>> Routes() const;
+    std::shared_ptr<Collection<cTrack>> Tracks() const;
+    std::shared_ptr<Collection<cLap>> Laps() const;
+
+    // ---- what the receiver speaks (read-only)
+    // Records announced by the last records packet.
+    TREKCOM_READ_ONLY(std::int16_t, Incoming_Records_Count, Incoming_Records_Count);
+
+    // Transfer protocols and record formats: four characters ("A100",
+    // "D108"); blank means the receiver lacks it.
+    TREKCOM_READ_ONLY(std::string, Link_Protocol, Link_Protocol);
+    TREKCOM_READ_ONLY(std::string, WayPoint_Transfer_Protocol, WayPoint_Transfer_Protocol);
+    TREKCOM_READ_ONLY(std::string, Route_Transfer_Protocol, Route_Transfer_Protocol);
+    TREKCOM_READ_ONLY(std::string, Track_Transfer_Protocol, Track_Transfer_Protocol);
+    TREKCOM_READ_ONLY(std::string, Prox_Wpt_Transfer_Protocol, Prox_Wpt_Transfer_Protocol);
+    TREKCOM_READ_ONLY(std::string, Almanac_Transfer_Protocol, Almanac_Transfer_Protocol);
+    TREKCOM_READ_ONLY(std::string, Date_Transfer_Protocol, Date_Transfer_Protocol);
+    TREKCOM_READ_ONLY(std::string, Posn_Transfer_Protocol, Posn_Transfer_Protocol);
+    TREKCOM_READ_ONLY(std::string, Pvt_Transfer_Protocol, Pvt_Transfer_Protocol);
+    TREKCOM_READ_ONLY(std::string, Laps_Transfer_Protocol, Laps_Transfer_Protocol);
+    TREKCOM_READ_ONLY(std::string, Flightbook_Transfer_Protocol, Flightbook_Transfer_Protocol);
+    TREKCOM_READ_ONLY(std::string, Waypoint_Data_Format, Waypoint_Data_Format);
+    TREKCOM_READ_ONLY(std::string, Route_Header_Format, Route_Header_Format);
+    TREKCOM_READ_ONLY(std::string, Route_Link_Format, Route_Link_Format);
+    TREKCOM_READ_ONLY(std::string, Route_Wpt_Data_Format, Route_Wpt_Data_Format);
+    TREKCOM_READ_ONLY(std::string, Track_Header_Format, Track_Header_Format);
+    TREKCOM_READ_ONLY(std::string, Track_Point_Format, Track_Point_Format);
+    TREKCOM_READ_ONLY(std::string, Prox_Wpt_Data_Format, Prox_Wpt_Data_Format);
+    TREKCOM_READ_ONLY(std::string, Almanac_Data_Format, Almanac_Data_Format);
+    TREKCOM_READ_ONLY(std::string, Date_Data_Format, Date_Data_Format);
+    TREKCOM_READ_ONLY(std::string, Posn_Data_Format, Posn_Data_Format);
+    TREKCOM_READ_ONLY(std::string, Pvt_Data_Format, Pvt_Data_Format);
+    TREKCOM_READ_ONLY(std::string, Laps_Data_Format, Laps_Data_Format);
+    TREKCOM_READ_ONLY(std::string, Flightbook_Data_Format, Flightbook_Data_Format);
+
+    // Packet ids in force (L001 until the receiver reports L002).
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Ack_Byte, PID_Ack_Byte);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Nak_Byte, PID_Nak_Byte);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Command_Data, PID_Command_Data);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Xfer_Cmplt, PID_Xfer_Cmplt);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Date_Time, PID_Date_Time);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Position_Data, PID_Position_Data);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Prx_Wpt_Data, PID_Prx_Wpt_Data);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Records, PID_Records);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Rte_Hdr, PID_Rte_Hdr);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Rte_Wpt_Data, PID_Rte_Wpt_Data);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Rte_Link, PID_Rte_Link);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Almanac_Data, PID_Almanac_Data);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Trk_Data, PID_Trk_Data);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Trk_Hdr, PID_Trk_Hdr);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Wpt_Data, PID_Wpt_Data);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Pvt_Data, PID_Pvt_Data);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Product_Rqst, PID_Product_Rqst);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Product_Data, PID_Product_Data);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Protocol_Array, PID_Protocol_Array);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Baud_Reply, PID_Baud_Reply);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Voltages, PID_Voltages);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Display_Data, PID_Display_Data);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Lap, PID_Lap);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Sats, PID_Sats);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Flightbook_Record, PID_Flightbook_Record);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Unit_ID, PID_Unit_ID);
+    TREKCOM_READ_ONLY(std::uint8_t, PID_Expanded_Packet, PID_Expanded_Packet);
+    TREKCOM_READ_ONLY(std::int32_t, PID_Expanded_ID, PID_Expanded_ID);
+    TREKCOM_READ_ONLY(std::int32_t, PID_Icon, PID_Icon);
+    // The setter's name is PID_Expanded_Lengh, as the interface has always spelled it.
+    TREKCOM_READ_ONLY(std::int32_t, PID_Expanded_Length, PID_Expanded_Lengh);
+
+    // Command codes in force (A010 until the receiver reports L002 / A011).
+    TREKCOM_READ_ONLY(std::uint8_t, CMND_Reset_Transfer, CMND_Reset_Transfer);
+    TREKCOM_READ_ONLY(std::uint8_t, CMND_Transfer_Alm, CMND_Transfer_Alm);
+    TREKCOM_READ_ONLY(std::uint8_t, CMND_Transfer_Posn, CMND_Transfer_Posn);
+    TREKCOM_READ_ONLY(std::uint8_t, CMND_Transfer_Prx, CMND_Transfer_Prx);
+    TREKCOM_READ_ONLY(std::uint8_t, CMND_Transfer_Rte, CMND_Transfer_Rte);
+    TREKCOM_READ_ONLY(std::uint8_t, CMND_Transfer_Time, CMND_Transfer_Time);
+    TREKCOM_READ_ONLY(std::uint8_t, CMND_Transfer_Trk, CMND_Transfer_Trk);
+    TREKCOM_READ_ONLY(std::uint8_t, CMND_Transfer_Wpt, CMND_Transfer_Wpt);
+    TREKCOM_READ_ONLY(std::uint8_t, CMND_Transfer_Lap, CMND_Transfer_Lap);
+    TREKCOM_READ_ONLY(std::uint8_t, CMND_Transfer_Flightbook, CMND_Transfer_Flightbook);
+    TREKCOM_READ_ONLY(std::uint8_t, CMND_Turn_Off_Pwr, CMND_Turn_Off_Pwr);
+    TREKCOM_READ_ONLY(std::uint8_t, CMND_Start_Pvt_Data, CMND_Start_Pvt_Data);
+    TREKCOM_READ_ONLY(std::uint8_t, CMND_Stop_Pvt_Data, CMND_Stop_Pvt_Data);
+    TREKCOM_READ_ONLY(std::uint8_t, CMND_Start_Async, CMND_Start_Async);
+    TREKCOM_READ_ONLY(std::uint8_t, CMND_Change_Baud, CMND_Change_Baud);
+
 private:
     friend class detail::Control;
     std::unique_ptr<detail::Control> impl_;
 };
 
 }  // namespace trekcom
+
+#undef TREKCOM_READ_ONLY

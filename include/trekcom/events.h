@@ -6,12 +6,17 @@
 //
 // Dispatch identifiers, in the order a container numbers them:
 //   1 vcReceive   2 Receive     3 HexDebug        4 NMEA
-//   5 cError      6 vcError     7 ReceiveCounts
+//   5 cError      6 vcError     7 ReceiveCounts   8 ReceivedWaypoints
+//   9 ReceivedRoutes             10 ReceivedTracks 11 ReceivedFlightbook
+//  12 ReceivedLaps
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
+#include "trekcom/collection.h"
+#include "trekcom/records.h"
 #include "trekcom/types.h"
 
 namespace trekcom {
@@ -51,6 +56,18 @@ public:
         (void)rCount;
         (void)tCount;
     }
+    // A waypoint or proximity waypoint download is complete.
+    virtual void ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>& Waypoints) { (void)Waypoints; }
+    // A route download is complete.
+    virtual void ReceivedRoutes(std::shared_ptr<Collection<cRoute>>& Routes) { (void)Routes; }
+    // A track download is complete.
+    virtual void ReceivedTracks(std::shared_ptr<Collection<cTrack>>& Tracks) { (void)Tracks; }
+    // Part of the interface, never raised: flightbook and lap downloads end
+    // without an event, and their records are read through the control.
+    virtual void ReceivedFlightbook(std::shared_ptr<Collection<cFlightbook_Record>>& Flightbook_records) {
+        (void)Flightbook_records;
+    }
+    virtual void ReceivedLaps(std::shared_ptr<Collection<cLap>>& Laps) { (void)Laps; }
 };
 
 }  // namespace trekcom

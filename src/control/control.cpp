@@ -10,7 +10,8 @@ Control::Control(std::shared_ptr<Platform> p)
       tmrTimeout(platform->Create_Timer()),
       tmrPVTData(platform->Create_Timer()),
       tmrAsync(platform->Create_Timer()),
-      link(*platform, *comGarmin, *tmrTimeout, ids, *this) {}
+      link(*platform, *comGarmin, *tmrTimeout, ids, *this),
+      engine(link, ids, *this) {}
 
 Control::~Control() {
     link.Terminating = true;
@@ -45,8 +46,26 @@ void Control::Raise_HexDebug(const std::string& text) {
     sink->HexDebug(line);
 }
 
-void Control::Dispatch_Packet(const Bytes& packet) {
-    (void)packet;  // the protocol engine takes received application packets from here
+void Control::Raise_ReceiveCounts(std::int16_t wCount, std::int16_t pCount, std::int16_t rCount,
+                                  std::int16_t tCount) {
+    if (sink) sink->ReceiveCounts(wCount, pCount, rCount, tCount);
+}
+
+void Control::Raise_ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>& list) {
+    if (sink) sink->ReceivedWaypoints(list);
+}
+
+void Control::Raise_ReceivedRoutes(std::shared_ptr<Collection<cRoute>>& list) {
+    if (sink) sink->ReceivedRoutes(list);
+}
+
+void Control::Raise_ReceivedTracks(std::shared_ptr<Collection<cTrack>>& list) {
+    if (sink) sink->ReceivedTracks(list);
+}
+
+void Control::Refuse_Read_Only() {
+    constexpr int kRead_Only = 383;
+    throw RuntimeError(kRead_Only, xLate("Property is Read Only"));
 }
 
 std::string Control::NMEA_Checksum(const std::string& msg) {
@@ -126,5 +145,110 @@ void TrekcomCtl::Send(const Bytes& Packet, std::uint8_t Response, std::int32_t W
     impl_->link.Send(Packet, Response, WaitTime);
 }
 void TrekcomCtl::WaitFor(std::int32_t d) { impl_->link.WaitFor(d); }
+
+void TrekcomCtl::Request_Product_Data() { impl_->engine.Request_Product_Data(); }
+void TrekcomCtl::Request_Waypoints() { impl_->engine.Request_Waypoints(); }
+void TrekcomCtl::Request_Prox_Waypoints() { impl_->engine.Request_Prox_Waypoints(); }
+void TrekcomCtl::Request_Routes() { impl_->engine.Request_Routes(); }
+void TrekcomCtl::Request_Tracks() { impl_->engine.Request_Tracks(); }
+void TrekcomCtl::Request_Laps() { impl_->engine.Request_Laps(); }
+void TrekcomCtl::Request_Flightbook() { impl_->engine.Request_Flightbook(); }
+void TrekcomCtl::Request_Counts() { impl_->engine.Request_Counts(); }
+void TrekcomCtl::Start_of_Records(std::int16_t& ocount) { impl_->engine.Start_of_Records(ocount); }
+void TrekcomCtl::End_of_Records() { impl_->engine.End_of_Records(); }
+
+std::shared_ptr<cProduct_Data> TrekcomCtl::Product_Data() const { return impl_->engine.Product_Data; }
+void TrekcomCtl::Product_Data(std::shared_ptr<cProduct_Data> value) { impl_->engine.Product_Data = std::move(value); }
+std::shared_ptr<cRecord_Counts> TrekcomCtl::Counts() const { return impl_->engine.Counts; }
+void TrekcomCtl::Counts(std::shared_ptr<cRecord_Counts> value) { impl_->engine.Counts = std::move(value); }
+std::shared_ptr<Collection<cWaypoint>> TrekcomCtl::Waypoints() const { return impl_->engine.Waypoints(); }
+std::shared_ptr<Collection<cRoute>> TrekcomCtl::Routes() const { return impl_->engine.Routes(); }
+std::shared_ptr<Collection<cTrack>> TrekcomCtl::Tracks() const { return impl_->engine.Tracks(); }
+std::shared_ptr<Collection<cLap>> TrekcomCtl::Laps() const { return impl_->engine.Laps(); }
+
+// Read-only properties: one getter reading `where`, one refusing setter.
+#define READ_ONLY(Type, Getter, Setter, where)                      \
+    Type TrekcomCtl::Getter() const { return impl_->where; }        \
+    void TrekcomCtl::Setter(Type) { impl_->Refuse_Read_Only(); }
+#define PROTOCOL(name) READ_ONLY(std::string, name, name, engine.P.name)
+#define PACKET_ID(name) READ_ONLY(std::uint8_t, name, name, ids.name)
+
+READ_ONLY(std::int16_t, Incoming_Records_Count, Incoming_Records_Count, engine.Incoming_Records_Count)
+
+PROTOCOL(Link_Protocol)
+PROTOCOL(WayPoint_Transfer_Protocol)
+PROTOCOL(Route_Transfer_Protocol)
+PROTOCOL(Track_Transfer_Protocol)
+PROTOCOL(Prox_Wpt_Transfer_Protocol)
+PROTOCOL(Almanac_Transfer_Protocol)
+PROTOCOL(Date_Transfer_Protocol)
+PROTOCOL(Posn_Transfer_Protocol)
+PROTOCOL(Pvt_Transfer_Protocol)
+PROTOCOL(Laps_Transfer_Protocol)
+PROTOCOL(Flightbook_Transfer_Protocol)
+PROTOCOL(Waypoint_Data_Format)
+PROTOCOL(Route_Header_Format)
+PROTOCOL(Route_Link_Format)
+PROTOCOL(Route_Wpt_Data_Format)
+PROTOCOL(Track_Header_Format)
+PROTOCOL(Track_Point_Format)
+PROTOCOL(Prox_Wpt_Data_Format)
+PROTOCOL(Almanac_Data_Format)
+PROTOCOL(Date_Data_Format)
+PROTOCOL(Posn_Data_Format)
+PROTOCOL(Pvt_Data_Format)
+PROTOCOL(Laps_Data_Format)
+PROTOCOL(Flightbook_Data_Format)
+
+PACKET_ID(PID_Ack_Byte)
+PACKET_ID(PID_Nak_Byte)
+PACKET_ID(PID_Command_Data)
+PACKET_ID(PID_Xfer_Cmplt)
+PACKET_ID(PID_Date_Time)
+PACKET_ID(PID_Position_Data)
+PACKET_ID(PID_Prx_Wpt_Data)
+PACKET_ID(PID_Records)
+PACKET_ID(PID_Rte_Hdr)
+PACKET_ID(PID_Rte_Wpt_Data)
+PACKET_ID(PID_Rte_Link)
+PACKET_ID(PID_Almanac_Data)
+PACKET_ID(PID_Trk_Data)
+PACKET_ID(PID_Trk_Hdr)
+PACKET_ID(PID_Wpt_Data)
+PACKET_ID(PID_Pvt_Data)
+PACKET_ID(PID_Product_Rqst)
+PACKET_ID(PID_Product_Data)
+PACKET_ID(PID_Protocol_Array)
+PACKET_ID(PID_Baud_Reply)
+PACKET_ID(PID_Voltages)
+PACKET_ID(PID_Display_Data)
+PACKET_ID(PID_Lap)
+PACKET_ID(PID_Sats)
+PACKET_ID(PID_Flightbook_Record)
+PACKET_ID(PID_Unit_ID)
+PACKET_ID(PID_Expanded_Packet)
+READ_ONLY(std::int32_t, PID_Expanded_ID, PID_Expanded_ID, engine.PID_Expanded_ID)
+READ_ONLY(std::int32_t, PID_Icon, PID_Icon, engine.PID_Icon)
+READ_ONLY(std::int32_t, PID_Expanded_Length, PID_Expanded_Lengh, engine.PID_Expanded_Length)
+
+PACKET_ID(CMND_Reset_Transfer)
+PACKET_ID(CMND_Transfer_Alm)
+PACKET_ID(CMND_Transfer_Posn)
+PACKET_ID(CMND_Transfer_Prx)
+PACKET_ID(CMND_Transfer_Rte)
+PACKET_ID(CMND_Transfer_Time)
+PACKET_ID(CMND_Transfer_Trk)
+PACKET_ID(CMND_Transfer_Wpt)
+PACKET_ID(CMND_Transfer_Lap)
+PACKET_ID(CMND_Transfer_Flightbook)
+PACKET_ID(CMND_Turn_Off_Pwr)
+PACKET_ID(CMND_Start_Pvt_Data)
+PACKET_ID(CMND_Stop_Pvt_Data)
+PACKET_ID(CMND_Start_Async)
+PACKET_ID(CMND_Change_Baud)
+
+#undef PACKET_ID
+#undef PROTOCOL
+#undef READ_ONLY
 
 }  // namespace trekcom

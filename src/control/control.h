@@ -8,11 +8,12 @@
 
 #include "link/link.h"
 #include "link/packet_ids.h"
+#include "protocol/engine.h"
 #include "trekcom/TrekcomCtl.h"
 
 namespace trekcom::detail {
 
-class Control final : public link::Link_Host {
+class Control final : public link::Link_Host, public protocol::Engine_Host {
 public:
     explicit Control(std::shared_ptr<Platform> platform);
     ~Control() override;
@@ -20,14 +21,25 @@ public:
     // The internals of a control, for the library's own layers and tests.
     static Control& Of(TrekcomCtl& ctl) { return *ctl.impl_; }
 
-    // ---- Link_Host
+    // ---- Link_Host and Engine_Host
     void Raise_Receive(const Bytes& packet) override;
     void Raise_Error(std::int16_t code, const std::string& message, const Bytes& packet) override;
     void Raise_HexDebug(const std::string& text) override;
-    void Dispatch_Packet(const Bytes& packet) override;
+    void Dispatch_Packet(const Bytes& packet) override { engine.Dispatch_Packet(packet); }
     void Line_Received(const std::string& line, bool text_line) override;
     std::string xLate(const std::string& phrase) override;
-    void Clear_Error_Latch() override { error_latch = false; }
+    void Clear_Error_Latch() override { engine.Error_Latch = false; }
+    void Raise_ReceiveCounts(std::int16_t wCount, std::int16_t pCount, std::int16_t rCount,
+                             std::int16_t tCount) override;
+    void Raise_ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>& list) override;
+    void Raise_ReceivedRoutes(std::shared_ptr<Collection<cRoute>>& list) override;
+    void Raise_ReceivedTracks(std::shared_ptr<Collection<cTrack>>& list) override;
+    // No USB transport is wired yet: Port 0 reports a connection failure.
+    bool USB_Is_Open() override { return false; }
+    bool USB_Open() override { return false; }
+
+    // Assignment to a read-only property: error 383, the value unchanged.
+    [[noreturn]] void Refuse_Read_Only();
 
     // NMEA: two hex digits of the XOR from the second character to the first "*".
     static std::string NMEA_Checksum(const std::string& msg);
@@ -35,8 +47,6 @@ public:
     std::shared_ptr<Platform> platform;
     TrekcomCtlEvents* sink = nullptr;
     link::Packet_Ids ids;
-    // Set by a refused upload once it has reported, so a batch reports once.
-    bool error_latch = false;
     bool IgnoreCheckSum = false;
     std::string Language = "English";
 
@@ -45,6 +55,7 @@ public:
     std::unique_ptr<Timer> tmrPVTData;
     std::unique_ptr<Timer> tmrAsync;
     link::Link link;
+    protocol::Engine engine;
 };
 
 }  // namespace trekcom::detail

@@ -1,0 +1,112 @@
+// The one entry for every received application packet, serial or USB: it
+// looks at the id alone and hands the packet to its handler.
+#include <string>
+
+#include "protocol/engine.h"
+#include "records/fields.h"
+
+namespace trekcom::protocol {
+
+namespace {
+constexpr std::uint8_t kExt_Product_Data = 248;
+constexpr std::uint8_t kIcon_Packet_1 = 124;
+constexpr std::uint8_t kIcon_Packet_2 = 125;
+}  // namespace
+
+void Engine::Dispatch_Packet(const Bytes& packet) {
+    if (packet.size() < 2) return;
+    const std::uint8_t id = packet[1];
+    // The ids are the ones in force, so an L002 unit is routed by its own
+    // numbers. Where two of them coincide, the first row wins: the order is
+    // part of the behaviour.
+    if (id == ids_.PID_Trk_Hdr) {
+        On_Track_Header(packet);
+    } else if (id == ids_.PID_Trk_Data) {
+        On_Track_Point(packet);
+    } else if (id == ids_.PID_Records) {
+        Incoming_Records_Count = records::Pkt2Int(packet, 3);
+    } else if (id == ids_.PID_Product_Data) {
+        Process_Product_Data(packet);
+    } else if (id == kExt_Product_Data) {
+        Process_Ext_Product_Data(packet);
+    } else if (id == ids_.PID_Protocol_Array) {
+        Parse_Protocol_Array(packet);
+    } else if (id == ids_.PID_Unit_ID) {
+        // The unit id is an unsigned 32-bit number shown in plain decimal.
+        Product_Data->Unit_ID = std::to_string(static_cast<std::uint32_t>(records::Pkt2Long(packet, 3)));
+    } else if (id == ids_.PID_Date_Time) {
+        On_Date_Time(packet);
+    } else if (id == ids_.PID_Pvt_Data) {
+        On_Pvt_Data(packet);
+    } else if (id == ids_.PID_Almanac_Data) {
+        On_Almanac(packet);
+    } else if (id == ids_.PID_Position_Data) {
+        On_Position(packet);
+    } else if (id == ids_.PID_Wpt_Data || id == ids_.PID_Rte_Wpt_Data || id == ids_.PID_Prx_Wpt_Data) {
+        On_Waypoint(packet);
+    } else if (id == ids_.PID_Rte_Hdr) {
+        On_Route_Header(packet);
+    } else if (id == ids_.PID_Rte_Link) {
+        On_Route_Link(packet);
+    } else if (id == ids_.PID_Voltages) {
+        On_Voltages(packet);
+    } else if (id == ids_.PID_Display_Data) {
+        On_Display_Data(packet);
+    } else if (id == ids_.PID_Flightbook_Record) {
+        On_Flightbook_Record(packet);
+    } else if (id == ids_.PID_Lap) {
+        On_Lap(packet);
+    } else if (id == ids_.PID_Sats) {
+        On_Sats(packet);
+    } else if (id == ids_.PID_Xfer_Cmplt) {
+        Complete_Transfer(packet);
+    } else if (id == ids_.PID_Nak_Byte || id == ids_.PID_Ack_Byte) {
+        // acknowledgements belong to the command exchange
+    } else if (id == ids_.PID_Baud_Reply) {
+        Baud_Reply = records::Pkt2Long(packet, 3);
+    } else if (id == ids_.PID_Expanded_Packet || id == kIcon_Packet_1 || id == kIcon_Packet_2) {
+        On_Expanded_Packet(packet);
+    }
+    // Anything else is not ours to judge: dropped without an error.
+}
+
+void Engine::Complete_Transfer(const Bytes& packet) {
+    // While counting, the completion packets answer our own aborts.
+    if (link_.RawSuppressed) return;
+    // The data names the command the transfer answered; only its low byte counts.
+    if (packet.size() < 4 || packet[2] < 1) return;
+    const std::uint8_t command = packet[3];
+    if (command == ids_.CMND_Transfer_Wpt || command == ids_.CMND_Transfer_Prx) {
+        // Proximity waypoints share the waypoint collection and event.
+        host_.Raise_ReceivedWaypoints(Waypoints());
+    } else if (command == ids_.CMND_Transfer_Rte) {
+        host_.Raise_ReceivedRoutes(Routes());
+    } else if (command == ids_.CMND_Transfer_Trk) {
+        host_.Raise_ReceivedTracks(Tracks());
+    }
+    // Laps, flightbook and almanac downloads end without an event: the host
+    // reads those records through their properties.
+}
+
+// ---------------------------------------------------------------- decoder hooks
+//
+// The record decoders and the real-time handlers are called from here. Until
+// one is wired, its packets are dropped and its record keeps its start values.
+
+void Engine::On_Track_Header(const Bytes& packet) { (void)packet; }
+void Engine::On_Track_Point(const Bytes& packet) { (void)packet; }
+void Engine::On_Date_Time(const Bytes& packet) { (void)packet; }
+void Engine::On_Pvt_Data(const Bytes& packet) { (void)packet; }
+void Engine::On_Almanac(const Bytes& packet) { (void)packet; }
+void Engine::On_Position(const Bytes& packet) { (void)packet; }
+void Engine::On_Waypoint(const Bytes& packet) { (void)packet; }
+void Engine::On_Route_Header(const Bytes& packet) { (void)packet; }
+void Engine::On_Route_Link(const Bytes& packet) { (void)packet; }
+void Engine::On_Voltages(const Bytes& packet) { (void)packet; }
+void Engine::On_Display_Data(const Bytes& packet) { (void)packet; }
+void Engine::On_Flightbook_Record(const Bytes& packet) { (void)packet; }
+void Engine::On_Lap(const Bytes& packet) { (void)packet; }
+void Engine::On_Sats(const Bytes& packet) { (void)packet; }
+void Engine::On_Expanded_Packet(const Bytes& packet) { (void)packet; }
+
+}  // namespace trekcom::protocol

@@ -1,0 +1,187 @@
+// The protocol engine: what the receiver speaks (packet ids, command codes,
+// transfer protocols and record formats), learnt from its capability array or
+// from the built-in product table; the routing of every received application
+// packet; and the bookkeeping of multi-record downloads and uploads.
+//
+// It sits between the control and the link: the control owns it and forwards
+// the host's calls; it sends through the link's command exchange and writes
+// the ids in force into the Packet_Ids the link reads.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "link/link.h"
+#include "link/packet_ids.h"
+#include "protocol/product_table.h"
+#include "trekcom/collection.h"
+#include "trekcom/records.h"
+#include "trekcom/types.h"
+
+namespace trekcom::protocol {
+
+// What the engine needs from the control above it.
+class Engine_Host {
+public:
+    virtual ~Engine_Host() = default;
+    // cError then vcError; the message is already translated.
+    virtual void Raise_Error(std::int16_t code, const std::string& message, const Bytes& packet) = 0;
+    virtual std::string xLate(const std::string& phrase) = 0;
+    virtual void Raise_ReceiveCounts(std::int16_t wCount, std::int16_t pCount, std::int16_t rCount,
+                                     std::int16_t tCount) = 0;
+    virtual void Raise_ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>& list) = 0;
+    virtual void Raise_ReceivedRoutes(std::shared_ptr<Collection<cRoute>>& list) = 0;
+    virtual void Raise_ReceivedTracks(std::shared_ptr<Collection<cTrack>>& list) = 0;
+    // The USB transport (Port 0).
+    virtual bool USB_Is_Open() = 0;
+    virtual bool USB_Open() = 0;
+};
+
+// The transfer protocol and record formats of a receiver. Four characters
+// each ("A100", "D108"); blank (spaces) or empty means the receiver lacks it.
+struct Protocols {
+    std::string Link_Protocol;
+    std::string WayPoint_Transfer_Protocol;
+    std::string Route_Transfer_Protocol;
+    std::string Track_Transfer_Protocol;
+    std::string Prox_Wpt_Transfer_Protocol;
+    std::string Almanac_Transfer_Protocol;
+    std::string Flightbook_Transfer_Protocol;
+    std::string Laps_Transfer_Protocol;
+    std::string Date_Transfer_Protocol;
+    std::string Posn_Transfer_Protocol;
+    std::string Pvt_Transfer_Protocol;
+    std::string Waypoint_Data_Format;
+    std::string Route_Header_Format;
+    std::string Route_Wpt_Data_Format;
+    std::string Route_Link_Format;
+    std::string Track_Header_Format;
+    std::string Track_Point_Format;
+    std::string Prox_Wpt_Data_Format;
+    std::string Almanac_Data_Format;
+    std::string Flightbook_Data_Format;
+    std::string Laps_Data_Format;
+    std::string Date_Data_Format;
+    std::string Posn_Data_Format;
+    std::string Pvt_Data_Format;
+};
+
+// The six multi-record kinds, each with its support test.
+enum class Transfer_Kind { Waypoints, Prox_Waypoints, Routes, Tracks, Flightbook, Laps };
+
+// Who asks for the support test: a download always reports a refusal; an
+// upload reports only the first refusal of a batch (the error latch).
+enum class Asker { Request, Send };
+
+class Engine {
+public:
+    Engine(link::Link& link, link::Packet_Ids& ids, Engine_Host& host);
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    // ---- state the host reads through properties
+    Protocols P;
+    // Any A900..A905 entry of the capability array; nothing reads it.
+    std::string A900_Protocol;
+    bool Protocol_Array_Received = false;
+    // The count of the last records packet; -1 while Request_Counts waits for one.
+    std::int16_t Incoming_Records_Count = 0;
+    // The rate the receiver answered a baud change with.
+    std::int32_t Baud_Reply = 0;
+    // Set by a refused upload once it has reported, so a batch reports once.
+    bool Error_Latch = false;
+    // Ids of the expanded and icon packets, held for the icon transfers.
+    std::int32_t PID_Expanded_ID = 0;
+    std::int32_t PID_Icon = 0;
+    std::int32_t PID_Expanded_Length = 0;
+
+    std::shared_ptr<cProduct_Data> Product_Data = std::make_shared<cProduct_Data>();
+    std::shared_ptr<cRecord_Counts> Counts = std::make_shared<cRecord_Counts>();
+    // Created on first use; the record decoders add to them.
+    std::shared_ptr<Collection<cWaypoint>>& Waypoints();
+    std::shared_ptr<Collection<cRoute>>& Routes();
+    std::shared_ptr<Collection<cTrack>>& Tracks();
+    std::shared_ptr<Collection<cLap>>& Laps();
+    std::shared_ptr<Collection<cFlightbook_Record>>& Flightbook_Records();
+
+    const std::vector<Product_Row>& Product_Protocol_Table() const { return table_; }
+
+    // ---- identification
+    void Request_Product_Data();
+    void Process_Product_Data(const Bytes& packet);
+    void Process_Ext_Product_Data(const Bytes& packet);
+    void Parse_Protocol_Array(const Bytes& packet);
+    void Set_Default_Protocols();
+    void Clear_Protocols();
+    // False (after reporting as the asker's rule says) when the receiver
+    // lacks the kind's transfer protocol.
+    bool Supports(Transfer_Kind kind, Asker asker);
+
+    // ---- received packets
+    void Dispatch_Packet(const Bytes& packet);
+
+    // ---- transfers
+    void Request_Waypoints();
+    void Request_Prox_Waypoints();
+    void Request_Routes();
+    void Request_Tracks();
+    void Request_Laps();
+    void Request_Flightbook();
+    void Request_Counts();
+    void Start_of_Records(std::int16_t& ocount);
+    void End_of_Records();
+
+    // ---- prebuilt packets, laid out as serial frames (DLE, id, size, data)
+    struct Prebuilt {
+        Bytes Records;      // two data bytes: the count of an upload
+        Bytes Xfer_Cmplt;   // two data bytes: the command the transfer answered
+        Bytes Transfer_Wpt, Transfer_Prx, Transfer_Rte, Transfer_Trk, Transfer_Flightbook, Transfer_Lap,
+            Transfer_Alm, Transfer_Time, Transfer_Posn, Start_Pvt_Data, Stop_Pvt_Data, Turn_Off_Pwr,
+            Unit_ID_Request, Voltages_Request;
+    };
+    const Prebuilt& Packets() const { return packets_; }
+
+private:
+    // (Re)builds the prebuilt packets from the ids and codes in force.
+    void Build_Packets();
+    void Apply_L002(bool from_capability_array);
+    // One send-and-wait; a missing answer is reported and the caller goes on.
+    bool Exchange(const Bytes& packet, std::uint8_t response, std::int32_t wait_time);
+    void Download(Transfer_Kind kind, Bytes Prebuilt::*command);
+    void Complete_Transfer(const Bytes& packet);
+    std::uint8_t Command_Of_Record(std::uint8_t pid) const;
+
+    // Hooks of the record decoders and the real-time and screen handlers.
+    // Each is called with the whole received packet; where no decoder is
+    // wired yet the packet is dropped and its record keeps its start values.
+    void On_Track_Header(const Bytes& packet);
+    void On_Track_Point(const Bytes& packet);
+    void On_Date_Time(const Bytes& packet);
+    void On_Pvt_Data(const Bytes& packet);
+    void On_Almanac(const Bytes& packet);
+    void On_Position(const Bytes& packet);
+    void On_Waypoint(const Bytes& packet);  // waypoint, route waypoint or proximity waypoint: see packet[1]
+    void On_Route_Header(const Bytes& packet);
+    void On_Route_Link(const Bytes& packet);
+    void On_Voltages(const Bytes& packet);
+    void On_Display_Data(const Bytes& packet);
+    void On_Flightbook_Record(const Bytes& packet);
+    void On_Lap(const Bytes& packet);
+    void On_Sats(const Bytes& packet);
+    void On_Expanded_Packet(const Bytes& packet);  // expanded form, ids 124 and 125
+
+    link::Link& link_;
+    link::Packet_Ids& ids_;
+    Engine_Host& host_;
+    std::vector<Product_Row> table_;
+    Prebuilt packets_;
+    std::shared_ptr<Collection<cWaypoint>> waypoints_;
+    std::shared_ptr<Collection<cRoute>> routes_;
+    std::shared_ptr<Collection<cTrack>> tracks_;
+    std::shared_ptr<Collection<cLap>> laps_;
+    std::shared_ptr<Collection<cFlightbook_Record>> flightbook_;
+};
+
+}  // namespace trekcom::protocol

@@ -1,0 +1,313 @@
+// Identification: the product data, the capability array, the product table
+// for receivers that send none, and the support test that every transfer
+// makes before it starts.
+#include <algorithm>
+#include <cstdio>
+
+#include "link/framing.h"
+#include "protocol/engine.h"
+#include "records/fields.h"
+
+namespace trekcom::protocol {
+
+namespace {
+
+constexpr std::uint8_t kAsync_Off = 28;  // asynchronous-message switch, data 0, 0: all off
+constexpr int kArray_Polls = 10;
+constexpr std::int32_t kArray_Poll_ms = 50;
+constexpr std::int32_t kAfter_Wait = 500;
+
+const std::string kBlank = "    ";
+
+// The data size the packet claims, never more than it holds after its header.
+std::size_t Data_Length(const Bytes& packet) {
+    if (packet.size() < 3) return 0;
+    return std::min<std::size_t>(packet[2], packet.size() - 3);
+}
+
+// Data bytes from offset `from` to the end of the data, one character per
+// byte (NULs kept), then split at NULs into at most `fields` texts: the last
+// field stops at its NUL, or takes the rest when there is none; a text with
+// no NUL at all is the first field alone.
+std::vector<std::string> Nul_Fields(const Bytes& packet, std::size_t from, std::size_t fields) {
+    const std::size_t length = Data_Length(packet);
+    const std::string text =
+        length > from ? records::Wire_Text(packet, static_cast<std::int64_t>(3 + from),
+                                           static_cast<std::int64_t>(length - from), 1)
+                      : std::string();
+    std::vector<std::string> out;
+    std::size_t start = 0;
+    while (out.size() < fields) {
+        const std::size_t nul = text.find('\0', start);
+        out.push_back(text.substr(start, nul == std::string::npos ? std::string::npos : nul - start));
+        if (nul == std::string::npos) break;
+        start = nul + 1;
+    }
+    return out;
+}
+
+bool Trimmed_Empty(const std::string& protocol) { return protocol.find_first_not_of(' ') == std::string::npos; }
+
+// "A" and 10 give "A010": at least three digits.
+std::string Entry_Name(char tag, std::int16_t number) {
+    char digits[8];
+    if (number < 0)
+        std::snprintf(digits, sizeof digits, "-%03d", -static_cast<int>(number));
+    else
+        std::snprintf(digits, sizeof digits, "%03d", static_cast<int>(number));
+    return std::string(1, tag) + digits;
+}
+
+}  // namespace
+
+void Engine::Set_Default_Protocols() {
+    P.Link_Protocol = "L001";
+    P.WayPoint_Transfer_Protocol = "A100";
+    P.Route_Transfer_Protocol = "A200";
+    P.Track_Transfer_Protocol = kBlank;
+    P.Prox_Wpt_Transfer_Protocol = kBlank;
+    P.Almanac_Transfer_Protocol = "A500";
+    P.Flightbook_Transfer_Protocol = "A650";
+    P.Laps_Transfer_Protocol = "A906";
+    P.Date_Transfer_Protocol = "A600";
+    P.Posn_Transfer_Protocol = "A700";
+    P.Pvt_Transfer_Protocol = "A800";
+    P.Waypoint_Data_Format = "D100";
+    P.Route_Header_Format = "D200";
+    P.Route_Wpt_Data_Format = "D100";
+    P.Route_Link_Format = kBlank;
+    P.Track_Header_Format = kBlank;
+    P.Track_Point_Format = kBlank;
+    P.Prox_Wpt_Data_Format = kBlank;
+    P.Almanac_Data_Format = "D500";
+    P.Flightbook_Data_Format = "D650";
+    P.Laps_Data_Format = "D906";
+    P.Date_Data_Format = "D600";
+    P.Posn_Data_Format = "D700";
+    P.Pvt_Data_Format = "D800";
+}
+
+void Engine::Clear_Protocols() {
+    // A900_Protocol has no property and is left as it is.
+    P.Link_Protocol = "   ";
+    for (std::string* member :
+         {&P.WayPoint_Transfer_Protocol, &P.Route_Transfer_Protocol, &P.Track_Transfer_Protocol,
+          &P.Prox_Wpt_Transfer_Protocol, &P.Almanac_Transfer_Protocol, &P.Flightbook_Transfer_Protocol,
+          &P.Laps_Transfer_Protocol, &P.Date_Transfer_Protocol, &P.Posn_Transfer_Protocol, &P.Pvt_Transfer_Protocol,
+          &P.Waypoint_Data_Format, &P.Route_Header_Format, &P.Route_Wpt_Data_Format, &P.Route_Link_Format,
+          &P.Track_Header_Format, &P.Track_Point_Format, &P.Prox_Wpt_Data_Format, &P.Almanac_Data_Format,
+          &P.Flightbook_Data_Format, &P.Laps_Data_Format, &P.Date_Data_Format, &P.Posn_Data_Format,
+          &P.Pvt_Data_Format})
+        *member = kBlank;
+}
+
+void Engine::Apply_L002(bool from_capability_array) {
+    ids_.PID_Command_Data = 11;
+    ids_.PID_Xfer_Cmplt = 12;
+    ids_.PID_Date_Time = 20;
+    ids_.PID_Position_Data = 24;
+    ids_.PID_Records = 35;
+    ids_.PID_Rte_Hdr = 37;
+    ids_.PID_Almanac_Data = 4;
+    ids_.PID_Wpt_Data = 43;
+    ids_.CMND_Reset_Transfer = 0;
+    ids_.CMND_Transfer_Alm = 4;
+    ids_.CMND_Transfer_Rte = 8;
+    ids_.CMND_Transfer_Time = 20;
+    ids_.CMND_Transfer_Wpt = 21;
+    ids_.CMND_Turn_Off_Pwr = 26;
+    // The table path has always left the proximity id and command at their
+    // L001 values; only a capability array moves them. Route waypoints keep
+    // id 30 on both paths.
+    if (from_capability_array) {
+        ids_.PID_Prx_Wpt_Data = 27;
+        ids_.CMND_Transfer_Prx = 17;
+    }
+    // The prebuilt packets and the link's ping carry the ids they were built
+    // with, and an L002 unit does not know the L001 command id 10 or the A010
+    // codes: rebuild them so every later request speaks the unit's numbers.
+    Build_Packets();
+    link_.Build_Fixed_Packets();
+}
+
+void Engine::Request_Product_Data() {
+    link_.RawSuppressed = false;
+    Error_Latch = false;
+    if (link_.Port == 0 && !host_.USB_Is_Open()) {
+        host_.USB_Open();
+        if (!host_.USB_Is_Open()) {
+            host_.Raise_Error(0, host_.xLate("USB connection failure"), {});
+            return;
+        }
+    }
+    Protocol_Array_Received = false;
+    if (!Exchange(link::Make_Packet(ids_.PID_Product_Rqst, {}), ids_.PID_Product_Data, 0)) return;
+
+    // The capability array, if the unit has one, follows its product data.
+    bool array_came = false;
+    for (int poll = 0; poll < kArray_Polls; ++poll) {
+        if (Protocol_Array_Received) {
+            array_came = true;
+            break;
+        }
+        link_.WaitFor(kArray_Poll_ms);
+    }
+    if (!array_came) return;  // older units: no unit id to ask for either
+
+    Exchange(packets_.Unit_ID_Request, ids_.PID_Unit_ID, kAfter_Wait);
+    Exchange(link::Make_Packet(kAsync_Off, {0, 0}), ids_.PID_Ack_Byte, kAfter_Wait);
+}
+
+void Engine::Process_Product_Data(const Bytes& packet) {
+    cProduct_Data& pd = *Product_Data;
+    pd.Product_ID = records::Pkt2Int(packet, 3);
+    pd.Software_Version = records::Pkt2Int(packet, 5);
+    const auto texts = Nul_Fields(packet, 4, 3);
+    std::string* targets[] = {&pd.Product_Description_1, &pd.Product_Description_2, &pd.Product_Description_3};
+    for (std::size_t i = 0; i < texts.size(); ++i) *targets[i] = texts[i];
+
+    if (Protocol_Array_Received) return;
+    // Units send their product data before their capability array, so the
+    // table's guess is made first and an array that follows overrides it.
+    Set_Default_Protocols();
+    const Product_Row* row = Find_Product_Row(table_, pd.Product_ID, pd.Software_Version);
+    if (!row) return;
+    const auto& c = row->Column;
+    P.Link_Protocol = c[3];
+    P.WayPoint_Transfer_Protocol = c[5];
+    P.Waypoint_Data_Format = c[6];
+    P.Route_Transfer_Protocol = c[7];
+    P.Route_Header_Format = c[8];
+    P.Route_Wpt_Data_Format = c[9];
+    P.Route_Link_Format = c[10];
+    P.Track_Transfer_Protocol = c[11];
+    // Column 12 holds the single track type of A300 units and goes to the
+    // point format; column 13 goes to the header format, whatever the row holds.
+    P.Track_Point_Format = c[12];
+    P.Track_Header_Format = c[13];
+    P.Prox_Wpt_Transfer_Protocol = c[14];
+    P.Prox_Wpt_Data_Format = c[15];
+    P.Almanac_Transfer_Protocol = c[16];
+    P.Almanac_Data_Format = c[17];
+    P.Date_Transfer_Protocol = c[18];
+    P.Date_Data_Format = c[19];
+    P.Posn_Transfer_Protocol = c[20];
+    P.Posn_Data_Format = c[21];
+    P.Pvt_Transfer_Protocol = c[22];
+    P.Pvt_Data_Format = c[23];
+    if (P.Link_Protocol == "L002") Apply_L002(false);
+}
+
+void Engine::Process_Ext_Product_Data(const Bytes& packet) {
+    cProduct_Data& pd = *Product_Data;
+    const auto texts = Nul_Fields(packet, 0, 3);
+    std::string* targets[] = {&pd.Product_Description_4, &pd.Product_Description_5, &pd.Product_Description_6};
+    for (std::size_t i = 0; i < texts.size(); ++i) *targets[i] = texts[i];
+}
+
+void Engine::Parse_Protocol_Array(const Bytes& packet) {
+    Clear_Protocols();
+    Protocol_Array_Received = true;
+    std::string current_a;
+    int d_count = 0;
+    const std::size_t length = Data_Length(packet);
+    for (std::size_t at = 0; at < length; at += 3) {
+        const char tag = static_cast<char>(packet[3 + at]);
+        // The number may run past a short last entry into the checksum; the
+        // reader keeps it inside the packet.
+        const std::int16_t number = records::Pkt2Int(packet, static_cast<std::int16_t>(3 + at + 1));
+        const std::string name = Entry_Name(tag, number);
+        if (tag == 'L') {
+            P.Link_Protocol = name;
+        } else if (tag == 'A') {
+            d_count = 0;
+            current_a = name;
+            if (number == 100) P.WayPoint_Transfer_Protocol = name;
+            else if (number == 200 || number == 201) P.Route_Transfer_Protocol = name;
+            else if (number == 300 || number == 301) P.Track_Transfer_Protocol = name;
+            else if (number == 400 || number == 401) P.Prox_Wpt_Transfer_Protocol = name;
+            else if (number == 500 || number == 501) P.Almanac_Transfer_Protocol = name;
+            else if (number == 600) P.Date_Transfer_Protocol = name;
+            else if (number == 650) P.Flightbook_Transfer_Protocol = name;
+            else if (number == 700) P.Posn_Transfer_Protocol = name;
+            else if (number >= 800 && number <= 802) P.Pvt_Transfer_Protocol = name;
+            else if (number >= 900 && number <= 905) A900_Protocol = name;
+            else if (number == 906) P.Laps_Transfer_Protocol = name;
+        } else if (tag == 'D') {
+            ++d_count;
+            if (number >= 100 && number <= 199) {
+                // A waypoint layout names whichever transfer it follows.
+                if (current_a == "A100") P.Waypoint_Data_Format = name;
+                if (current_a.starts_with("A2")) P.Route_Wpt_Data_Format = name;
+                if (current_a.starts_with("A4")) P.Prox_Wpt_Data_Format = name;
+            } else if (number >= 200 && number <= 299) {
+                // Route header first, then the route waypoint, then the link.
+                if (d_count == 1) P.Route_Header_Format = name;
+                if (d_count == 3) P.Route_Link_Format = name;
+            } else if (number >= 300 && number <= 309) {
+                P.Track_Point_Format = name;
+            } else if (number >= 310 && number <= 313) {
+                P.Track_Header_Format = name;
+            } else if (number >= 400 && number <= 499) {
+                P.Prox_Wpt_Data_Format = name;
+            } else if (number >= 500 && number <= 599) {
+                P.Almanac_Data_Format = name;
+            } else if (number == 600) {
+                P.Date_Data_Format = name;
+            } else if (number == 650) {
+                // Not recorded: hosts have always seen a blank flightbook format
+                // from a capability array, and there is only one flightbook
+                // layout to decode, so nothing depends on it.
+            } else if (number == 700) {
+                P.Posn_Data_Format = name;
+            } else if (number >= 800 && number <= 802) {
+                P.Pvt_Data_Format = name;
+            } else if (number == 906) {
+                P.Laps_Data_Format = name;
+            }
+        }
+        // "P" (the product entry) and unknown tags say nothing we use.
+    }
+    if (P.Link_Protocol == "L002") Apply_L002(true);
+}
+
+bool Engine::Supports(Transfer_Kind kind, Asker asker) {
+    const std::string* protocol = nullptr;
+    const char* message = nullptr;
+    switch (kind) {
+        case Transfer_Kind::Waypoints:
+            protocol = &P.WayPoint_Transfer_Protocol;
+            message = "GPS model/version does not support Waypoints";
+            break;
+        case Transfer_Kind::Prox_Waypoints:
+            protocol = &P.Prox_Wpt_Transfer_Protocol;
+            message = "GPS model/version does not support Proximity Waypoints";
+            break;
+        case Transfer_Kind::Routes:
+            protocol = &P.Route_Transfer_Protocol;
+            message = "GPS model/version does not support Routes";
+            break;
+        case Transfer_Kind::Tracks:
+            protocol = &P.Track_Transfer_Protocol;
+            message = "GPS model/version does not support Tracks";
+            break;
+        case Transfer_Kind::Flightbook:
+            protocol = &P.Flightbook_Transfer_Protocol;
+            message = "GPS model/version does not support Flightbook Data";
+            break;
+        case Transfer_Kind::Laps:
+            protocol = &P.Laps_Transfer_Protocol;
+            message = "GPS model/version does not support Lap Data";
+            break;
+    }
+    if (!protocol || !Trimmed_Empty(*protocol)) return true;
+    // A batch of uploads to a unit that lacks the transfer reports once.
+    if (asker == Asker::Send) {
+        if (Error_Latch) return false;
+        Error_Latch = true;
+    }
+    host_.Raise_Error(0, host_.xLate(message), Bytes{0});
+    return false;
+}
+
+}  // namespace trekcom::protocol

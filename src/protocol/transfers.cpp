@@ -1,0 +1,166 @@
+// Multi-record transfers: the download requests, the record counts, the
+// framing of uploads, and the prebuilt packets they send.
+#include "link/framing.h"
+#include "protocol/engine.h"
+#include "records/fields.h"
+
+namespace trekcom::protocol {
+
+namespace {
+
+constexpr std::uint8_t kCmnd_Unit_ID = 14;
+constexpr std::uint8_t kCmnd_Voltages = 17;
+constexpr std::int32_t kDownload_Wait = 2;
+constexpr std::int32_t kCount_Wait = 500;
+constexpr std::int32_t kUpload_Wait = 2;
+
+template <typename T>
+std::shared_ptr<Collection<T>>& Created(std::shared_ptr<Collection<T>>& list) {
+    if (!list) list = std::make_shared<Collection<T>>();
+    return list;
+}
+
+bool Blank(const std::string& protocol) { return protocol.find_first_not_of(' ') == std::string::npos; }
+
+// The completion packet names the transfer it closes, as the unit's own
+// completion packet does, in the command codes in force.
+void Name_Transfer(Bytes& completion, std::uint8_t command) { records::Put_Int(completion, 3, command); }
+
+}  // namespace
+
+Engine::Engine(link::Link& link, link::Packet_Ids& ids, Engine_Host& host)
+    : link_(link), ids_(ids), host_(host), table_(Parse_Product_Table(kProduct_Table_Resource)) {
+    Set_Default_Protocols();
+    Build_Packets();
+}
+
+std::shared_ptr<Collection<cWaypoint>>& Engine::Waypoints() { return Created(waypoints_); }
+std::shared_ptr<Collection<cRoute>>& Engine::Routes() { return Created(routes_); }
+std::shared_ptr<Collection<cTrack>>& Engine::Tracks() { return Created(tracks_); }
+std::shared_ptr<Collection<cLap>>& Engine::Laps() { return Created(laps_); }
+std::shared_ptr<Collection<cFlightbook_Record>>& Engine::Flightbook_Records() { return Created(flightbook_); }
+
+void Engine::Build_Packets() {
+    // Command ids travel as 16-bit words: the code, then 0.
+    const auto command = [this](std::uint8_t code) { return link::Make_Packet(ids_.PID_Command_Data, {code, 0}); };
+    packets_.Records = link::Make_Packet(ids_.PID_Records, {0, 0});
+    packets_.Xfer_Cmplt = link::Make_Packet(ids_.PID_Xfer_Cmplt, {0, 0});
+    packets_.Transfer_Wpt = command(ids_.CMND_Transfer_Wpt);
+    packets_.Transfer_Prx = command(ids_.CMND_Transfer_Prx);
+    packets_.Transfer_Rte = command(ids_.CMND_Transfer_Rte);
+    packets_.Transfer_Trk = command(ids_.CMND_Transfer_Trk);
+    packets_.Transfer_Flightbook = command(ids_.CMND_Transfer_Flightbook);
+    packets_.Transfer_Lap = command(ids_.CMND_Transfer_Lap);
+    packets_.Transfer_Alm = command(ids_.CMND_Transfer_Alm);
+    packets_.Transfer_Time = command(ids_.CMND_Transfer_Time);
+    packets_.Transfer_Posn = command(ids_.CMND_Transfer_Posn);
+    packets_.Start_Pvt_Data = command(ids_.CMND_Start_Pvt_Data);
+    packets_.Stop_Pvt_Data = command(ids_.CMND_Stop_Pvt_Data);
+    packets_.Turn_Off_Pwr = command(ids_.CMND_Turn_Off_Pwr);
+    packets_.Unit_ID_Request = command(kCmnd_Unit_ID);
+    packets_.Voltages_Request = command(kCmnd_Voltages);
+}
+
+bool Engine::Exchange(const Bytes& packet, std::uint8_t response, std::int32_t wait_time) {
+    if (link_.Send_Packet(packet, response, wait_time)) return true;
+    link_.No_Response();
+    return false;
+}
+
+// ---------------------------------------------------------------- downloads
+
+void Engine::Download(Transfer_Kind kind, Bytes Prebuilt::*command) {
+    link_.RawSuppressed = false;
+    Error_Latch = false;
+    // Every download identifies the unit again: it may have been swapped.
+    Request_Product_Data();
+    if (!Supports(kind, Asker::Request)) return;
+    switch (kind) {
+        case Transfer_Kind::Waypoints:
+        case Transfer_Kind::Prox_Waypoints: Waypoints()->Clear(); break;
+        case Transfer_Kind::Routes: Routes()->Clear(); break;
+        case Transfer_Kind::Tracks: Tracks()->Clear(); break;
+        case Transfer_Kind::Laps: Laps()->Clear(); break;
+        case Transfer_Kind::Flightbook: Flightbook_Records()->Clear(); break;
+    }
+    // Read only now: identification may have rebuilt the packet for L002.
+    Exchange(packets_.*command, ids_.PID_Records, kDownload_Wait);
+    // The records arrive through Dispatch_Packet and end at Complete_Transfer.
+}
+
+void Engine::Request_Waypoints() { Download(Transfer_Kind::Waypoints, &Prebuilt::Transfer_Wpt); }
+void Engine::Request_Prox_Waypoints() { Download(Transfer_Kind::Prox_Waypoints, &Prebuilt::Transfer_Prx); }
+void Engine::Request_Routes() { Download(Transfer_Kind::Routes, &Prebuilt::Transfer_Rte); }
+void Engine::Request_Tracks() { Download(Transfer_Kind::Tracks, &Prebuilt::Transfer_Trk); }
+void Engine::Request_Laps() { Download(Transfer_Kind::Laps, &Prebuilt::Transfer_Lap); }
+void Engine::Request_Flightbook() { Download(Transfer_Kind::Flightbook, &Prebuilt::Transfer_Flightbook); }
+
+void Engine::Request_Counts() {
+    link_.RawSuppressed = false;
+    Error_Latch = false;
+    Request_Product_Data();
+    *Counts = cRecord_Counts{};
+    // The unit announces each count and is then stopped before its first
+    // record: no Receive events, no ACK of the records packet, and the
+    // completion packets that follow raise no download event.
+    link_.RawSuppressed = true;
+
+    struct Kind {
+        const std::string& protocol;
+        Bytes Prebuilt::*command;
+        std::uint8_t code;
+        std::int16_t cRecord_Counts::*count;
+    };
+    const Kind kinds[] = {
+        {P.WayPoint_Transfer_Protocol, &Prebuilt::Transfer_Wpt, ids_.CMND_Transfer_Wpt, &cRecord_Counts::Waypoint_Records},
+        {P.Route_Transfer_Protocol, &Prebuilt::Transfer_Rte, ids_.CMND_Transfer_Rte, &cRecord_Counts::Route_Records},
+        {P.Prox_Wpt_Transfer_Protocol, &Prebuilt::Transfer_Prx, ids_.CMND_Transfer_Prx,
+         &cRecord_Counts::Prox_Waypoint_records},
+        {P.Track_Transfer_Protocol, &Prebuilt::Transfer_Trk, ids_.CMND_Transfer_Trk, &cRecord_Counts::Track_Records},
+    };
+    for (const Kind& kind : kinds) {
+        Incoming_Records_Count = -1;
+        if (!Blank(kind.protocol)) {
+            Exchange(packets_.*kind.command, ids_.PID_Records, kCount_Wait);
+            Name_Transfer(packets_.Xfer_Cmplt, kind.code);
+            Exchange(packets_.Xfer_Cmplt, ids_.PID_Ack_Byte, kCount_Wait);
+        }
+        (*Counts).*kind.count = Incoming_Records_Count;  // -1: not supported, or no count came
+    }
+    Incoming_Records_Count = 0;
+    // RawSuppressed stays set until the next request clears it.
+    const cRecord_Counts c = *Counts;
+    host_.Raise_ReceiveCounts(c.Waypoint_Records, c.Prox_Waypoint_records, c.Route_Records, c.Track_Records);
+}
+
+// ---------------------------------------------------------------- uploads
+
+void Engine::Start_of_Records(std::int16_t& ocount) {
+    Error_Latch = false;
+    records::Put_Int(packets_.Records, 3, ocount);
+    Exchange(packets_.Records, ids_.PID_Ack_Byte, kUpload_Wait);
+}
+
+void Engine::End_of_Records() {
+    Error_Latch = false;
+    // The last packet sent is the upload's last record (the unit only ACKs
+    // while we upload), and its id tells which transfer this closes.
+    const Bytes& last = link_.LastPacket;
+    Name_Transfer(packets_.Xfer_Cmplt, last.size() > 1 ? Command_Of_Record(last[1]) : ids_.CMND_Reset_Transfer);
+    Exchange(packets_.Xfer_Cmplt, ids_.PID_Ack_Byte, kUpload_Wait);
+}
+
+std::uint8_t Engine::Command_Of_Record(std::uint8_t pid) const {
+    if (pid == ids_.PID_Wpt_Data) return ids_.CMND_Transfer_Wpt;
+    if (pid == ids_.PID_Prx_Wpt_Data) return ids_.CMND_Transfer_Prx;
+    if (pid == ids_.PID_Rte_Hdr || pid == ids_.PID_Rte_Wpt_Data || pid == ids_.PID_Rte_Link)
+        return ids_.CMND_Transfer_Rte;
+    if (pid == ids_.PID_Trk_Hdr || pid == ids_.PID_Trk_Data) return ids_.CMND_Transfer_Trk;
+    if (pid == ids_.PID_Almanac_Data) return ids_.CMND_Transfer_Alm;
+    if (pid == ids_.PID_Lap) return ids_.CMND_Transfer_Lap;
+    if (pid == ids_.PID_Flightbook_Record) return ids_.CMND_Transfer_Flightbook;
+    // An empty upload (only the records packet went out) names no transfer.
+    return ids_.CMND_Reset_Transfer;
+}
+
+}  // namespace trekcom::protocol
