@@ -1,0 +1,138 @@
+// Record codecs: one received packet into one record, one record into one
+// packet to send. Pure functions, no state of their own: what the control
+// must remember between packets is listed below, and the control keeps it.
+//
+// Packets are whole unstuffed frames: element 0 DLE, 1 the id, 2 the data
+// size N, data byte k at element 3 + k, then checksum, DLE, ETX (N + 6
+// elements).
+//
+// Decoders take any packet, of any size and content, as untrusted input: a
+// numeric field beyond its reader's limit reads as 0, text is read only from
+// the data the size byte declares and the packet really holds, nothing is
+// read outside the packet. A new record starts at its class's initial values,
+// so a field a format lacks, or a short packet never reaches, stays 0 or "".
+//
+// Encoders return a complete packet sized for the data they write (data size
+// + 6 elements, DLE, id, size, data, checksum, DLE, ETX), sealed. An empty
+// result means the format is not one this encoder knows: send nothing.
+// Encoders throw records::Overflow_Error when a value has no wire form: a
+// position outside -180 <= degrees < 180, a number too big for its byte or
+// Integer field, a record whose variable texts make it longer than the 255
+// data bytes a packet carries. The operation that sends catches it.
+//
+// Format names are the D-type texts the capability properties hold ("D108"),
+// compared exactly.
+//
+// What the caller (the dispatcher and the Send_* methods) keeps:
+//
+// - Waypoint: the current Waypoint, the Waypoints collection, the Routes
+//   collection. For every waypoint-family packet (PID_Wpt_Data,
+//   PID_Rte_Wpt_Data, PID_Prx_Wpt_Data, whatever the transfer), pick the
+//   format by the packet id (Waypoint_Data_Format, Route_Wpt_Data_Format,
+//   Prox_Wpt_Data_Format), decode, make the result current, add it to
+//   Waypoints, then Join_Last_Route(Routes, it). The proximity variants are
+//   recognised inside the decoder, by size, from the base formats.
+// - Route: the current Route and the Routes collection. A route header makes
+//   a new route (Decode_Route_Header gives it its own empty Waypoints),
+//   current and added to Routes. A route link fills the current Route in
+//   place (Decode_Route_Link); with no current route, create one first or
+//   drop the link.
+// - Track: the current Track and the Tracks collection (headers and points
+//   together in arrival order). A header and a point both become the current
+//   Track and join Tracks. A point copies its name, colour and display flag
+//   from the current Track, so pass it in (Decode_Track_Point).
+// - Almanac: the current Almanac, filled in place (Decode_Almanac); fields
+//   the packet cannot set keep their values, so do not replace the object
+//   per packet.
+// - Lap, Flightbook_Record: a new record per packet, made current and added
+//   to its collection.
+//
+// Formats and their lengths:
+//   waypoints  D100..D110, D150, D151, D152, D154, D155; proximity D400 (D100
+//              of 62 bytes), D403 (D103 of 64), D450 (D150 of 121)
+//   routes     headers D200, D201, D202; links D210 (one layout, no format)
+//   tracks     headers D310, D311, D312; points D300, D301, D302
+//   almanac    D500, D501, D550, D551
+//   laps       the D906 layout; flightbook the D650 layout (no format)
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+#include "trekcom/collection.h"
+#include "trekcom/records.h"
+#include "trekcom/types.h"
+
+namespace trekcom::records {
+
+// ---------------------------------------------------------------- waypoints
+
+// A new waypoint from a waypoint, route-waypoint or proximity-waypoint packet.
+// D100 of 62 bytes, D103 of 64 and D150 of 121 are the proximity variants
+// and also set Dist (and Prox_Index for D450). In D108..D110 Sub_Class is
+// read only for a Wpt_Class above 127. An unknown format gives a waypoint
+// with its initial values.
+cWaypoint Decode_Waypoint(const Bytes& packet, std::string_view format);
+
+// The packet for one waypoint. `proximity` adds the distance to D100 (as
+// D400) and D103 (as D403); no other format has a proximity form when sent.
+// In D108..D110 a Wpt_Class of 127 or more sends Sub_Class, a smaller one the
+// default subclass bytes; the decoder's bound is above 127, so class 127 sends
+// a subclass it will not read back.
+Bytes Encode_Waypoint(const cWaypoint& w, std::string_view format, std::uint8_t packet_id, bool proximity);
+
+// Adds the waypoint to the Waypoints of the last route in `routes`, as every
+// decoded waypoint does. Nothing happens when there is no route or the last
+// one has no Waypoints collection.
+void Join_Last_Route(const Collection<cRoute>& routes, const std::shared_ptr<cWaypoint>& waypoint);
+
+// ---------------------------------------------------------------- routes
+
+// A new route from a route header (D200, D201, D202), with its own empty
+// Waypoints collection, whatever the format.
+cRoute Decode_Route_Header(const Bytes& packet, std::string_view format);
+Bytes Encode_Route_Header(const cRoute& route, std::string_view format, std::uint8_t packet_id);
+
+// Sets Link_Class, Link_Sub_Class and Link_Ident of `route` (the current
+// route) from a D210 link; the subclass is "" for classes 3 and 255.
+void Decode_Route_Link(const Bytes& packet, cRoute& route);
+Bytes Encode_Route_Link(const cRoute& route, std::uint8_t packet_id);
+
+// ---------------------------------------------------------------- tracks
+
+// A new track header (D310, D311, D312). The display flag is never taken
+// from the packet: a decoded header has Dspl false.
+cTrack Decode_Track_Header(const Bytes& packet, std::string_view format);
+Bytes Encode_Track_Header(const cTrack& header, std::string_view format, std::uint8_t packet_id);
+
+// A new track point (D300, D301, D302) carrying Ident, Color and Dspl of
+// `current`, the current Track (the last header or point), whatever the
+// format.
+cTrack Decode_Track_Point(const Bytes& packet, std::string_view format, const cTrack& current);
+// D301 and D302 go out with their full data but a size byte of 13, the D300
+// size; receivers that check the size against the frame refuse them.
+Bytes Encode_Track_Point(const cTrack& point, std::string_view format, std::uint8_t packet_id);
+
+// ---------------------------------------------------------------- almanac
+
+// Fills `almanac` (the current one) in place from D500, D501, D550 or D551;
+// an unknown format leaves it untouched. D550/D551: svid is set only when the
+// first byte is a digit '0'..'9' (its value), and af0 is read one byte before
+// where the encoder puts it.
+void Decode_Almanac(const Bytes& packet, std::string_view format, cAlmanac& almanac);
+Bytes Encode_Almanac(const cAlmanac& almanac, std::string_view format, std::uint8_t packet_id);
+
+// ---------------------------------------------------------------- laps, flightbook
+
+// One layout (D906), whatever the lap format property says. The encoder
+// always sends 0 in the unused byte.
+cLap Decode_Lap(const Bytes& packet);
+Bytes Encode_Lap(const cLap& lap, std::uint8_t packet_id);
+
+// One layout (D650). Of the five texts at the end, a text with no NUL after
+// it is left "", and so are all that follow.
+cFlightbook_Record Decode_Flightbook(const Bytes& packet);
+Bytes Encode_Flightbook(const cFlightbook_Record& record, std::uint8_t packet_id);
+
+}  // namespace trekcom::records
