@@ -19,10 +19,11 @@ constexpr std::int32_t kAfter_Wait = 500;
 
 const std::string kBlank = "    ";
 
-// The data size the packet claims, never more than it holds after its header.
+// The data size the packet claims, never more than lies between its header
+// and its checksum.
 std::size_t Data_Length(const Bytes& packet) {
-    if (packet.size() < 3) return 0;
-    return std::min<std::size_t>(packet[2], packet.size() - 3);
+    if (packet.size() < link::kFrameOverhead) return 0;
+    return std::min<std::size_t>(packet[2], packet.size() - link::kFrameOverhead);
 }
 
 // Data bytes from offset `from` to the end of the data, one character per

@@ -1,0 +1,214 @@
+// Downloads, record counts and upload framing against the simulated receiver.
+#include "protocol/engine.h"
+#include "protocol_fixture.h"
+
+namespace trekcom::testing {
+namespace {
+
+// How many packets a unit announces for each kind (its records count).
+std::int16_t Route_Packets(const sim::Data_Set& d, const sim::Profile& p) {
+    std::size_t n = 0;
+    for (const auto& r : d.routes) n += 1 + r.points.size() + (p.route_link_type && !r.points.empty() ? r.points.size() - 1 : 0);
+    return static_cast<std::int16_t>(n);
+}
+std::int16_t Track_Packets(const sim::Data_Set& d, const sim::Profile& p) {
+    std::size_t n = 0;
+    for (const auto& t : d.tracks) n += (p.track_protocol != 300 && p.track_header_type ? 1 : 0) + t.points.size();
+    return static_cast<std::int16_t>(n);
+}
+
+struct Count_Case {
+    const char* profile;
+    bool prox, tracks;  // whether a count comes (else -1)
+    std::size_t unanswered;  // "No response from device" reports
+};
+
+class Counts : public Protocol_Test, public ::testing::WithParamInterface<Count_Case> {};
+
+TEST_P(Counts, GivesTheFourCountsAndSuppressesCompletion) {
+    auto unit = Attach_Unit(sim::Profile::Named(GetParam().profile));
+    const sim::Data_Set& d = unit->Sim().Data();
+    const sim::Profile& p = unit->Sim().Unit_Profile();
+    ctl.Request_Counts();
+
+    ASSERT_EQ(rec.counts.size(), 1u);
+    const auto& c = rec.counts[0];
+    EXPECT_EQ(c.w, static_cast<std::int16_t>(d.waypoints.size()));
+    EXPECT_EQ(c.p, GetParam().prox ? static_cast<std::int16_t>(d.proximity.size()) : -1);
+    EXPECT_EQ(c.r, Route_Packets(d, p));
+    EXPECT_EQ(c.t, GetParam().tracks ? Track_Packets(d, p) : -1);
+    EXPECT_EQ(ctl.Counts()->Waypoint_Records, c.w);
+    EXPECT_EQ(ctl.Counts()->Prox_Waypoint_records, c.p);
+    EXPECT_EQ(ctl.Counts()->Route_Records, c.r);
+    EXPECT_EQ(ctl.Counts()->Track_Records, c.t);
+    EXPECT_EQ(ctl.Incoming_Records_Count(), 0);
+    ASSERT_EQ(rec.errors.size(), GetParam().unanswered);
+    for (const auto& e : rec.errors) EXPECT_EQ(e.message, "No response from device");
+    for (const Bytes& p : rec.received) EXPECT_NE(p[1], ctl.PID_Records());  // no Receive while counting
+
+    // The unit stopped before its first record, and stays quiet.
+    Run(5000);
+    EXPECT_EQ(rec.Download_Events(), 0);
+    // A completion packet now raises nothing, until the next request.
+    C().Dispatch_Packet(link::Make_Packet(ctl.PID_Xfer_Cmplt(), {ctl.CMND_Transfer_Wpt(), 0}));
+    EXPECT_EQ(rec.waypoints, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Profiles, Counts,
+                         ::testing::Values(Count_Case{"current", true, true, 0}, Count_Case{"d110", false, true, 0},
+                                           Count_Case{"legacy25", true, true, 0},
+                                           // Known by the table, it keeps the L001 proximity command,
+                                           // which it does not answer.
+                                           Count_Case{"l002", false, false, 1}),
+                         [](const auto& info) { return std::string(info.param.profile); });
+
+TEST_F(Protocol_Test, RequestAfterCountsRaisesItsEventAgain) {
+    Attach_Unit(sim::Profile::Named("current"));
+    ctl.Request_Counts();
+    ctl.Request_Waypoints();
+    EXPECT_TRUE(vp->Run_Until([&] { return rec.waypoints == 1; }, 30000));
+}
+
+struct Download_Case {
+    const char* profile;
+    void (TrekcomCtl::*request)();
+    int Protocol_Recorder::*event;  // null: the transfer ends without one
+};
+
+class Download : public Protocol_Test, public ::testing::WithParamInterface<Download_Case> {};
+
+TEST_P(Download, ReachesItsCompletion) {
+    const Download_Case& c = GetParam();
+    auto unit = Attach_Unit(sim::Profile::Named(c.profile));
+    (ctl.*c.request)();
+    if (c.event) {
+        EXPECT_TRUE(vp->Run_Until([&] { return rec.*c.event == 1; }, 60000));
+        EXPECT_EQ(rec.Download_Events(), 1);
+    } else {
+        Run(60000);
+        EXPECT_EQ(rec.Download_Events(), 0);
+    }
+    EXPECT_EQ(unit->Sim().Stats().abandoned, 0);  // every record was acknowledged
+    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, Download,
+    ::testing::Values(Download_Case{"current", &TrekcomCtl::Request_Waypoints, &Protocol_Recorder::waypoints},
+                      Download_Case{"current", &TrekcomCtl::Request_Prox_Waypoints, &Protocol_Recorder::waypoints},
+                      Download_Case{"current", &TrekcomCtl::Request_Routes, &Protocol_Recorder::routes},
+                      Download_Case{"current", &TrekcomCtl::Request_Tracks, &Protocol_Recorder::tracks},
+                      Download_Case{"current", &TrekcomCtl::Request_Laps, nullptr},
+                      Download_Case{"aviator", &TrekcomCtl::Request_Flightbook, nullptr},
+                      Download_Case{"legacy25", &TrekcomCtl::Request_Tracks, &Protocol_Recorder::tracks},
+                      // Only works when the command packets carry L002 ids and codes.
+                      Download_Case{"l002", &TrekcomCtl::Request_Waypoints, &Protocol_Recorder::waypoints},
+                      Download_Case{"l002", &TrekcomCtl::Request_Routes, &Protocol_Recorder::routes}),
+    [](const auto& info) { return std::to_string(info.index) + "_" + info.param.profile; });
+
+// The product table moves every id to L002 but the proximity ones: such a
+// unit is asked with the A010 code 3 and the simulator, which expects 17,
+// stays silent. Identified by its capability array it gets 17.
+TEST_F(Protocol_Test, L002ProximityDependsOnHowTheUnitWasIdentified) {
+    Attach_Unit(sim::Profile::Named("l002"));
+    ctl.Request_Prox_Waypoints();
+    EXPECT_EQ(ctl.CMND_Transfer_Prx(), 3);
+    ASSERT_EQ(rec.errors.size(), 1u);
+    EXPECT_EQ(rec.errors[0].message, "No response from device");
+    EXPECT_EQ(rec.errors[0].packet, link::Make_Packet(11, {3, 0}));
+
+    sim::Profile with_array = sim::Profile::Named("l002");
+    with_array.capability_array = true;
+    vp = std::make_shared<VirtualPlatform>();
+    Protocol_Recorder events;  // outlives the control it listens to
+    TrekcomCtl other(vp);
+    other.Advise(events);
+    vp->Attach(1, std::make_shared<sim::Virtual_Unit>(with_array));
+    ASSERT_TRUE(other.PortOpen());
+    other.Request_Prox_Waypoints();
+    EXPECT_TRUE(vp->Run_Until([&] { return events.waypoints == 1; }, 30000));
+    EXPECT_EQ(other.CMND_Transfer_Prx(), 17);
+}
+
+// The event hands over the control's own collection, emptied in place.
+TEST_F(Protocol_Test, DownloadDeliversTheCollectionItEmptied) {
+    Attach_Unit(sim::Profile::Named("current"));
+    const auto held = ctl.Waypoints();
+    held->Add(std::make_shared<cWaypoint>());
+    ctl.Request_Waypoints();
+    EXPECT_EQ(held->Count(), 0);
+    ASSERT_TRUE(vp->Run_Until([&] { return rec.waypoints == 1; }, 30000));
+    EXPECT_EQ(rec.last_waypoints, held);
+}
+
+struct Refusal_Case {
+    const char* profile;
+    void (TrekcomCtl::*request)();
+    const char* message;
+};
+
+class Refusal : public Protocol_Test, public ::testing::WithParamInterface<Refusal_Case> {};
+
+TEST_P(Refusal, UnsupportedKindIsReportedAndNothingIsSent) {
+    Attach_Unit(sim::Profile::Named(GetParam().profile));
+    (ctl.*GetParam().request)();
+    (ctl.*GetParam().request)();  // a request reports every time
+    ASSERT_EQ(rec.errors.size(), 2u);
+    EXPECT_EQ(rec.errors[1].code, 0);
+    EXPECT_EQ(rec.errors[1].message, GetParam().message);
+    EXPECT_EQ(rec.errors[1].packet, Bytes{0});
+    Run(5000);
+    EXPECT_EQ(rec.Download_Events(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, Refusal,
+    ::testing::Values(Refusal_Case{"l002", &TrekcomCtl::Request_Tracks, "GPS model/version does not support Tracks"},
+                      Refusal_Case{"d110", &TrekcomCtl::Request_Prox_Waypoints,
+                                   "GPS model/version does not support Proximity Waypoints"},
+                      Refusal_Case{"d110", &TrekcomCtl::Request_Laps, "GPS model/version does not support Lap Data"},
+                      Refusal_Case{"current", &TrekcomCtl::Request_Flightbook,
+                                   "GPS model/version does not support Flightbook Data"}),
+    [](const auto& info) { return std::to_string(info.index) + "_" + info.param.profile; });
+
+TEST_F(Protocol_Test, RefusedUploadsReportOncePerBatch) {
+    Attach_Unit(sim::Profile::Named("l002"));
+    ctl.Request_Product_Data();
+    auto& engine = C().engine;
+    EXPECT_FALSE(engine.Supports(protocol::Transfer_Kind::Tracks, protocol::Asker::Send));
+    EXPECT_FALSE(engine.Supports(protocol::Transfer_Kind::Tracks, protocol::Asker::Send));
+    EXPECT_EQ(rec.errors.size(), 1u);
+    std::int16_t none = 0;
+    ctl.Start_of_Records(none);  // a new batch
+    EXPECT_FALSE(engine.Supports(protocol::Transfer_Kind::Tracks, protocol::Asker::Send));
+    EXPECT_EQ(rec.errors.size(), 2u);
+    EXPECT_TRUE(engine.Supports(protocol::Transfer_Kind::Waypoints, protocol::Asker::Send));
+}
+
+// The upload frame an L002 unit sees: its records id, and a completion
+// packet that names the transfer in its own command codes.
+TEST_F(Protocol_Test, UploadFramingSpeaksTheUnitsNumbers) {
+    auto device = Attach_Script();
+    device->on_packet = [&](const Bytes& p) {
+        if (p[1] == 6 || p[1] == 21) return;
+        device->Ack(p[1]);
+        if (p[1] == 254) device->Send(Product_Packet(20, 250, {"GPS 12"}));
+    };
+    ctl.Request_Product_Data();
+    ASSERT_EQ(ctl.Link_Protocol(), "L002");
+    device->frames.clear();
+
+    std::int16_t count = 258;
+    ctl.Start_of_Records(count);
+    std::uint8_t ack = ctl.PID_Ack_Byte();
+    C().link.Send_Packet(link::Make_Packet(ctl.PID_Wpt_Data(), Bytes(58, 0)), ack, 2);
+    ctl.End_of_Records();
+
+    ASSERT_EQ(device->frames.size(), 3u);
+    EXPECT_EQ(device->frames[0], link::Make_Packet(35, {2, 1}));
+    EXPECT_EQ(device->frames[2], link::Make_Packet(12, {21, 0}));
+    EXPECT_TRUE(rec.errors.empty());
+}
+
+}  // namespace
+}  // namespace trekcom::testing
