@@ -86,15 +86,18 @@ std::vector<Case> Cases() {
     const auto index = Make<cTrack>([](auto& t) { t.Index = 300; });
     add("D311", Frame(99, Hex("2C 01")), Show(index), [=] { return Encode_Track_Header(index, "D311", 99); });
 
-    // Track points. D301 and D302 go out saying 13 data bytes, the D300
-    // size; the decoder reads them whole anyway. D302 sends no altitude or
-    // depth, so they arrive as 0.
-    const auto point = [](float alt, float dpth, float temp) {
+    // Track points, decoded after the header TRK1 (colour 5, shown), whose
+    // name, colour and display flag they carry. D301 and D302 go out saying
+    // 13 data bytes, the D300 size; the decoder reads them whole anyway. D302
+    // sends no altitude or depth, so they arrive as 0.
+    const auto point = [](float alt, float dpth, float temp, bool new_segment = true) {
         return Make<cTrack>([=](auto& t) {
-            t.Lat = 45, t.Lon = -45, t.Time = "1990/01/01-00:00:00", t.Seconds = 86400, t.New_Segment = true;
-            t.Alt = alt, t.Dpth = dpth, t.Temp = temp;
+            t.Lat = 45, t.Lon = -45, t.Time = "1990/01/01-00:00:00", t.Seconds = 86400, t.New_Segment = new_segment;
+            t.Alt = alt, t.Dpth = dpth, t.Temp = temp, t.Ident = "TRK1", t.Color = 5, t.Dspl = true;
         });
     };
+    // Only a new-segment byte of exactly 1 starts a segment.
+    add("D300 FF", Frame(34, Cat({kPos, kDay, Hex("FF")})), Show(point(0, 0, 0, false)), nullptr);
     add("D300", Frame(34, Cat({kPos, kDay, Hex("01")})), Show(point(0, 0, 0)),
         [=] { return Encode_Track_Point(point(0, 0, 0), "D300", 34); });
     add("D301", Frame(34, Cat({kPos, kDay, Hex("00 00 C8 42  00 00 00 40  01")}), 13), Show(point(100, 2, 0)),
@@ -104,7 +107,7 @@ std::vector<Case> Cases() {
 
     // Almanac: toa 1, af0 2, af1 0.5, e 10, sqrta 100, m0 -1, w 25, omg0 1, odot 2, i 0.5, hlth 1.
     const Bytes singles =
-        Hex("00 00 80 3F  00 00 00 40  00 00 00 3F  00 00 20 41  00 00 C8 42  00 00 80 BF"
+        Hex("00 00 80 3F  00 00 00 40  00 00 00 3F  00 00 20 41  00 00 C8 42  00 00 80 BF "
             "00 00 C8 41  00 00 80 3F  00 00 00 40  00 00 00 3F");
     const auto alm = [](std::uint8_t svid, float af0, float hlth) {
         return Make<cAlmanac>([=](auto& a) {
@@ -122,15 +125,22 @@ std::vector<Case> Cases() {
     const float af0_read = std::bit_cast<float>(0x3Fu);
     almanac("D550", Cat({Hex("05 01 02"), singles}), alm(0, af0_read, 0));
     almanac("D551", Cat({Hex("05 01 02"), singles, Hex("00 00 80 3F")}), alm(0, af0_read, 1));
+    add("D550 digit", Frame(31, Cat({Txt("5"), Hex("01 02"), singles})), Show(alm(5, af0_read, 0)), nullptr);
+    // The one-byte health receivers send ends too near the packet's end for a Single.
+    add("D501 byte health", Frame(31, Cat({Hex("01 02"), singles, Hex("01")})), Show(alm(0, 2, 0)), nullptr);
 
-    // Lap: begin (0, 90), end (45, -45).
-    const auto lap = Make<cLap>([](auto& l) {
-        l.Start_Time = "1990/01/01-00:00:00", l.Start_Time_Seconds = 86400, l.Total_Time = 3600;
-        l.Total_Distance = 1000, l.Begin_Lon = 90, l.End_Lat = 45, l.End_Lon = -45, l.Calories = 300, l.Track_Index = 2;
-    });
-    add("D906",
-        Frame(149, Cat({kDay, Hex("10 0E 00 00  00 00 7A 44  00 00 00 00  00 00 00 40"), kPos, Hex("2C 01 02 00")})),
-        Show(lap), [=] { return Encode_Lap(lap, 149); });
+    // Lap: begin (0, 90), end (45, -45). The unused byte is read, and sent as 0 whatever it holds.
+    const auto lap = [](std::uint8_t unused) {
+        return Make<cLap>([=](auto& l) {
+            l.Start_Time = "1990/01/01-00:00:00", l.Start_Time_Seconds = 86400, l.Total_Time = 3600;
+            l.Total_Distance = 1000, l.Begin_Lon = 90, l.End_Lat = 45, l.End_Lon = -45, l.Calories = 300;
+            l.Track_Index = 2, l.Unused = unused;
+        });
+    };
+    const Bytes lap_fixed =
+        Cat({kDay, Hex("10 0E 00 00  00 00 7A 44  00 00 00 00  00 00 00 40"), kPos, Hex("2C 01 02")});
+    add("D906", Frame(149, Cat({lap_fixed, Hex("00")})), Show(lap(0)), [=] { return Encode_Lap(lap(7), 149); });
+    add("D906 unused", Frame(149, Cat({lap_fixed, Hex("07")})), Show(lap(7)), nullptr);
 
     // Flightbook: takeoff 86400 s, landing 90000 s.
     const auto flight = Make<cFlightbook_Record>([](auto& f) {
@@ -142,6 +152,15 @@ std::vector<Case> Cases() {
     });
     add("D650", Frame(134, Cat({kFlightFixed, Txt("LAX\0KLAX\0SFO\0KSFO\0N123\0"sv)})), Show(flight),
         [=] { return Encode_Flightbook(flight, 134); });
+    // A text with no NUL after it is left empty, and so are the texts after it.
+    const auto departure = [&](const char* ident) {
+        return Make<cFlightbook_Record>([=](auto& f) {
+            f = flight, f.Departure_Airport_Ident = ident, f.Arrival_Airport_Name = f.Arrival_Airport_Ident = "";
+            f.Aircraft_ID = "";
+        });
+    };
+    add("D650 two texts", Frame(134, Cat({kFlightFixed, Txt("LAX\0KLAX\0"sv)})), Show(departure("KLAX")), nullptr);
+    add("D650 unended", Frame(134, Cat({kFlightFixed, Txt("LAX\0KLAX"sv)})), Show(departure("")), nullptr);
     return cases;
 }
 
@@ -154,7 +173,9 @@ std::string Decode_As(const Case& c) {
         return Show(r);
     }
     if (f == "D310" || f == "D311" || f == "D312") return Show(Decode_Track_Header(c.packet, f));
-    if (f[1] == '3') return Show(Decode_Track_Point(c.packet, f, cTrack{}));
+    if (f[1] == '3')
+        return Show(Decode_Track_Point(c.packet, f,
+                                       Make<cTrack>([](auto& t) { t.Ident = "TRK1", t.Color = 5, t.Dspl = true; })));
     if (f[1] == '5') {
         cAlmanac a;
         Decode_Almanac(c.packet, f, a);
@@ -171,115 +192,45 @@ TEST(RecordCodecs, EveryFormatDecodesItsBytesAndEncodesItsRecordBack) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(Decode_As(c), c.decoded);
         if (c.encode) {
-            EXPECT_EQ(Dump(c.encode()), Dump(c.packet));
+            EXPECT_EQ(c.encode(), c.packet);
         }
     }
 }
 
-TEST(RecordCodecs, TrackPointsCarryTheCurrentTracksNameColourAndDisplay) {
-    cTrack current = Decode_Track_Header(Frame(99, Txt("\x01\x05TRK1\0"sv)), "D310");
-    current.Dspl = true;  // as a host may set it
-    for (const char* f : {"D300", "D302", "D999"}) {
-        const cTrack p =
-            Decode_Track_Point(Frame(34, Cat({kPos, kDay, Hex("01 00 00 00 00 00 00 00 00 00 00 00 00")})), f, current);
-        EXPECT_EQ(p.Ident, "TRK1") << f;
-        EXPECT_EQ(p.Color, 5) << f;
-        EXPECT_TRUE(p.Dspl) << f;
-    }
-    // The new-segment byte means a new segment only when it is exactly 1.
-    for (std::uint8_t b : {0x00, 0x02, 0xFF})
-        EXPECT_FALSE(Decode_Track_Point(Frame(34, Cat({kPos, kDay, Bytes{b}})), "D300", current).New_Segment) << +b;
-}
-
-TEST(RecordCodecs, AlmanacIsFilledInPlaceAndSvidOnlyFromADigit) {
-    cAlmanac a;
-    a.svid = 9;
-    Decode_Almanac(Frame(31, Cat({Hex("05"), Bytes(42, 0)})), "D550", a);
-    EXPECT_EQ(a.svid, 9);
-    Decode_Almanac(Frame(31, Cat({Txt("5"), Bytes(42, 0)})), "D550", a);
-    EXPECT_EQ(a.svid, 5);
-    a.hlth = 3;
-    Decode_Almanac(Frame(31, Hex("01 00")), "D500", a);  // short: what it cannot reach reads 0
-    EXPECT_EQ(a.hlth, 3);
-    EXPECT_EQ(a.i, 0);
-    // A one-byte health at the end (as receivers send D501) is too short for a Single.
-    a.hlth = 3;
-    Decode_Almanac(Frame(31, Cat({Bytes(42, 0), Hex("01")})), "D501", a);
-    EXPECT_EQ(a.hlth, 0);
-    const std::string before = Show(a);
-    Decode_Almanac(Frame(31, Bytes(47, 0x41)), "D502", a);
-    EXPECT_EQ(Show(a), before);
-}
-
-TEST(RecordCodecs, LapUnusedByteIsReadButAlwaysSentAsZero) {
-    const cLap lap = Decode_Lap(Frame(149, Cat({Bytes(31, 0), Hex("07")})));
-    EXPECT_EQ(lap.Unused, 7);
-    const Bytes sent = Encode_Lap(lap, 149);
-    ASSERT_EQ(sent.size(), 32u + 6);
-    EXPECT_EQ(sent[2], 32);
-    EXPECT_EQ(sent[3 + 31], 0);
-}
-
-TEST(RecordCodecs, FlightbookTextWithoutItsNulEndsTheTexts) {
-    const auto texts = [](std::string_view tail) {
-        const auto r = Decode_Flightbook(Frame(134, Cat({kFlightFixed, Txt(tail)})));
-        return r.Departure_Airport_Name + "|" + r.Departure_Airport_Ident + "|" + r.Arrival_Airport_Name + "|" +
-               r.Arrival_Airport_Ident + "|" + r.Aircraft_ID;
-    };
-    EXPECT_EQ(texts("LAX\0KLAX\0"sv), "LAX|KLAX|||");
-    EXPECT_EQ(texts("LAX\0KLAX"sv), "LAX||||");
-    EXPECT_EQ(texts("\0\0SFO\0"sv), "||SFO||");
-    EXPECT_EQ(texts(""), "||||");
-}
-
-// Every decoder, every format it knows and one it does not, against random
-// packets of 0 to 300 bytes whose size byte is sometimes true and sometimes
-// not. Nothing may be read outside the packet (the sanitizer build checks);
-// every decoded record must encode again or fail only with Overflow_Error.
+// Every decoder, with every format name and one unknown, against random
+// packets of 0 to 300 bytes whose size byte is sometimes true: nothing may be
+// read outside the packet (the sanitizer build checks), and every decoded
+// record must encode again or fail only with Overflow_Error.
 TEST(RecordCodecs, RandomPacketsAreDecodedWithoutReadingOutside) {
     std::mt19937 rng(20240601);
-    const std::vector<std::string> wpt = {"D100", "D101", "D102", "D103", "D104", "D105", "D106", "D107", "D108",
-                                          "D109", "D110", "D150", "D151", "D152", "D154", "D155", "X"};
-    const auto encodes = [](const std::function<Bytes()>& encode) {
+    const auto again = [](const std::function<void()>& encode) {
         try {
-            const Bytes p = encode();
-            EXPECT_TRUE(p.empty() || p.size() == std::size_t{p[2]} + 6 || p[1] == 34);
+            encode();
         } catch (const Overflow_Error&) {
         }
     };
+    const std::string formats[] = {"D100", "D101", "D102", "D103", "D104", "D105", "D106", "D107", "D108", "D109",
+                                   "D110", "D150", "D151", "D152", "D154", "D155", "D200", "D201", "D202", "D300",
+                                   "D301", "D302", "D310", "D311", "D312", "D500", "D501", "D550", "D551", "X"};
     for (std::size_t size = 0; size <= 300; ++size) {
         for (int round = 0; round < 8; ++round) {
             Bytes p(size);
             for (auto& b : p) b = static_cast<std::uint8_t>(rng());
             if (size >= 6 && round % 2 == 0) p[2] = static_cast<std::uint8_t>(std::min<std::size_t>(size - 6, 255));
-            for (const auto& f : wpt) {
-                const cWaypoint w = Decode_Waypoint(p, f);
-                encodes([&] { return Encode_Waypoint(w, f, 35, round % 4 == 0); });
-            }
-            for (const char* f : {"D200", "D201", "D202", "X"}) {
-                const cRoute r = Decode_Route_Header(p, f);
-                encodes([&] { return Encode_Route_Header(r, f, 29); });
+            for (const auto& f : formats) {
+                again([&] { Encode_Waypoint(Decode_Waypoint(p, f), f, 35, round % 4 == 0); });
+                again([&] { Encode_Route_Header(Decode_Route_Header(p, f), f, 29); });
+                again([&] { Encode_Track_Header(Decode_Track_Header(p, f), f, 99); });
+                again([&] { Encode_Track_Point(Decode_Track_Point(p, f, cTrack{}), f, 34); });
+                cAlmanac a;
+                Decode_Almanac(p, f, a);
+                again([&] { Encode_Almanac(a, f, 31); });
             }
             cRoute link;
             Decode_Route_Link(p, link);
-            encodes([&] { return Encode_Route_Link(link, 98); });
-            for (const char* f : {"D310", "D311", "D312", "X"}) {
-                const cTrack t = Decode_Track_Header(p, f);
-                encodes([&] { return Encode_Track_Header(t, f, 99); });
-            }
-            for (const char* f : {"D300", "D301", "D302", "X"}) {
-                const cTrack t = Decode_Track_Point(p, f, cTrack{});
-                encodes([&] { return Encode_Track_Point(t, f, 34); });
-            }
-            for (const char* f : {"D500", "D501", "D550", "D551", "X"}) {
-                cAlmanac a;
-                Decode_Almanac(p, f, a);
-                encodes([&] { return Encode_Almanac(a, f, 31); });
-            }
-            const cLap lap = Decode_Lap(p);
-            encodes([&] { return Encode_Lap(lap, 149); });
-            const cFlightbook_Record fb = Decode_Flightbook(p);
-            encodes([&] { return Encode_Flightbook(fb, 134); });
+            again([&] { Encode_Route_Link(link, 98); });
+            again([&] { Encode_Lap(Decode_Lap(p), 149); });
+            again([&] { Encode_Flightbook(Decode_Flightbook(p), 134); });
         }
     }
 }

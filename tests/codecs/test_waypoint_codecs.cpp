@@ -130,7 +130,7 @@ TEST(WaypointCodec, EveryFormatDecodesItsBytesAndEncodesItsRecordBack) {
         const Bytes packet = Frame(c.id, c.data);
         EXPECT_EQ(Show(Decode_Waypoint(packet, c.format)), Show(c.record));
         if (c.sent_as_is) {
-            EXPECT_EQ(Dump(Encode_Waypoint(c.record, c.format, c.id, c.proximity)), Dump(packet));
+            EXPECT_EQ(Encode_Waypoint(c.record, c.format, c.id, c.proximity), packet);
         }
     }
 }
@@ -175,22 +175,15 @@ TEST(WaypointCodec, ValuesWithoutAWireFormAreOverflowErrors) {
     EXPECT_THROW(Encode_Waypoint(w, "D109", kWpt, false), Overflow_Error);
 }
 
-TEST(WaypointCodec, UnknownFormatsDecodeNothingAndSendNothing) {
-    EXPECT_EQ(Show(Decode_Waypoint(Frame(kWpt, kD100), "D400")), Show(cWaypoint{}));
-    EXPECT_TRUE(Encode_Waypoint(Rec([](auto&) {}), "d100", kWpt, false).empty());
-}
-
 TEST(WaypointCodec, EachWaypointJoinsTheLastRouteIfItHasACollection) {
     Collection<cRoute> routes;
     const auto w = std::make_shared<cWaypoint>();
     Join_Last_Route(routes, w);  // no route: nothing to join
-    routes.Add(std::make_shared<cRoute>(Decode_Route_Header(Frame(29, Hex("01")), "D200")));
-    routes.Add(std::make_shared<cRoute>(Decode_Route_Header(Frame(29, Hex("02")), "D200")));
+    for (int k = 0; k < 2; ++k) routes.Add(std::make_shared<cRoute>(Decode_Route_Header(Frame(29, Hex("01")), "D200")));
+    routes.Add(std::make_shared<cRoute>());  // a host's route, without a collection: skipped
+    Join_Last_Route(routes, w);
+    routes.Remove(3);
     Join_Last_Route(routes, w);
     EXPECT_EQ(routes.Item(1)->Waypoints->Count(), 0);
-    ASSERT_EQ(routes.Item(2)->Waypoints->Count(), 1);
-    EXPECT_EQ(routes.Item(2)->Waypoints->Item(1), w);
-    routes.Add(std::make_shared<cRoute>());  // a host's route without a collection
-    Join_Last_Route(routes, w);
     EXPECT_EQ(routes.Item(2)->Waypoints->Count(), 1);
 }

@@ -2,7 +2,6 @@
 // record field.
 #pragma once
 
-#include <cstdio>
 #include <initializer_list>
 #include <iomanip>
 #include <sstream>
@@ -20,12 +19,9 @@ using trekcom::Bytes;
 
 // "00 00 80 3F" -> the four bytes.
 inline Bytes Hex(std::string_view hex) {
+    std::istringstream in{std::string(hex)};
     Bytes out;
-    for (std::size_t i = 0; i + 1 < hex.size(); ++i) {
-        if (hex[i] == ' ') continue;
-        out.push_back(static_cast<std::uint8_t>(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16)));
-        ++i;
-    }
+    for (unsigned byte = 0; in >> std::hex >> byte;) out.push_back(static_cast<std::uint8_t>(byte));
     return out;
 }
 
@@ -48,16 +44,6 @@ inline Bytes Frame(std::uint8_t id, const Bytes& data, int size_byte = -1) {
         {Hex("10"), {id, static_cast<std::uint8_t>(size_byte < 0 ? data.size() : size_byte)}, data, Hex("00 10 03")});
     trekcom::link::Seal_Packet(p);
     return p;
-}
-
-inline std::string Dump(const Bytes& b) {
-    std::string s;
-    char hex[4];
-    for (auto v : b) {
-        std::snprintf(hex, sizeof hex, "%02X ", v);
-        s += hex;
-    }
-    return s;
 }
 
 // Field by field, text in brackets, so a failing comparison names the field.

@@ -11,6 +11,7 @@
 // the data the size byte declares and the packet really holds, nothing is
 // read outside the packet. A new record starts at its class's initial values,
 // so a field a format lacks, or a short packet never reaches, stays 0 or "".
+// Decoders do not throw.
 //
 // Encoders return a complete packet sized for the data they write (data size
 // + 6 elements, DLE, id, size, data, checksum, DLE, ETX), sealed. An empty
@@ -32,15 +33,19 @@
 //   Prox_Wpt_Data_Format), decode, make the result current, add it to
 //   Waypoints, then Join_Last_Route(Routes, it). The proximity variants are
 //   recognised inside the decoder, by size, from the base formats.
+//   Join_Last_Route looks at the last item of Routes, not at the current
+//   Route: waypoints downloaded after a route download join that old route
+//   too, as they always have.
 // - Route: the current Route and the Routes collection. A route header makes
 //   a new route (Decode_Route_Header gives it its own empty Waypoints),
 //   current and added to Routes. A route link fills the current Route in
-//   place (Decode_Route_Link); with no current route, create one first or
-//   drop the link.
-// - Track: the current Track and the Tracks collection (headers and points
-//   together in arrival order). A header and a point both become the current
-//   Track and join Tracks. A point copies its name, colour and display flag
-//   from the current Track, so pass it in (Decode_Track_Point).
+//   place (Decode_Route_Link); the control holds an empty current Route from
+//   the start, so a link before any header fills that one.
+// - Track: the current Track (an empty one from the start) and the Tracks
+//   collection (headers and points together in arrival order). A header and
+//   a point both become the current Track and join Tracks. A point copies its
+//   name, colour and display flag from the current Track, so pass it in
+//   (Decode_Track_Point); the chain of points carries the header's values on.
 // - Almanac: the current Almanac, filled in place (Decode_Almanac); fields
 //   the packet cannot set keep their values, so do not replace the object
 //   per packet.
