@@ -99,7 +99,8 @@ void Read_D450(const Bytes& p, cWaypoint& w) {
     w.Dist = Pkt2Single(p, At(116));
     Bytes shifted = p;
     for (int k = 0; k < 116; ++k)
-        if (static_cast<std::size_t>(At(k + 2)) < p.size()) shifted[At(k)] = p[At(k + 2)];
+        if (const auto from = static_cast<std::size_t>(At(k + 2)); from < p.size())
+            shifted[static_cast<std::size_t>(At(k))] = p[from];
     Read_D150(shifted, w);
 }
 
