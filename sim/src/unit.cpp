@@ -8,6 +8,7 @@
 #include <deque>
 #include <limits>
 #include <numbers>
+#include <optional>
 
 #include "deframer.h"
 #include "formats.h"
@@ -135,8 +136,9 @@ struct Unit::Impl {
     bool track_open = false;
     int almanac_index = 0;
 
-    bool usb = false;  // the host talks USB: answers go to usb_out, unframed
-    std::deque<Bytes> usb_out;
+    bool usb = false;  // the host talks USB: answers go to the two pipes, unframed
+    usb::Pipe usb_interrupt;
+    usb::Pipe usb_bulk;
 
     Deframer deframer;
     std::function<void(char, std::uint8_t, const Bytes&)> trace;
@@ -200,19 +202,13 @@ struct Unit::Impl {
     // A packet that waits its turn and its acknowledgement.
     void Queue(int id, Bytes data, int record = -1) {
         if (id < 0 || id > 255) return;
-        if (usb) {
-            usb_out.push_back(usb::Make_Packet(usb::kApplication, static_cast<std::uint16_t>(id), data));
-            return;
-        }
+        if (usb) return Usb_Send(static_cast<std::uint8_t>(id), data, record);
         queue.push_back({link::Make_Packet(static_cast<std::uint8_t>(id), data), record});
     }
 
     // A packet that goes at once and is never acknowledged.
     void Stream(std::uint8_t id, const Bytes& data) {
-        if (usb) {
-            usb_out.push_back(usb::Make_Packet(usb::kApplication, id, data));
-            return;
-        }
+        if (usb) return Usb_Send(id, data, -1);
         Transmit_Data(link::Make_Packet(id, data));
     }
 
@@ -246,10 +242,13 @@ struct Unit::Impl {
         if (waiting && waiting->packet[1] == kBaudReply) Switch_Baud();
         waiting.reset();
         queue.clear();
+        usb_bulk.Drop_Unread();
         deadline_ms = kNever;
     }
 
-    bool Transfer_Active() const { return !queue.empty() || (waiting && waiting->record >= 0); }
+    bool Transfer_Active() const {
+        return !queue.empty() || (waiting && waiting->record >= 0) || usb_bulk.Has_Unread();
+    }
 
     void Switch_Baud() {
         if (pending_baud <= 0) return;
@@ -737,6 +736,18 @@ struct Unit::Impl {
 
     // ---------------------------------------------------------------- USB
 
+    // Short answers and streamed records go on the interrupt pipe. A record
+    // transfer is too long for it: the unit announces it there once, with
+    // Data Available, and puts the transfer on the bulk pipe, where the host
+    // reads until the pipe is empty.
+    void Usb_Send(std::uint8_t id, const Bytes& d, int record) {
+        if (trace) trace('U', id, d);
+        Bytes packet = usb::Make_Packet(usb::kApplication, id, d);
+        if (record < 0) return usb_interrupt.Put(std::move(packet));
+        if (record == 0) usb_interrupt.Put(usb::Make_Packet(usb::kProtocol, usb::kDataAvailable, {}));
+        usb_bulk.Put(std::move(packet));
+    }
+
     void Usb_Packet(const Bytes& packet) {
         usb::Packet p;
         if (!usb::Parse(packet, p)) {
@@ -746,23 +757,22 @@ struct Unit::Impl {
         ++counters.frames_received;
         usb = true;
         if (p.type == usb::kProtocol) {
-            if (p.id == usb::kStartSession)
-                usb_out.push_back(usb::Make_Packet(usb::kProtocol, usb::kSessionStarted,
-                                                   [this] {
-                                                       wire::Writer w;
-                                                       w.U32(data.situation.unit_id);
-                                                       return w.Take();
-                                                   }()));
-            else if (p.id == usb::kStartSession2)
-                usb_out.push_back(usb::Make_Packet(usb::kProtocol, usb::kSessionStarted2, {}));
-            else
+            if (p.id == usb::kStartSession) {
+                wire::Writer w;
+                w.U32(data.situation.unit_id);
+                usb_interrupt.Put(usb::Make_Packet(usb::kProtocol, usb::kSessionStarted, w.Take()));
+            } else if (p.id == usb::kStartSession2) {
+                usb_interrupt.Put(usb::Make_Packet(usb::kProtocol, usb::kSessionStarted2, {}));
+            } else {
                 ++counters.unknown_packets;
+            }
             return;
         }
         if (p.id > 255) {
             ++counters.unknown_packets;
             return;
         }
+        if (trace) trace('H', static_cast<std::uint8_t>(p.id), p.data);
         Dispatch(static_cast<std::uint8_t>(p.id), p.data);
     }
 };
@@ -825,12 +835,9 @@ void Unit::Usb_Host_Wrote(const Bytes& usb_packet) {
     impl_->Usb_Packet(usb_packet);
 }
 
-std::optional<Bytes> Unit::Usb_Read() {
-    if (impl_->usb_out.empty()) return std::nullopt;
-    Bytes b = std::move(impl_->usb_out.front());
-    impl_->usb_out.pop_front();
-    return b;
-}
+Bytes Unit::Usb_Interrupt_Read(std::size_t max) { return impl_->usb_interrupt.Read(max); }
+
+Bytes Unit::Usb_Bulk_Read(std::size_t max) { return impl_->usb_bulk.Read(max); }
 
 Data_Set Unit::Visible_Data() const {
     const Profile& p = impl_->profile;

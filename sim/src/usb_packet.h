@@ -3,7 +3,9 @@
 // data size, then the data. No framing, no checksum, no ACK/NAK.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <deque>
 
 #include "trekcom/types.h"
 #include "wire.h"
@@ -53,5 +55,45 @@ inline bool Parse(const Bytes& bytes, Packet& out) {
     out.data.assign(bytes.begin() + kHeaderSize, bytes.end());
     return true;
 }
+
+// One IN pipe of the unit: whole packets wait in order and the host takes
+// them in reads of up to max bytes. A read never reaches into the next
+// packet, because the unit ends each packet with a short USB transfer; so a
+// host that reads 64-byte blocks finds every packet starting a block.
+class Pipe {
+public:
+    void Put(Bytes packet) {
+        if (!packet.empty()) packets_.push_back(std::move(packet));
+    }
+
+    Bytes Read(std::size_t max) {
+        if (packets_.empty() || max == 0) return {};
+        const Bytes& front = packets_.front();
+        const std::size_t n = std::min(max, front.size() - offset_);
+        const auto from = front.begin() + static_cast<std::ptrdiff_t>(offset_);
+        Bytes out(from, from + static_cast<std::ptrdiff_t>(n));
+        offset_ += n;
+        if (offset_ == front.size()) {
+            packets_.pop_front();
+            offset_ = 0;
+        }
+        return out;
+    }
+
+    // Drops what the host has not started to read; a packet it is halfway
+    // through stays whole, or the host would lose track of packet starts.
+    void Drop_Unread() {
+        const std::size_t keep = offset_ > 0 ? 1 : 0;
+        packets_.resize(std::min(packets_.size(), keep));
+    }
+
+    bool Empty() const { return packets_.empty(); }
+    // Whether a packet waits that the host has not started to read.
+    bool Has_Unread() const { return packets_.size() > (offset_ > 0 ? 1u : 0u); }
+
+private:
+    std::deque<Bytes> packets_;
+    std::size_t offset_ = 0;  // bytes of the front packet already read
+};
 
 }  // namespace trekcom::sim::usb

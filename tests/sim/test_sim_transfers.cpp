@@ -1,6 +1,6 @@
 // What the simulated unit says: identification per profile, record layouts
 // pinned byte for byte, download and upload sequences, real-time data, the
-// NMEA and text modes, the USB session start and the data files.
+// NMEA and text modes and the data files.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -9,7 +9,6 @@
 #include "formats.h"
 #include "nmea.h"
 #include "sim_host.h"
-#include "usb_packet.h"
 
 using namespace trekcom::sim;
 using sim_test::Frame;
@@ -433,32 +432,6 @@ TEST(SimModes, NmeaAndTextOutputAt4800) {
         EXPECT_EQ(lines, 14u);
         EXPECT_NE(text.find(",A,4638.1360,N,00616.9320,E,"), std::string::npos);
     }
-}
-
-TEST(SimUsb, SessionStartAndProductDataOverUsb) {
-    Unit unit(Profile::Named("current"));
-    unit.Usb_Host_Wrote(usb::Make_Packet(0, 5, {}));
-    auto started = unit.Usb_Read();
-    usb::Packet p;
-    ASSERT_TRUE(started && usb::Parse(*started, p));
-    EXPECT_EQ(p.type, 0);
-    EXPECT_EQ(p.id, 6);
-    EXPECT_EQ(p.data, Le32(static_cast<std::int32_t>(3456789012u)));
-    unit.Usb_Host_Wrote(usb::Make_Packet(0, 16, {}));
-    ASSERT_TRUE(usb::Parse(*unit.Usb_Read(), p));
-    EXPECT_EQ(p.id, 17);
-
-    unit.Usb_Host_Wrote(usb::Make_Packet(20, 254, {}));
-    std::vector<std::uint16_t> ids;
-    while (auto b = unit.Usb_Read()) {
-        ASSERT_TRUE(usb::Parse(*b, p));
-        EXPECT_EQ(p.type, 20);
-        ids.push_back(p.id);
-    }
-    EXPECT_EQ(ids, (std::vector<std::uint16_t>{255, 248, 253}));  // no ACKs on USB
-    unit.Usb_Host_Wrote({20, 0, 0, 0, 254, 0, 0, 0, 9, 0, 0, 0});  // size beyond the data
-    EXPECT_FALSE(unit.Usb_Read().has_value());
-    EXPECT_EQ(unit.Stats().bad_frames, 1);
 }
 
 TEST(SimData, JsonRoundTripGeneratorAndBadFiles) {

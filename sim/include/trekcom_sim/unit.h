@@ -14,7 +14,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -161,10 +160,23 @@ public:
     void Set_Mode(Output_Mode mode);
     Output_Mode Mode() const;
 
-    // The USB side: one USB packet (12-byte header and data) from the host,
-    // and the packets the unit has ready for it, in order.
+    // The USB side. Usb_Host_Wrote takes one USB packet (12-byte header and
+    // data) as the host wrote it; anything else is counted as a bad frame and
+    // ignored. The unit answers on two IN pipes:
+    //   interrupt: the protocol-layer answers (Session Started), Data
+    //     Available, and every application packet that is not part of a
+    //     record transfer (product data, unit id, date and time, position,
+    //     PVT and satellite records);
+    //   bulk: the packets of a record transfer (records count, records,
+    //     transfer complete), each transfer announced by one Data Available
+    //     on the interrupt pipe.
+    // A read returns up to max bytes of the next waiting packet, never bytes
+    // of two packets, and is empty when nothing waits; a host that reads the
+    // interrupt pipe in 64-byte blocks thus gets each packet in whole blocks.
+    // A new request or the host's abort drops what waits unread on the bulk pipe.
     void Usb_Host_Wrote(const Bytes& usb_packet);
-    std::optional<Bytes> Usb_Read();
+    Bytes Usb_Interrupt_Read(std::size_t max = 64);
+    Bytes Usb_Bulk_Read(std::size_t max);
 
     // Sees every packet: 'H' from the host (good frames), 'U' from the unit.
     void Trace_Handler(std::function<void(char from, std::uint8_t id, const Bytes& data)> handler);

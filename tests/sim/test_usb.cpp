@@ -1,0 +1,248 @@
+// The unit's USB side as a host driver meets it: the session start, answers
+// read from the interrupt pipe in 64-byte blocks, record transfers announced
+// by Data Available and read from the bulk pipe, and hostile packets.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <random>
+
+#include "formats.h"
+#include "sim_host.h"
+#include "trekcom_sim/unit.h"
+#include "usb_packet.h"
+
+using namespace trekcom::sim;
+using sim_test::U16;
+using trekcom::Bytes;
+
+namespace {
+
+std::uint32_t Size_Field(const Bytes& p) {
+    return static_cast<std::uint32_t>(p[8] | (p[9] << 8) | (p[10] << 16) | (p[11] << 24));
+}
+
+// Reads the way a host driver does: a packet starts with a fresh read, and
+// reads are collected until the header and the data it announces are in.
+class Usb_Host {
+public:
+    explicit Usb_Host(Unit& unit) : unit_(unit) {}
+
+    void Write(std::uint8_t type, std::uint16_t id, const Bytes& data = {}) {
+        unit_.Usb_Host_Wrote(usb::Make_Packet(type, id, data));
+    }
+    void Command(std::uint16_t cmd) { Write(usb::kApplication, 10, {static_cast<std::uint8_t>(cmd), 0}); }
+
+    std::vector<usb::Packet> Interrupt(std::size_t block = 64) {
+        return Collect([&] { return unit_.Usb_Interrupt_Read(block); }, block);
+    }
+    std::vector<usb::Packet> Bulk(std::size_t max = 4096) {
+        return Collect([&] { return unit_.Usb_Bulk_Read(max); }, max);
+    }
+    // The interrupt pipe, with the bulk pipe read in wherever it was announced.
+    std::vector<usb::Packet> Read() {
+        std::vector<usb::Packet> out;
+        for (usb::Packet& p : Interrupt()) {
+            if (p.type == usb::kProtocol && p.id == usb::kDataAvailable) {
+                EXPECT_TRUE(p.data.empty());
+                for (usb::Packet& b : Bulk()) out.push_back(std::move(b));
+            } else {
+                out.push_back(std::move(p));
+            }
+        }
+        return out;
+    }
+
+    std::size_t reads = 0;
+
+private:
+    std::vector<usb::Packet> Collect(const std::function<Bytes()>& read, std::size_t max) {
+        std::vector<usb::Packet> out;
+        for (Bytes packet = read(); !packet.empty(); packet = read()) {
+            ++reads;
+            EXPECT_LE(packet.size(), max);
+            while (packet.size() < usb::kHeaderSize || packet.size() < usb::kHeaderSize + Size_Field(packet)) {
+                const Bytes more = read();
+                ++reads;
+                if (more.empty()) {
+                    ADD_FAILURE() << "the pipe ran dry inside a packet";
+                    return out;
+                }
+                EXPECT_LE(more.size(), max);
+                packet.insert(packet.end(), more.begin(), more.end());
+            }
+            usb::Packet p;
+            EXPECT_TRUE(usb::Parse(packet, p)) << "a read held bytes of two packets";
+            out.push_back(std::move(p));
+        }
+        return out;
+    }
+
+    Unit& unit_;
+};
+
+std::vector<std::uint16_t> Ids(const std::vector<usb::Packet>& packets) {
+    std::vector<std::uint16_t> ids;
+    for (const auto& p : packets) ids.push_back(p.id);
+    return ids;
+}
+
+bool Serves_Session_Start(Unit& unit) {
+    Usb_Host host(unit);
+    host.Write(usb::kProtocol, usb::kStartSession);
+    const auto answer = host.Interrupt();
+    return answer.size() == 1 && answer[0].type == usb::kProtocol && answer[0].id == usb::kSessionStarted;
+}
+
+}  // namespace
+
+TEST(SimUsb, SessionProductDataAndWaypointDownload) {
+    Unit unit(Profile::Named("current"));
+    Usb_Host host(unit);
+
+    host.Write(usb::kProtocol, usb::kStartSession);
+    auto got = host.Interrupt();
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0].type, usb::kProtocol);
+    EXPECT_EQ(got[0].id, usb::kSessionStarted);
+    EXPECT_EQ(got[0].data, (Bytes{0x14, 0x6A, 0x0A, 0xCE}));  // the unit id, 3456789012
+    host.Write(usb::kProtocol, usb::kStartSession2);
+    got = host.Interrupt();
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0].id, usb::kSessionStarted2);
+    EXPECT_TRUE(got[0].data.empty());
+
+    // Short answers come on the interrupt pipe, unacknowledged, some longer than a block.
+    host.reads = 0;
+    host.Write(usb::kApplication, 254);
+    got = host.Interrupt();
+    EXPECT_EQ(Ids(got), (std::vector<std::uint16_t>{255, 248, 253}));
+    EXPECT_GT(host.reads, got.size());
+    for (const auto& p : got) EXPECT_EQ(p.type, usb::kApplication);
+    EXPECT_EQ(U16(got.at(0).data), unit.Unit_Profile().product_id);
+    EXPECT_TRUE(unit.Usb_Bulk_Read(4096).empty());
+
+    // A transfer is announced on the interrupt pipe and travels on the bulk pipe.
+    host.Command(7);
+    got = host.Interrupt();
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0].type, usb::kProtocol);
+    EXPECT_EQ(got[0].id, usb::kDataAvailable);
+    const auto transfer = host.Bulk();
+    const auto expected = unit.Visible_Data().waypoints;
+    ASSERT_EQ(transfer.size(), expected.size() + 2);
+    EXPECT_EQ(transfer.front().id, 27);
+    EXPECT_EQ(U16(transfer.front().data), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        Waypoint w;
+        EXPECT_EQ(transfer[i + 1].id, 35);
+        ASSERT_TRUE(formats::Decode_Waypoint(transfer[i + 1].data, unit.Unit_Profile().waypoint_type, w));
+        EXPECT_EQ(w, expected[i]);
+    }
+    EXPECT_EQ(transfer.back().id, 12);
+    EXPECT_EQ(U16(transfer.back().data), 7);
+    EXPECT_TRUE(unit.Usb_Interrupt_Read().empty());
+    EXPECT_EQ(unit.Stats().acks_sent, 0);
+}
+
+TEST(SimUsb, PacketsSplitAcrossReadsOfAnySize) {
+    Unit unit(Profile::Named("current"));
+    Usb_Host host(unit);
+    host.Write(usb::kApplication, 254);
+    const auto whole = host.Interrupt(4096);
+    for (std::size_t block : {64u, 13u, 7u, 1u}) {
+        host.Write(usb::kApplication, 254);
+        const auto split = host.Interrupt(block);
+        ASSERT_EQ(split.size(), whole.size()) << block;
+        for (std::size_t i = 0; i < split.size(); ++i) EXPECT_EQ(split[i].data, whole[i].data) << block;
+    }
+    // The protocol array is one packet over two blocks: 64 bytes, then the rest.
+    host.Write(usb::kApplication, 254);
+    Bytes block;
+    while ((block = unit.Usb_Interrupt_Read()).size() != 64 || block[4] != 253) ASSERT_FALSE(block.empty());
+    EXPECT_EQ(unit.Usb_Interrupt_Read().size(), usb::kHeaderSize + whole.back().data.size() - 64);
+    EXPECT_TRUE(unit.Usb_Interrupt_Read(0).empty());
+
+    host.Command(7);
+    EXPECT_EQ(Ids(host.Interrupt()), std::vector<std::uint16_t>{usb::kDataAvailable});
+    const auto small = host.Bulk(64);
+    host.Command(7);
+    host.Interrupt();
+    const auto large = host.Bulk(4096);
+    ASSERT_EQ(small.size(), large.size());
+    for (std::size_t i = 0; i < small.size(); ++i) EXPECT_EQ(small[i].data, large[i].data);
+}
+
+TEST(SimUsb, AbortDropsUnreadBulkDataButNotAHalfReadPacket) {
+    Unit unit(Profile::Named("current"));
+    Usb_Host host(unit);
+    host.Command(7);
+    host.Interrupt();
+    const Bytes head = unit.Usb_Bulk_Read(5);
+    ASSERT_EQ(head.size(), 5u);
+    host.Write(usb::kApplication, 12, {7, 0});  // the host's abort
+    EXPECT_EQ(unit.Stats().transfers_aborted, 1);
+    EXPECT_EQ(unit.Usb_Bulk_Read(4096).size(), usb::kHeaderSize + 2 - 5);  // the rest of the records packet
+    EXPECT_TRUE(unit.Usb_Bulk_Read(4096).empty());
+
+    // A new request replaces a transfer the host never read.
+    host.Command(7);
+    host.Command(7);
+    EXPECT_EQ(unit.Stats().transfers_aborted, 2);
+    EXPECT_EQ(host.Read().size(), unit.Data().waypoints.size() + 2);
+}
+
+TEST(SimUsb, UploadNeedsNoAcknowledgements) {
+    Unit unit(Profile::Named("current"));
+    Usb_Host host(unit);
+    Waypoint w = unit.Data().waypoints.at(0);
+    w.ident = "USBWPT";
+    host.Write(usb::kApplication, 27, {1, 0});
+    host.Write(usb::kApplication, 35, formats::Encode_Waypoint(w, unit.Unit_Profile().waypoint_type));
+    host.Write(usb::kApplication, 12, {7, 0});
+    ASSERT_EQ(unit.Uploaded().waypoints.size(), 1u);
+    EXPECT_EQ(unit.Uploaded().waypoints[0].ident, "USBWPT");
+    EXPECT_EQ(unit.Stats().uploads_completed, 1);
+    EXPECT_TRUE(host.Read().empty());
+}
+
+TEST(SimUsb, MalformedHostPacketsAreIgnored) {
+    Unit unit(Profile::Named("current"));
+    Usb_Host host(unit);
+    unit.Usb_Host_Wrote({});
+    unit.Usb_Host_Wrote(usb::Make_Packet(usb::kApplication, 254, Bytes(1047, 0)));
+    unit.Usb_Host_Wrote({20, 0, 0, 0, 254, 0, 0, 0, 9, 0, 0, 0});  // size beyond the data
+    unit.Usb_Host_Wrote({7, 0, 0, 0, 254, 0, 0, 0, 0, 0, 0, 0});   // no such layer
+    EXPECT_EQ(unit.Stats().bad_frames, 4);
+    EXPECT_EQ(unit.Stats().frames_received, 0);
+    host.Write(usb::kApplication, 10);                   // a command without its code
+    host.Write(usb::kApplication, 300);                  // no application id that large
+    host.Write(usb::kApplication, 200, Bytes(1046, 0));  // the largest packet, of no known kind
+    EXPECT_EQ(unit.Stats().frames_received, 3);
+    EXPECT_EQ(unit.Stats().unknown_packets, 3);
+    EXPECT_TRUE(host.Read().empty());
+    EXPECT_TRUE(Serves_Session_Start(unit));
+}
+
+TEST(SimUsb, RandomPacketsNeverBreakTheUnit) {
+    std::mt19937 rng(1046);
+    for (const char* profile : {"current", "l002", "legacy25"}) {
+        Unit unit(Profile::Named(profile));
+        auto byte = [&] { return static_cast<std::uint8_t>(rng()); };
+        for (int i = 0; i < 4000; ++i) {
+            Bytes data(rng() % 80);
+            for (auto& b : data) b = byte();
+            if (i % 2) {
+                unit.Usb_Host_Wrote(data);  // raw garbage
+            } else {
+                const std::uint8_t type = i % 8 == 0 ? byte() : (i % 4 ? usb::kApplication : usb::kProtocol);
+                unit.Usb_Host_Wrote(usb::Make_Packet(type, static_cast<std::uint16_t>(rng() % 300), data));
+            }
+            const std::size_t max = rng() % 100;
+            while (!unit.Usb_Interrupt_Read(max + 1).empty()) {}
+            if (i % 3 == 0)
+                while (!unit.Usb_Bulk_Read(max + 1).empty()) {}
+            if (!unit.Powered()) unit.Power_On();
+        }
+        EXPECT_TRUE(Serves_Session_Start(unit)) << profile;
+    }
+}
