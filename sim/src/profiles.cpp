@@ -26,34 +26,19 @@ std::vector<std::pair<char, std::uint16_t>> Profile::Capabilities() const {
         if (track_header_type) add('D', track_header_type);
         add('D', track_point_type);
     }
-    if (proximity_protocol) {
-        add('A', proximity_protocol);
-        add('D', proximity_type);
-    }
-    if (almanac_type) {
-        add('A', 500);
-        add('D', almanac_type);
-    }
-    if (date_time) {
-        add('A', 600);
-        add('D', 600);
-    }
-    if (flightbook) {
-        add('A', 650);
-        add('D', 650);
-    }
-    if (position) {
-        add('A', 700);
-        add('D', 700);
-    }
-    if (pvt) {
-        add('A', 800);
-        add('D', 800);
-    }
-    if (laps) {
-        add('A', 906);
-        add('D', 906);
-    }
+    // The protocols that each carry one layout.
+    auto one_layout = [&add](bool on, std::uint16_t protocol, std::uint16_t layout) {
+        if (!on) return;
+        add('A', protocol);
+        add('D', layout);
+    };
+    one_layout(proximity_protocol != 0, proximity_protocol, proximity_type);
+    one_layout(almanac_type != 0, 500, almanac_type);
+    one_layout(date_time, 600, 600);
+    one_layout(flightbook, 650, 650);
+    one_layout(position, 700, 700);
+    one_layout(pvt, 800, 800);
+    one_layout(laps, 906, 906);
     return c;
 }
 

@@ -584,19 +584,9 @@ struct Unit::Impl {
         const Profile& p = profile;
         bool ok = false;
         if (id == ids.wpt) {
-            Waypoint w;
-            ok = formats::Decode_Waypoint(d, p.waypoint_type, w);
-            if (ok) {
-                uploaded.waypoints.push_back(w);
-                Replace_Or_Append(data.waypoints, w, [](const Waypoint& a, const Waypoint& b) { return a.ident == b.ident; });
-            }
+            ok = Upload_Waypoint(d, p.waypoint_type, uploaded.waypoints, data.waypoints);
         } else if (id == ids.prx_wpt && p.proximity_protocol) {
-            Waypoint w;
-            ok = formats::Decode_Waypoint(d, p.proximity_type, w);
-            if (ok) {
-                uploaded.proximity.push_back(w);
-                Replace_Or_Append(data.proximity, w, [](const Waypoint& a, const Waypoint& b) { return a.ident == b.ident; });
-            }
+            ok = Upload_Waypoint(d, p.proximity_type, uploaded.proximity, data.proximity);
         } else if (id == ids.rte_hdr && p.route_protocol) {
             Route r;
             ok = formats::Decode_Route_Header(d, p.route_header_type, r);
@@ -658,6 +648,16 @@ struct Unit::Impl {
             return false;
         }
         ++(ok ? counters.records_uploaded : counters.records_rejected);
+        return true;
+    }
+
+    // A waypoint replaces the stored one of the same ident.
+    static bool Upload_Waypoint(const Bytes& d, std::uint16_t type, std::vector<Waypoint>& received,
+                                std::vector<Waypoint>& stored) {
+        Waypoint w;
+        if (!formats::Decode_Waypoint(d, type, w)) return false;
+        received.push_back(w);
+        Replace_Or_Append(stored, std::move(w), [](const Waypoint& a, const Waypoint& b) { return a.ident == b.ident; });
         return true;
     }
 
