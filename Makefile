@@ -23,7 +23,8 @@ setup:
 	fi
 
 configure: setup
-	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo > $(BUILD).configure.log || (cat $(BUILD).configure.log; exit 1)
+	@mkdir -p $(BUILD) && cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo > $(BUILD)/configure.log \
+	  || (cat $(BUILD)/configure.log; exit 1)
 
 build: configure
 	@cmake --build $(BUILD) -j $(JOBS)
