@@ -3,6 +3,7 @@
 #   make test   installs what is missing, builds, runs every test (ctest)
 
 BUILD ?= build
+MAKEFLAGS += --no-print-directory
 JOBS ?= 2
 DEB_PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
                 libasio-dev libusb-1.0-0-dev libpugixml-dev libcli11-dev libfmt-dev \
