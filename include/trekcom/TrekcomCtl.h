@@ -118,6 +118,46 @@ public:
     std::shared_ptr<Collection<cTrack>> Tracks() const;
     std::shared_ptr<Collection<cLap>> Laps() const;
 
+    // ---- record uploads and record objects
+    // The records a download fills and a Send_* encodes. A host fills the
+    // object in place or sets one of its own; a download replaces Waypoint,
+    // Route, Track, Lap and Flightbook_Record with each new record and fills
+    // Almanac in place. Waypoints also join the last route of Routes().
+    std::shared_ptr<cWaypoint> Waypoint() const;
+    void Waypoint(std::shared_ptr<cWaypoint> value);
+    std::shared_ptr<cRoute> Route() const;
+    void Route(std::shared_ptr<cRoute> value);
+    std::shared_ptr<cTrack> Track() const;
+    void Track(std::shared_ptr<cTrack> value);
+    std::shared_ptr<cAlmanac> Almanac() const;
+    void Almanac(std::shared_ptr<cAlmanac> value);
+    std::shared_ptr<cLap> Lap() const;
+    void Lap(std::shared_ptr<cLap> value);
+    void Laps(std::shared_ptr<Collection<cLap>> value);
+    std::shared_ptr<cFlightbook_Record> Flightbook_Record() const;
+    void Flightbook_Record(std::shared_ptr<cFlightbook_Record> value);
+    // Filled by Request_Flightbook.
+    std::shared_ptr<Collection<cFlightbook_Record>> Flightbook_Records() const;
+    void Flightbook_Records(std::shared_ptr<Collection<cFlightbook_Record>> value);
+    // One record each, between Start_of_Records and End_of_Records, waiting
+    // for the receiver's ACK. A receiver that lacks the transfer gets nothing
+    // and cError/vcError report it once per batch; a record with a value its
+    // layout cannot carry (a position at 180 degrees or beyond) is not sent
+    // and cError/vcError report it with code 6, "Overflow".
+    void Send_Waypoint();        // Waypoint, as a waypoint
+    void Send_Prox_Waypoint();   // Waypoint, as a proximity waypoint (with Dist)
+    void Send_Route_Waypoint();  // Waypoint, as a waypoint of the route being sent
+    void Send_Route_Header();    // Route's header fields
+    void Send_Route_Link();      // Route's link fields
+    void Send_Track_Header();    // Track's header fields
+    void Send_Track();           // Track as one track point
+    void Send_Almanac_Data();
+    void Send_Lap();
+    void Send_Flightbook_Record();
+    // Downloads the almanac; each entry fills Almanac in place, so the last
+    // one is what remains. No event marks the end.
+    void Request_Almanac_Data();
+
     // ---- what the receiver speaks (read-only)
     // Records announced by the last records packet.
     TREKCOM_READ_ONLY(std::int16_t, Incoming_Records_Count, Incoming_Records_Count);

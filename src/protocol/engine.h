@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -143,6 +144,32 @@ public:
     };
     const Prebuilt& Packets() const { return packets_; }
 
+    // ---- record uploads and the current records
+    // The record each Send_* encodes and each decoder fills or replaces; the
+    // host may set objects of its own. A null one is replaced by an empty
+    // record when next used.
+    std::shared_ptr<cWaypoint> Waypoint = std::make_shared<cWaypoint>();
+    std::shared_ptr<cRoute> Route = std::make_shared<cRoute>();
+    std::shared_ptr<cTrack> Track = std::make_shared<cTrack>();
+    std::shared_ptr<cAlmanac> Almanac = std::make_shared<cAlmanac>();
+    std::shared_ptr<cLap> Lap = std::make_shared<cLap>();
+    std::shared_ptr<cFlightbook_Record> Flightbook_Record = std::make_shared<cFlightbook_Record>();
+    // One record per call, acknowledged by the unit. A unit that lacks the
+    // transfer gets nothing (reported once per batch); a record with a value
+    // its layout cannot carry is reported and not sent.
+    void Send_Waypoint();
+    void Send_Prox_Waypoint();
+    void Send_Route_Waypoint();
+    void Send_Route_Header();
+    void Send_Route_Link();
+    void Send_Track_Header();
+    void Send_Track();
+    void Send_Almanac_Data();
+    void Send_Lap();
+    void Send_Flightbook_Record();
+    // The almanac download: each entry fills Almanac in place.
+    void Request_Almanac_Data();
+
 private:
     // (Re)builds the prebuilt packets from the ids and codes in force.
     void Build_Packets();
@@ -152,6 +179,20 @@ private:
     void Download(Transfer_Kind kind, Bytes Prebuilt::*command);
     void Complete_Transfer(const Bytes& packet);
     std::uint8_t Command_Of_Record(std::uint8_t pid) const;
+    // What every request does first: clear the flags, identify the unit again.
+    void Begin_Request();
+    // The waypoint format the codecs use for a waypoint-family packet id.
+    std::string Waypoint_Format(std::uint8_t pid) const;
+    // Encodes one record and sends it, waiting for its ACK; an encoder's
+    // overflow is reported instead. An empty encoding sends nothing.
+    void Send_Record(const std::function<Bytes()>& encode);
+    // The object behind a held pointer, made (empty) when there is none yet
+    // or the host set null: collections on first use, current records.
+    template <typename T>
+    static std::shared_ptr<T>& Created(std::shared_ptr<T>& held) {
+        if (!held) held = std::make_shared<T>();
+        return held;
+    }
 
     // Hooks of the record decoders and the real-time and screen handlers.
     // Each is called with the whole received packet; where no decoder is

@@ -14,12 +14,6 @@ constexpr std::int32_t kDownload_Wait = 2;
 constexpr std::int32_t kCount_Wait = 500;
 constexpr std::int32_t kUpload_Wait = 2;
 
-template <typename T>
-std::shared_ptr<Collection<T>>& Created(std::shared_ptr<Collection<T>>& list) {
-    if (!list) list = std::make_shared<Collection<T>>();
-    return list;
-}
-
 bool Blank(const std::string& protocol) { return protocol.find_first_not_of(' ') == std::string::npos; }
 
 // The completion packet names the transfer it closes, as the unit's own
@@ -69,11 +63,15 @@ bool Engine::Exchange(const Bytes& packet, std::uint8_t response, std::int32_t w
 
 // ---------------------------------------------------------------- downloads
 
-void Engine::Download(Transfer_Kind kind, Bytes Prebuilt::*command) {
+void Engine::Begin_Request() {
     link_.RawSuppressed = false;
     Error_Latch = false;
     // Every download identifies the unit again: it may have been swapped.
     Request_Product_Data();
+}
+
+void Engine::Download(Transfer_Kind kind, Bytes Prebuilt::*command) {
+    Begin_Request();
     if (!Supports(kind, Asker::Request)) return;
     switch (kind) {
         case Transfer_Kind::Waypoints:
@@ -96,9 +94,7 @@ void Engine::Request_Laps() { Download(Transfer_Kind::Laps, &Prebuilt::Transfer_
 void Engine::Request_Flightbook() { Download(Transfer_Kind::Flightbook, &Prebuilt::Transfer_Flightbook); }
 
 void Engine::Request_Counts() {
-    link_.RawSuppressed = false;
-    Error_Latch = false;
-    Request_Product_Data();
+    Begin_Request();
     *Counts = cRecord_Counts{};
     // The unit announces each count and is then stopped before its first
     // record: no Receive events, no ACK of the records packet, and the

@@ -1,0 +1,83 @@
+// A large track download from the simulated receiver on the virtual
+// platform: records per second, and memory per stored track point.
+//
+//     bench_records [points]      (default 100000)
+//
+// Peak resident size (VmHWM) is read before and after the download; its
+// growth may include what the simulator holds during the transfer (its queue
+// of encoded packets, freed as they go out). The heap still in use once the
+// transfer is over (mallinfo2) is what the control keeps: the Tracks
+// collection.
+#include <malloc.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "trekcom/trekcom.h"
+#include "trekcom/virtual_platform.h"
+#include "trekcom_sim/unit.h"
+
+namespace {
+
+// A "/proc/self/status" field in kB, -1 when it cannot be read.
+long Status_kB(const std::string& field) {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with(field + ":")) return std::stol(line.substr(field.size() + 1));
+    return -1;
+}
+
+struct Until_Tracks : trekcom::TrekcomCtlEvents {
+    bool done = false;
+    void ReceivedTracks(std::shared_ptr<trekcom::Collection<trekcom::cTrack>>&) override { done = true; }
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::size_t points = argc > 1 ? std::stoul(argv[1]) : 100000;
+    namespace sim = trekcom::sim;
+
+    sim::Data_Set data;
+    data.situation = sim::Builtin_Data().situation;
+    sim::Add_Generated_Track(data, points);
+    auto vp = std::make_shared<trekcom::VirtualPlatform>();
+    vp->Attach(1, std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current"), std::move(data)));
+    trekcom::TrekcomCtl ctl(vp);
+    Until_Tracks events;
+    ctl.Advise(events);
+    if (!ctl.PortOpen()) {
+        std::fprintf(stderr, "the simulated receiver's port did not open\n");
+        return 1;
+    }
+    ctl.Request_Product_Data();  // identification is not part of the measure
+
+    const long hwm_before = Status_kB("VmHWM");
+    const std::size_t heap_before = mallinfo2().uordblks;
+    const auto start = std::chrono::steady_clock::now();
+    ctl.Request_Tracks();
+    const bool complete = vp->Run_Until([&] { return events.done; }, 24 * 3600e3);
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+    const long hwm_after = Status_kB("VmHWM");
+    const std::size_t heap_after = mallinfo2().uordblks;
+
+    const auto records = static_cast<std::size_t>(ctl.Tracks()->Count());  // the header and the points
+    if (!complete || records != points + 1) {
+        std::fprintf(stderr, "incomplete download: %zu of %zu records\n", records, points + 1);
+        return 1;
+    }
+    const double per_point_peak = static_cast<double>(hwm_after - hwm_before) * 1024.0 / static_cast<double>(points);
+    const double per_point_kept =
+        static_cast<double>(heap_after - heap_before) / static_cast<double>(points);
+    std::printf("track points               %zu\n", points);
+    std::printf("records per second         %.0f (%zu records in %.3f s)\n",
+                static_cast<double>(records) / elapsed.count(), records, elapsed.count());
+    std::printf("peak resident, before      %ld kB\n", hwm_before);
+    std::printf("peak resident, after       %ld kB\n", hwm_after);
+    std::printf("peak resident growth/point %.0f bytes\n", per_point_peak);
+    std::printf("heap kept/point            %.0f bytes (the Tracks collection)\n", per_point_kept);
+    return 0;
+}
