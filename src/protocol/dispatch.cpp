@@ -3,6 +3,7 @@
 #include <string>
 
 #include "protocol/engine.h"
+#include "protocol/realtime.h"
 #include "records/fields.h"
 
 namespace trekcom::protocol {
@@ -95,18 +96,28 @@ void Engine::Complete_Transfer(const Bytes& packet) {
 
 void Engine::On_Track_Header(const Bytes& packet) { (void)packet; }
 void Engine::On_Track_Point(const Bytes& packet) { (void)packet; }
-void Engine::On_Date_Time(const Bytes& packet) { (void)packet; }
-void Engine::On_Pvt_Data(const Bytes& packet) { (void)packet; }
+void Engine::On_Date_Time(const Bytes& packet) {
+    if (Live) Live->Decode_Date_Time(packet);
+}
+void Engine::On_Pvt_Data(const Bytes& packet) {
+    if (Live) Live->Decode_Pvt(packet);
+}
 void Engine::On_Almanac(const Bytes& packet) { (void)packet; }
-void Engine::On_Position(const Bytes& packet) { (void)packet; }
+void Engine::On_Position(const Bytes& packet) {
+    if (Live) Live->Decode_Position(packet);
+}
 void Engine::On_Waypoint(const Bytes& packet) { (void)packet; }
 void Engine::On_Route_Header(const Bytes& packet) { (void)packet; }
 void Engine::On_Route_Link(const Bytes& packet) { (void)packet; }
-void Engine::On_Voltages(const Bytes& packet) { (void)packet; }
+void Engine::On_Voltages(const Bytes& packet) {
+    if (Live) Live->Decode_Voltages(packet);
+}
 void Engine::On_Display_Data(const Bytes& packet) { (void)packet; }
 void Engine::On_Flightbook_Record(const Bytes& packet) { (void)packet; }
 void Engine::On_Lap(const Bytes& packet) { (void)packet; }
-void Engine::On_Sats(const Bytes& packet) { (void)packet; }
+void Engine::On_Sats(const Bytes& packet) {
+    if (Live) Live->Decode_Sats(packet);
+}
 void Engine::On_Expanded_Packet(const Bytes& packet) { (void)packet; }
 
 }  // namespace trekcom::protocol

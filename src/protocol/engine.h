@@ -143,6 +143,13 @@ public:
     };
     const Prebuilt& Packets() const { return packets_; }
 
+    // ---- real-time data (realtime.h). The control builds that part beside
+    // the engine, as it drives the control's timers; it registers here for
+    // its lifetime so the dispatcher can hand it the real-time packets, which
+    // are dropped while nothing is registered. It sends through Exchange.
+    friend class Realtime;
+    class Realtime* Live = nullptr;
+
 private:
     // (Re)builds the prebuilt packets from the ids and codes in force.
     void Build_Packets();
