@@ -239,6 +239,51 @@ public:
     TREKCOM_READ_ONLY(std::uint8_t, CMND_Start_Async, CMND_Start_Async);
     TREKCOM_READ_ONLY(std::uint8_t, CMND_Change_Baud, CMND_Change_Baud);
 
+    // ---- real-time data
+    // Each request sends one command and waits for its answer, which fills
+    // the matching record below ("No response from device" as an error
+    // event when none comes; the record then keeps its values). No event
+    // says a record changed: read it.
+    void Request_Date_Time();
+    void Request_Position_Data();
+    void Request_Voltages();
+    // Sends Position() (degrees) to the receiver as its new position.
+    void Send_Position_Data();
+    // Switches the receiver off; PVT mode ends with it.
+    void Power_Off();
+    // PVT mode: the receiver streams a PvtData() record every second (and,
+    // some units, the satellite table, Sats()). On a serial port a watchdog
+    // commands the receiver again after every two seconds without a record,
+    // with a HexDebug line each time, until Pvt_Data_Stop(). Over USB the
+    // control polls the receiver after every second without one.
+    void Pvt_Data_Start();
+    void Pvt_Data_Stop();
+    // Asynchronous mode: over USB the control polls the receiver every
+    // millisecond; a serial port delivers by itself, so nothing changes there.
+    // Async_Stop() also tells the receiver to stop asynchronous messages.
+    void Async_Start();
+    void Async_Stop();
+
+    // The records. Each is filled in place by its packet and keeps its last
+    // values until the next one; an empty (null) record is replaced by a new
+    // one when its next packet comes.
+    std::shared_ptr<cDate_Time> Date_Time() const;
+    void Date_Time(std::shared_ptr<cDate_Time> value);
+    // Degrees; also what Send_Position_Data() sends.
+    std::shared_ptr<cPosition> Position() const;
+    void Position(std::shared_ptr<cPosition> value);
+    // As received: Lat and Lon in radians.
+    std::shared_ptr<cPvtData> PvtData() const;
+    void PvtData(std::shared_ptr<cPvtData> value);
+    // The last satellite entry decoded (the twelfth of the last table).
+    std::shared_ptr<cSat> sat() const;
+    void sat(std::shared_ptr<cSat> value);
+    // The last satellite table: always twelve entries.
+    std::shared_ptr<Collection<cSat>> Sats() const;
+    void Sats(std::shared_ptr<Collection<cSat>> value);
+    std::shared_ptr<cVoltages> Voltages() const;
+    void Voltages(std::shared_ptr<cVoltages> value);
+
 private:
     friend class detail::Control;
     std::unique_ptr<detail::Control> impl_;

@@ -9,6 +9,7 @@
 #include "link/link.h"
 #include "link/packet_ids.h"
 #include "protocol/engine.h"
+#include "protocol/realtime.h"
 #include "trekcom/TrekcomCtl.h"
 
 namespace trekcom::detail {
@@ -56,6 +57,11 @@ public:
     std::unique_ptr<Timer> tmrAsync;
     link::Link link;
     protocol::Engine engine;
+
+    // ---- real-time data: the records, the PVT watchdog on tmrPVTData and the
+    // asynchronous polling on tmrAsync. Built after the engine, it registers
+    // with it for the dispatcher.
+    protocol::Realtime realtime{engine, link, *this, *platform, *tmrPVTData, *tmrAsync};
 };
 
 }  // namespace trekcom::detail

@@ -137,8 +137,12 @@ bool Link::Wait_Response(std::uint8_t expected, std::int32_t WaitTime) {
         }
         local += port_.Input();
         std::size_t end = local.find(kDleEtx);
-        if (end != std::string::npos && end >= 1 && local[end - 1] == static_cast<char>(DLE))
-            end = local.find(kDleEtx, end + 2);  // one look past a stuffed 16; the parser judges the rest
+        // DLE DLE ETX is a stuffed 16 and a data 3, unless a stuffed 16 (a
+        // checksum of 16, say) ends the frame: DLE DLE DLE ETX. One look past;
+        // the parser judges the rest.
+        if (end != std::string::npos && end >= 2 && local[end - 1] == static_cast<char>(DLE) &&
+            local[end - 2] != static_cast<char>(DLE))
+            end = local.find(kDleEtx, end + 2);
         if (end != std::string::npos) {
             const std::string frame = local.substr(0, end + kDleEtx.size());
             local.erase(0, frame.size());

@@ -4,6 +4,7 @@
 
 #include "protocol/engine.h"
 #include "records/codecs/codecs.h"
+#include "protocol/realtime.h"
 #include "records/fields.h"
 
 namespace trekcom::protocol {
@@ -104,13 +105,19 @@ void Engine::On_Track_Point(const Bytes& packet) {
     Track = std::make_shared<cTrack>(records::Decode_Track_Point(packet, P.Track_Point_Format, *Created(Track)));
     Tracks()->Add(Track);
 }
-void Engine::On_Date_Time(const Bytes& packet) { (void)packet; }
-void Engine::On_Pvt_Data(const Bytes& packet) { (void)packet; }
+void Engine::On_Date_Time(const Bytes& packet) {
+    if (Live) Live->Decode_Date_Time(packet);
+}
+void Engine::On_Pvt_Data(const Bytes& packet) {
+    if (Live) Live->Decode_Pvt(packet);
+}
 void Engine::On_Almanac(const Bytes& packet) {
     // Filled in place: what an entry's layout cannot set keeps its value.
     records::Decode_Almanac(packet, P.Almanac_Data_Format, *Created(Almanac));
 }
-void Engine::On_Position(const Bytes& packet) { (void)packet; }
+void Engine::On_Position(const Bytes& packet) {
+    if (Live) Live->Decode_Position(packet);
+}
 void Engine::On_Waypoint(const Bytes& packet) {
     Waypoint = std::make_shared<cWaypoint>(records::Decode_Waypoint(packet, Waypoint_Format(packet[1])));
     Waypoints()->Add(Waypoint);
@@ -122,7 +129,9 @@ void Engine::On_Route_Header(const Bytes& packet) {
     Routes()->Add(Route);
 }
 void Engine::On_Route_Link(const Bytes& packet) { records::Decode_Route_Link(packet, *Created(Route)); }
-void Engine::On_Voltages(const Bytes& packet) { (void)packet; }
+void Engine::On_Voltages(const Bytes& packet) {
+    if (Live) Live->Decode_Voltages(packet);
+}
 void Engine::On_Display_Data(const Bytes& packet) { (void)packet; }
 void Engine::On_Flightbook_Record(const Bytes& packet) {
     Flightbook_Record = std::make_shared<cFlightbook_Record>(records::Decode_Flightbook(packet));
@@ -132,7 +141,9 @@ void Engine::On_Lap(const Bytes& packet) {
     Lap = std::make_shared<cLap>(records::Decode_Lap(packet));
     Laps()->Add(Lap);
 }
-void Engine::On_Sats(const Bytes& packet) { (void)packet; }
+void Engine::On_Sats(const Bytes& packet) {
+    if (Live) Live->Decode_Sats(packet);
+}
 void Engine::On_Expanded_Packet(const Bytes& packet) { (void)packet; }
 
 }  // namespace trekcom::protocol

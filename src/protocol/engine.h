@@ -169,6 +169,12 @@ public:
     void Send_Flightbook_Record();
     // The almanac download: each entry fills Almanac in place.
     void Request_Almanac_Data();
+    // ---- real-time data (realtime.h). The control builds that part beside
+    // the engine, as it drives the control's timers; it registers here for
+    // its lifetime so the dispatcher can hand it the real-time packets, which
+    // are dropped while nothing is registered. It sends through Exchange.
+    friend class Realtime;
+    class Realtime* Live = nullptr;
 
 private:
     // (Re)builds the prebuilt packets from the ids and codes in force.

@@ -1,0 +1,52 @@
+// A control on the virtual platform that records, at every PVT and
+// satellite packet it receives, the record the packet left behind, and the
+// time of every HexDebug line.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "protocol/protocol_fixture.h"
+
+namespace trekcom::testing {
+
+inline const std::string kWatchdog_Line = "PC ** GPS Not receiving PVT data";
+
+struct Live_Recorder : Protocol_Recorder {
+    TrekcomCtl* ctl = nullptr;
+    struct Update {
+        double at_ms;
+        cPvtData pvt;
+    };
+    std::vector<Update> pvt;
+    std::vector<std::vector<cSat>> tables;
+    std::vector<double> watchdog_ms;  // when each watchdog line came
+
+    void Receive(Bytes& p) override {
+        Protocol_Recorder::Receive(p);
+        if (p[1] == ctl->PID_Pvt_Data()) pvt.push_back({ctl->Platform()->Now_ms(), *ctl->PvtData()});
+        if (p[1] == ctl->PID_Sats()) {
+            std::vector<cSat> table;
+            for (const auto& s : *ctl->Sats()) table.push_back(*s);
+            tables.push_back(std::move(table));
+        }
+    }
+    void HexDebug(std::string& text) override {
+        Protocol_Recorder::HexDebug(text);
+        if (text == kWatchdog_Line) watchdog_ms.push_back(ctl->Platform()->Now_ms());
+    }
+};
+
+class Realtime_Test : public Protocol_Test {
+protected:
+    Realtime_Test() {
+        live.ctl = &ctl;
+        ctl.Advise(live);
+    }
+    bool Pvt_Timer_On() { return C().tmrPVTData->Enabled(); }
+
+    Live_Recorder live;
+};
+
+}  // namespace trekcom::testing

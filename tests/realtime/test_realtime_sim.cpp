@@ -1,0 +1,194 @@
+// Real-time data against the simulated receiver: the PVT stream and its
+// watchdog, the requests, the position upload, power off.
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <numbers>
+#include <tuple>
+
+#include "realtime_fixture.h"
+#include "records/fields.h"
+
+namespace trekcom::testing {
+namespace {
+
+using namespace std::chrono;
+
+constexpr double kDeg = std::numbers::pi / 180.0;
+
+// Receiver time: seconds since 1989-12-31 00:00:00 UTC.
+std::uint32_t Receiver_Seconds(year_month_day day, int h, int m, int s) {
+    const auto days = (sys_days(day) - sys_days(1989y / December / 31)).count();
+    return static_cast<std::uint32_t>(days * 86400 + h * 3600 + m * 60 + s);
+}
+std::int64_t Receiver_Seconds(const cPvtData& p) {
+    return std::int64_t{p.wn_days} * 86400 + std::llround(p.tow) - p.leap_scnds;
+}
+
+TEST_F(Realtime_Test, AMinuteOfPvtModeGivesSixtyRecordsMatchingTheUnit) {
+    auto unit = Attach_Unit(sim::Profile::Named("current"));
+    int streamed_acks = 0;
+    unit->Sim().Trace_Handler([&](char from, std::uint8_t id, const Bytes& data) {
+        if (from == 'H' && id == 6 && !data.empty() && (data[0] == 51 || data[0] == 114)) ++streamed_acks;
+    });
+    const sim::Situation& s = unit->Sim().Data().situation;
+
+    ctl.Pvt_Data_Start();
+    const double start = vp->Now_ms();
+    Run(60000);
+
+    ASSERT_EQ(live.pvt.size(), 60u);
+    for (std::size_t k = 0; k < live.pvt.size(); ++k) {
+        const cPvtData& p = live.pvt[k].pvt;
+        EXPECT_NEAR(live.pvt[k].at_ms - start, 1000.0 * static_cast<double>(k + 1), 1.0);
+        EXPECT_EQ(p.Lat, s.lat_deg * kDeg);  // radians, as sent
+        EXPECT_EQ(p.Lon, s.lon_deg * kDeg);
+        EXPECT_EQ(p.Alt, s.alt_m + 20.0f);
+        EXPECT_EQ(p.pfix, 3);
+        // The unit's clock, one second further at every record.
+        EXPECT_EQ(Receiver_Seconds(p), s.utc_start + std::llround(std::floor(live.pvt[k].at_ms / 1000)));
+    }
+    ASSERT_EQ(live.tables.size(), 60u);
+    for (const auto& table : live.tables) ASSERT_EQ(table.size(), 12u);
+    EXPECT_EQ(live.tables.back()[0].svid, 1);
+    EXPECT_EQ(live.tables.back()[0].snr, 4200);
+    EXPECT_EQ(ctl.sat()->svid, 255);  // the twelfth entry
+    EXPECT_TRUE(live.watchdog_ms.empty());
+    EXPECT_TRUE(live.errors.empty());
+    EXPECT_EQ(streamed_acks, 0);  // streamed packets are never acknowledged
+
+    ctl.Pvt_Data_Stop();
+    EXPECT_FALSE(unit->Sim().Pvt_On());
+    Run(10000);
+    EXPECT_LE(live.pvt.size(), 61u);  // at most one already on its way
+    EXPECT_TRUE(live.watchdog_ms.empty());
+    EXPECT_FALSE(Pvt_Timer_On());
+    EXPECT_TRUE(live.errors.empty());
+}
+
+// A unit that drops out of PVT mode (as after a reset) and, while `deaf`,
+// does not hear the command that would bring it back. It still answers
+// everything else.
+struct Lapsing_Unit : VirtualDevice {
+    std::shared_ptr<sim::Virtual_Unit> unit = std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current"));
+    bool deaf = false;
+    int unheard = 0;
+
+    void Drop_Out() {
+        deaf = true;
+        unit->Sim().Set_Mode(sim::Output_Mode::garmin);  // leaves PVT mode
+    }
+    void Attached(VirtualLine& line) override { unit->Attached(line); }
+    void Host_Wrote(const Bytes& bytes) override {
+        if (deaf && bytes == link::Stuff_Packet(link::Make_Packet(10, {49, 0}))) {
+            ++unheard;
+            return;
+        }
+        unit->Host_Wrote(bytes);
+    }
+    void Wake() override { unit->Wake(); }
+};
+
+TEST_F(Realtime_Test, WatchdogCommandsAgainEveryTwoSecondsUntilTheStreamResumes) {
+    auto device = std::make_shared<Lapsing_Unit>();
+    vp->Attach(1, device);
+    ASSERT_TRUE(ctl.PortOpen());
+    ctl.Pvt_Data_Start();
+    Run(5500);
+    ASSERT_EQ(live.pvt.size(), 5u);
+    const double last_record = live.pvt.back().at_ms;
+
+    device->Drop_Out();
+    Run(9000);
+    ASSERT_EQ(live.pvt.size(), 5u);
+    ASSERT_EQ(live.watchdog_ms.size(), 4u);
+    EXPECT_NEAR(live.watchdog_ms[0] - last_record, 2000, 1);
+    for (std::size_t k = 1; k < live.watchdog_ms.size(); ++k)
+        EXPECT_NEAR(live.watchdog_ms[k] - live.watchdog_ms[k - 1], 2000, 1);
+    EXPECT_GE(device->unheard, 4);  // a new command with every line
+    EXPECT_TRUE(Pvt_Timer_On());
+
+    device->deaf = false;
+    const double heard_from = live.watchdog_ms.back() + 2000;
+    Run(10000);
+    const std::size_t lines = live.watchdog_ms.size();
+    EXPECT_EQ(lines, 5u);  // the one whose command was heard
+    ASSERT_GE(live.pvt.size(), 5u + 8u);
+    EXPECT_NEAR(live.pvt[5].at_ms - heard_from, 1000, 1);  // the stream is back
+    EXPECT_EQ(live.pvt.back().pvt.Lat, device->unit->Sim().Data().situation.lat_deg * kDeg);
+    EXPECT_TRUE(live.errors.empty());
+}
+
+TEST_F(Realtime_Test, RequestsFillTheirRecordsAndAnUploadMovesTheUnit) {
+    auto unit = Attach_Unit(sim::Profile::Named("current"));
+    sim::Situation& s = unit->Sim().Data().situation;
+    s.utc_start = Receiver_Seconds(2031y / November / 23, 17, 45, 59);
+    s.lat_deg = -33.8568;
+    s.lon_deg = 151.2153;
+    s.internal_v = 12.34f;
+    s.external_v = 0;
+
+    ctl.Request_Date_Time();
+    const cDate_Time& t = *ctl.Date_Time();
+    EXPECT_EQ(std::tuple(t.year, t.month, t.day, t.hour, t.minute, t.second), std::tuple(2031, 11, 23, 17, 45, 59));
+    ctl.Request_Position_Data();
+    EXPECT_NEAR(ctl.Position()->Lat, -33.8568, 1e-12);  // degrees
+    EXPECT_NEAR(ctl.Position()->Lon, 151.2153, 1e-12);
+    ctl.Request_Voltages();
+    EXPECT_EQ(ctl.Voltages()->Internal_Voltage, 12.34f);
+    EXPECT_EQ(ctl.Voltages()->External_Voltage, 0.0f);
+
+    auto here = std::make_shared<cPosition>(cPosition{-41.2865, -174.7762});
+    ctl.Position(here);
+    ctl.Send_Position_Data();
+    EXPECT_NEAR(s.lat_deg, -41.2865, 1e-12);
+    EXPECT_NEAR(s.lon_deg, -174.7762, 1e-12);
+    // Read back into a record the host emptied: a new one is made.
+    ctl.Position(nullptr);
+    ctl.Request_Position_Data();
+    ASSERT_NE(ctl.Position(), nullptr);
+    EXPECT_NEAR(ctl.Position()->Lat, -41.2865, 1e-12);
+    EXPECT_NEAR(ctl.Position()->Lon, -174.7762, 1e-12);
+    EXPECT_TRUE(live.errors.empty());
+}
+
+// An answer whose checksum is 16 ends in DLE DLE DLE ETX on the wire: the
+// exchange must see the frame end there, not wait for the unit's re-send.
+TEST_F(Realtime_Test, AnswerEndingInAStuffedChecksumEndsTheWait) {
+    auto device = Attach_Script();
+    Bytes answer = link::Make_Packet(17, Bytes(16, 0));
+    double lat = 0.1;
+    while (link::Calc_Checksum(answer) != link::DLE) {
+        lat += 1e-6;
+        records::Put_Double(answer, 3, lat);
+    }
+    link::Seal_Packet(answer);
+    device->on_packet = [&](const Bytes& p) {
+        if (p[1] != 10) return;
+        device->Ack(10);
+        device->Send(answer);
+    };
+    const double t0 = vp->Now_ms();
+    ctl.Request_Position_Data();
+    EXPECT_LT(vp->Now_ms() - t0, 100);
+    EXPECT_NEAR(ctl.Position()->Lat, lat * 180 / std::numbers::pi, 1e-12);
+    EXPECT_TRUE(live.errors.empty());
+}
+
+TEST_F(Realtime_Test, PowerOffEndsPvtModeAndLeavesNoWatchdogRunning) {
+    auto unit = Attach_Unit(sim::Profile::Named("current"));
+    ctl.Pvt_Data_Start();
+    Run(3500);
+    ASSERT_EQ(live.pvt.size(), 3u);
+    ctl.Power_Off();
+    EXPECT_FALSE(unit->Sim().Powered());
+    EXPECT_FALSE(Pvt_Timer_On());
+    EXPECT_FALSE(C().tmrTimeout->Enabled());  // no answer is awaited
+    Run(20000);
+    EXPECT_EQ(live.pvt.size(), 3u);
+    EXPECT_TRUE(live.watchdog_ms.empty());
+    EXPECT_TRUE(live.errors.empty());
+}
+
+}  // namespace
+}  // namespace trekcom::testing
