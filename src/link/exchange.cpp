@@ -150,7 +150,7 @@ bool Link::Wait_Response(std::uint8_t expected, std::int32_t WaitTime) {
             Parse_Input(frame);
             if (id == ids_.PID_Nak_Byte) start_ms = platform_.Now_ms();  // re-sent: the period starts again
             if (id == expected) {
-                if (!local.empty()) Parse_Input(local);
+                Drain(local);
                 port_.RThreshold(1);
                 return true;
             }
@@ -159,10 +159,24 @@ bool Link::Wait_Response(std::uint8_t expected, std::int32_t WaitTime) {
         platform_.DoEvents();
     }
     host_.Raise_HexDebug(host_.xLate("Time-out. expecting PID-&H") + Hex2(expected));
+    // One pass only: what stays buffered is what the baud search looks at
+    // (sentences of a receiver talking NMEA at the rate just tried).
     Parse_Input(local);
     // Late answers still go through the receive handler.
     port_.RThreshold(1);
     return false;
+}
+
+// What the wait read past its answer goes to the parser, every whole packet
+// of it: the parser takes one packet per call, and what it leaves would
+// otherwise wait for the next bytes on the line, which may never come.
+void Link::Drain(std::string_view rest) {
+    Parse_Input(rest);
+    while (!ReceiveBuffer.empty() && !Terminating) {
+        const std::size_t before = ReceiveBuffer.size();
+        Parse_Input({});
+        if (ReceiveBuffer.size() == before) break;
+    }
 }
 
 void Link::Watchdog_Tick() {

@@ -116,6 +116,7 @@ public:
 
 private:
     void Packet_Path();
+    void Drain(std::string_view rest);
     void Line_Path(std::size_t line_start);
     void Stop_Watchdog();
     void Restart_Watchdog();

@@ -36,6 +36,19 @@ TEST_F(Link_Test, AWaitEndsOnTheExpectedIdAndDispatchesWhatCameBefore) {
     EXPECT_EQ(device->Count(6), 1u);  // the records packet was acknowledged
 }
 
+TEST_F(Link_Test, PacketsThatCameWithTheAnswerAreAllHandledWhenTheWaitEnds) {
+    Open();
+    device->on_packet = [this](const Bytes& p) {
+        if (p[1] == 10)
+            device->Send_Raw(Wire(Packet(6, {10, 0})) + Wire(Packet(27, {2, 0})) + Wire(Packet(35, {1})) +
+                             Wire(Packet(35, {2})));
+    };
+    std::uint8_t response = 6;
+    EXPECT_TRUE(L().Send_Packet(kCommand, response, 0));
+    EXPECT_EQ(rec.received.size(), 4u);  // no need for more bytes to arrive first
+    EXPECT_TRUE(L().ReceiveBuffer.empty());
+}
+
 TEST_F(Link_Test, ANakDuringAWaitRestartsItsPeriod) {
     ctl.Time_Out(3000);  // keeps the watchdog's re-send after the wait's end
     Open();
