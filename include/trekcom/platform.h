@@ -216,6 +216,11 @@ public:
     void File_Dialog_Handler(std::function<std::string(const std::string& filter)> handler);
     std::string Open_File_Dialog(const std::string& filter);
 
+    // The folder of the message translation files ("<base>_<language>.tlt").
+    // Empty, the default: the folder of the running program.
+    void Translation_Folder(const std::string& folder) { translation_folder_ = folder; }
+    const std::string& Translation_Folder() const { return translation_folder_; }
+
 protected:
     Platform();
     // Waits up to max_ms for I/O and moves what arrived into the ports' buffers.
@@ -233,6 +238,7 @@ private:
     std::vector<SerialPort*> ports_;
     std::function<void(const std::string&)> message_box_;
     std::function<std::string(const std::string&)> file_dialog_;
+    std::string translation_folder_;
 };
 
 // The real platform, one per process.

@@ -2,7 +2,9 @@
 #pragma once
 
 #include "trekcom/TrekcomCtl.h"
+#include "trekcom/cSAK.h"
 #include "trekcom/events.h"
+#include "trekcom/picture.h"
 #include "trekcom/platform.h"
 #include "trekcom/types.h"
 #include "trekcom/virtual_platform.h"

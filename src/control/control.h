@@ -11,6 +11,7 @@
 #include "protocol/engine.h"
 #include "protocol/realtime.h"
 #include "trekcom/TrekcomCtl.h"
+#include "trekcom/cSAK.h"
 
 namespace trekcom::detail {
 
@@ -42,9 +43,6 @@ public:
     // Assignment to a read-only property: error 383, the value unchanged.
     [[noreturn]] void Refuse_Read_Only();
 
-    // NMEA: two hex digits of the XOR from the second character to the first "*".
-    static std::string NMEA_Checksum(const std::string& msg);
-
     std::shared_ptr<Platform> platform;
     TrekcomCtlEvents* sink = nullptr;
     link::Packet_Ids ids;
@@ -62,6 +60,29 @@ public:
     // asynchronous polling on tmrAsync. Built after the engine, it registers
     // with it for the dispatcher.
     protocol::Realtime realtime{engine, link, *this, *platform, *tmrPVTData, *tmrAsync};
+    // ---- host surface: the utility object, language, diagnostics, NMEA,
+    // display and icons. The utility object does the control's translating
+    // (xLate forwards to it) and goes at terminate.
+    std::unique_ptr<cSAK> sak = std::make_unique<cSAK>(platform);
+    std::string Palette_File;
+    std::shared_ptr<cDisplay> Display = std::make_shared<cDisplay>();
+    // Stores the language and hands it to everything that translates.
+    void Set_Language(const std::string& language);
+    // Completes the sentence's checksum and writes it with CR LF.
+    void NMEA_Send(std::string& message);
+    // A received packet handled the way the USB transport hands one over:
+    // traced, dispatched, raised; never acknowledged.
+    void Receive_As_USB(const Bytes& packet);
+    // Feeds the received packets of a trace log to Receive_As_USB; false
+    // when no log could be read.
+    bool Replay_Log(const std::string& path);
+    // The screen capture request: it replays a trace log chosen in the file
+    // dialog; the capture itself is not available and is reported so.
+    void Request_Display();
+    // cError/vcError 0 with the translated phrase: the operation is not available.
+    void Not_Supported(const std::string& phrase);
+    // Stops the waits, the timers and the port, and lets go of the held objects.
+    void Terminate();
 };
 
 }  // namespace trekcom::detail
