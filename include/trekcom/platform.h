@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "trekcom/types.h"
+#include "trekcom/usb_driver.h"
 
 namespace trekcom {
 
@@ -215,6 +216,21 @@ public:
     // returns the chosen path; without a callback the choice is empty.
     void File_Dialog_Handler(std::function<std::string(const std::string& filter)> handler);
     std::string Open_File_Dialog(const std::string& filter);
+
+    // ---- USB (Port 0): the driver seam of usb_driver.h.
+    // A fresh driver: the handler's when one is set, else the platform's own
+    // (libusb on Linux, the Garmin driver on Windows, otherwise one that
+    // reports "not supported"). A handler lets a host or a test plug in
+    // another driver on any platform, the simulated receiver's for instance.
+    std::unique_ptr<UsbDriver> Create_Usb_Driver();
+    void Usb_Driver_Handler(std::function<std::unique_ptr<UsbDriver>()> factory);
+
+protected:
+    virtual std::unique_ptr<UsbDriver> System_Usb_Driver();
+
+private:
+    std::function<std::unique_ptr<UsbDriver>()> usb_driver_factory_;
+    // ---- end of USB
 
 protected:
     Platform();

@@ -11,9 +11,17 @@ Control::Control(std::shared_ptr<Platform> p)
       tmrPVTData(platform->Create_Timer()),
       tmrAsync(platform->Create_Timer()),
       link(*platform, *comGarmin, *tmrTimeout, ids, *this),
-      engine(link, ids, *this) {}
+      engine(link, ids, *this) {
+    // USB (Port 0): the transport, its events bound to the control's handlers.
+    usb = std::make_shared<cUSB>(platform);
+    usb_handlers = std::make_unique<Usb_Handlers>(*this);
+    usb->Advise(*usb_handlers);
+    usb->SetLanguage(Language);
+}
 
 Control::~Control() {
+    usb->Unadvise();  // USB: no events from a control being destroyed
+    usb->Close();
     link.Terminating = true;
     tmrTimeout->Enabled(false);
     tmrPVTData->Enabled(false);
