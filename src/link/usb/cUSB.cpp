@@ -290,9 +290,9 @@ Bytes cUSB::Serial_Form(std::uint16_t id, const std::uint8_t* data, std::uint32_
 
 bool cUSB::Write_Packet(const Bytes& packet, int wait_mode) {
     Bytes usb = Usb_Form(packet);
-    if (usb.empty()) return false;
+    // Nothing is traced as sent that could not be written.
+    if (usb.empty() || !Is_Open()) return false;
     if (sink_) sink_->USBSent(usb);
-    if (!Is_Open()) return false;
     if (Driver().Write(usb) != Usb_Status::ok) {
         Device_Failed("USB device write failed");
         return false;
