@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "trekcom/cUSB.h"
 #include "trekcom/collection.h"
 #include "trekcom/events.h"
 #include "trekcom/platform.h"
@@ -39,6 +40,9 @@ public:
     TrekcomCtl& operator=(const TrekcomCtl&) = delete;
 
     std::shared_ptr<trekcom::Platform> Platform() const;
+    // The USB transport used with Port 0 (cUSB.h). Its events are bound to
+    // the control; a host that advises its own sink takes them over.
+    std::shared_ptr<cUSB> USB() const;
 
     // One event sink at a time; it must outlive the advice (or be unadvised).
     void Advise(TrekcomCtlEvents& sink);

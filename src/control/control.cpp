@@ -9,19 +9,26 @@ Control::Control(std::shared_ptr<Platform> p)
       tmrPVTData(platform->Create_Timer()),
       tmrAsync(platform->Create_Timer()),
       link(*platform, *comGarmin, *tmrTimeout, ids, *this),
-      engine(link, ids, *this) {}
+      engine(link, ids, *this) {
+    // USB (Port 0): the transport, its events bound to the control's handlers.
+    usb = std::make_shared<cUSB>(platform);
+    usb_handlers = std::make_unique<Usb_Handlers>(*this);
+    usb->Advise(*usb_handlers);
+    usb->SetLanguage(Language);
+}
 
 Control::~Control() { Terminate(); }
 
 void Control::Terminate() {
     // Waits still on the stack see the flag and give up.
+    usb->Unadvise();  // no USB events from a control being torn down
+    usb->Close();
     link.Terminating = true;
     tmrTimeout->Enabled(false);
     tmrPVTData->Enabled(false);
     tmrAsync->Enabled(false);
     comGarmin->OnComm = nullptr;
     comGarmin->PortOpen(false);
-    // The USB transport closes its device here once it exists.
     sak.reset();
     Display.reset();
 }

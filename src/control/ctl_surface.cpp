@@ -9,7 +9,7 @@ namespace trekcom::detail {
 void Control::Set_Language(const std::string& language) {
     Language = language;
     if (sak) sak->Language(language);
-    // The USB transport translates its own messages: it is given the language here once it exists.
+    Usb_Language(language);  // the USB transport translates its own messages
 }
 
 void Control::Not_Supported(const std::string& phrase) { Raise_Error(0, xLate(phrase), {}); }
