@@ -1,5 +1,5 @@
-// What the host-level tests share: an event sink that records everything in
-// order, a plain line device, and a scratch folder. Only the public surface.
+// What the host-level tests share: the event recorder, a plain line device,
+// and a scratch folder. Only the public surface.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,53 +16,13 @@
 #include <trekcom/trekcom.h>
 #include <trekcom_sim/unit.h>
 
+#include "support/host_fixture.h"
+
 namespace host_test {
 
 using namespace trekcom;
 
-struct Events : TrekcomCtlEvents {
-    struct Error {
-        std::int16_t code;
-        std::string message;
-        Bytes packet;
-    };
-    std::vector<std::string> order;  // "Receive", "HexDebug", ... as raised
-    std::vector<Bytes> received;
-    std::vector<Error> errors;
-    std::vector<Error> vc_errors;  // the packet as text, turned back into bytes
-    std::vector<std::string> debug;
-    std::vector<std::pair<std::string, bool>> nmea;
-    int waypoint_events = 0;
-
-    void vcReceive(std::string& p) override {
-        order.push_back("vcReceive");
-        EXPECT_EQ(p, Bytes2String(received.back()));
-    }
-    void Receive(Bytes& p) override {
-        order.push_back("Receive");
-        received.push_back(p);
-    }
-    void HexDebug(std::string& t) override {
-        order.push_back("HexDebug");
-        debug.push_back(t);
-    }
-    void NMEA(std::string& s, bool& ok) override {
-        order.push_back("NMEA");
-        nmea.emplace_back(s, ok);
-    }
-    void cError(std::int16_t& c, std::string& m, Bytes& p) override {
-        order.push_back("cError");
-        errors.push_back({c, m, p});
-    }
-    void vcError(std::int16_t& c, std::string& m, std::string& p) override {
-        order.push_back("vcError");
-        vc_errors.push_back({c, m, String2Bytes(p)});
-    }
-    void ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>&) override {
-        order.push_back("ReceivedWaypoints");
-        ++waypoint_events;
-    }
-};
+using Events = trekcom::testing::Recorder;
 
 // A receiver that keeps what the host writes and sends what a test gives it.
 struct Line_Device : VirtualDevice {

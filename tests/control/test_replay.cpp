@@ -7,15 +7,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Keeps every trace line, as a host writing a log would.
-struct Logging_Events : Events {
-    std::string log;
-    void HexDebug(std::string& t) override {
-        Events::HexDebug(t);
-        log += t + "\r\n";
-    }
-};
-
 struct Replayer : Host {
     explicit Replayer(const fs::path& log) {
         vp->File_Dialog_Handler([log](const std::string&) { return log.string(); });
@@ -25,32 +16,29 @@ struct Replayer : Host {
 TEST(Replay, ATraceWrittenWithDebugLogReplaysToTheSamePacketsAndRecords) {
     Scratch_Folder folder;
     const fs::path log = folder.path / "session.log";
-    auto vp = std::make_shared<VirtualPlatform>();
-    vp->Attach("gps", std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current")));
-    TrekcomCtl live(vp);
-    Logging_Events recorded;
-    live.Advise(recorded);
-    live.Port_Name("gps");
-    live.DebugLog(true);
-    ASSERT_TRUE(live.PortOpen());
-    live.Request_Product_Data();
-    live.Request_Waypoints();
-    vp->Run_Until([&] { return recorded.waypoint_events > 0; }, 60000);
-    ASSERT_EQ(recorded.waypoint_events, 1);
-    ASSERT_TRUE(recorded.errors.empty());
-    Write_File(log, recorded.log);
+    Host live(std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current")));
+    live.ctl.DebugLog(true);
+    ASSERT_TRUE(live.ctl.PortOpen());
+    live.ctl.Request_Product_Data();
+    live.ctl.Request_Waypoints();
+    live.vp->Run_Until([&] { return live.events.waypoints > 0; }, 60000);
+    ASSERT_EQ(live.events.waypoints, 1);
+    ASSERT_TRUE(live.events.errors.empty());
+    std::string text;  // the trace as a host writing a log keeps it
+    for (const std::string& line : live.events.debug) text += line + "\r\n";
+    Write_File(log, text);
 
     Replayer r(log);
     r.ctl.Request_Display();
     EXPECT_TRUE(r.events.errors.empty());  // a log was replayed: no capture error
-    EXPECT_EQ(r.events.received, recorded.received);
-    EXPECT_EQ(r.events.waypoint_events, 1);
-    EXPECT_EQ(r.ctl.Incoming_Records_Count(), live.Incoming_Records_Count());
-    EXPECT_EQ(r.ctl.Product_Data()->Product_ID, live.Product_Data()->Product_ID);
-    EXPECT_EQ(r.ctl.Product_Data()->Software_Version, live.Product_Data()->Software_Version);
-    EXPECT_EQ(r.ctl.Waypoint_Data_Format(), live.Waypoint_Data_Format());
-    EXPECT_EQ(r.ctl.Track_Transfer_Protocol(), live.Track_Transfer_Protocol());
-    EXPECT_EQ(r.ctl.Waypoints()->Count(), live.Waypoints()->Count());
+    EXPECT_EQ(r.events.received, live.events.received);
+    EXPECT_EQ(r.events.waypoints, 1);
+    EXPECT_EQ(r.ctl.Incoming_Records_Count(), live.ctl.Incoming_Records_Count());
+    EXPECT_EQ(r.ctl.Product_Data()->Product_ID, live.ctl.Product_Data()->Product_ID);
+    EXPECT_EQ(r.ctl.Product_Data()->Software_Version, live.ctl.Product_Data()->Software_Version);
+    EXPECT_EQ(r.ctl.Waypoint_Data_Format(), live.ctl.Waypoint_Data_Format());
+    EXPECT_EQ(r.ctl.Track_Transfer_Protocol(), live.ctl.Track_Transfer_Protocol());
+    EXPECT_EQ(r.ctl.Waypoints()->Count(), live.ctl.Waypoints()->Count());
 }
 
 TEST(Replay, OnlyWellFormedReceivedLinesAreReplayed) {

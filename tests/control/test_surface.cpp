@@ -160,16 +160,17 @@ TEST(Surface, SitingPutsTheLanguageBackToEnglish) {
 }
 
 TEST(Surface, UtilityMethodsAreTheUtilityObjects) {
-    Host h;
-    cSAK sak(h.vp);
+    auto vp = std::make_shared<VirtualPlatform>(86399.5);  // half a second before midnight
+    TrekcomCtl ctl(vp);
+    cSAK sak(vp);
     std::string a("  ABC\0def  ", 11), b = a;
-    EXPECT_EQ(h.ctl.TrimNull(a), sak.TrimNull(b));
+    EXPECT_EQ(ctl.TrimNull(a), sak.TrimNull(b));
     EXPECT_EQ(a, b);  // both trim the caller's own string
-    EXPECT_EQ(h.ctl.Address_Of(-123456), -123456);
-    const double start = h.vp->Now_ms();
-    h.ctl.WaitFor(3);    // seconds below 30
-    h.ctl.WaitFor(500);  // milliseconds from 30 up
-    EXPECT_NEAR(h.vp->Now_ms() - start, 3500, 5);
+    const double start = vp->Now_ms();
+    ctl.WaitFor(3);    // seconds below 30
+    ctl.WaitFor(500);  // milliseconds from 30 up
+    EXPECT_NEAR(vp->Now_ms() - start, 3500, 5);
+    EXPECT_LT(vp->Seconds_Since_Midnight(), 86399.5);  // the clock wrapped, the waits ended
 }
 
 // ---------------------------------------------------------------- events
@@ -216,6 +217,7 @@ TEST(Surface, EachPacketIsTracedAcknowledgedThenRaisedAsReceiveThenVcReceive) {
 
 // Handlers change their arguments: the twin event raised after them sees it.
 struct Rewriting_Events : Events {
+    Rewriting_Events() { twins_match = false; }
     void Receive(Bytes& p) override {
         Events::Receive(p);
         p.push_back(0xEE);

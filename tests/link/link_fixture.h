@@ -11,44 +11,10 @@
 
 #include "control/control.h"
 #include "link/framing.h"
+#include "support/host_fixture.h"
 #include "trekcom/trekcom.h"
 
 namespace trekcom::testing {
-
-// Everything the control raised, in order.
-struct Recorder : TrekcomCtlEvents {
-    struct Error {
-        std::int16_t code;
-        std::string message;
-        Bytes packet;
-    };
-    std::vector<Bytes> received;
-    std::vector<Error> errors;
-    std::vector<std::string> debug;
-    std::vector<std::pair<std::string, bool>> nmea;
-    std::vector<std::string> order;  // event names as raised
-
-    void Receive(Bytes& p) override {
-        received.push_back(p);
-        order.push_back("Receive");
-    }
-    void vcReceive(std::string& p) override {
-        EXPECT_EQ(p, Bytes2String(received.back()));
-        order.push_back("vcReceive");
-    }
-    void cError(std::int16_t& c, std::string& m, Bytes& p) override {
-        errors.push_back({c, m, p});
-        order.push_back("cError");
-    }
-    void vcError(std::int16_t& c, std::string& m, std::string& p) override {
-        EXPECT_EQ(c, errors.back().code);
-        EXPECT_EQ(m, errors.back().message);
-        EXPECT_EQ(p, Bytes2String(errors.back().packet));
-        order.push_back("vcError");
-    }
-    void HexDebug(std::string& t) override { debug.push_back(t); }
-    void NMEA(std::string& s, bool& ok) override { nmea.emplace_back(s, ok); }
-};
 
 // The receiver's side: collects the host's frames (receiver-style deframing:
 // DLE starts, a doubled DLE is data, DLE ETX ends) and answers through a script.

@@ -2,28 +2,11 @@
 // packets) through the receive path: whatever the chunking, the same packets,
 // all with good checksums, and nothing sent back (streamed packets are never
 // acknowledged).
-#include <fstream>
-#include <iterator>
-
 #include "link_fixture.h"
+#include "support/captures.h"
 
 namespace trekcom::testing {
 namespace {
-
-std::string Capture_Bytes(const std::string& name) {
-    std::ifstream in(std::string(TREKCOM_CAPTURES_DIR) + "/" + name, std::ios::binary);
-    std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::size_t pos = 0;
-    while (pos < all.size() && all[pos] == '#') pos = all.find('\n', pos) + 1;  // the header lines
-    return all.substr(pos);
-}
-
-std::size_t Count_In_Reference(const std::string& what) {
-    std::ifstream in(std::string(TREKCOM_CAPTURES_DIR) + "/garmin18x-bin.log.chk");
-    std::size_t n = 0;
-    for (std::string line; std::getline(in, line);) n += line.find(what) != std::string::npos;
-    return n;
-}
 
 std::vector<Bytes> Packets_With_Chunk_Size(const std::string& wire, std::size_t chunk) {
     auto vp = std::make_shared<VirtualPlatform>();
@@ -44,20 +27,14 @@ std::vector<Bytes> Packets_With_Chunk_Size(const std::string& wire, std::size_t 
     return rec.received;
 }
 
+// (What the packets hold, and that there is one of each kind per second, is
+// checked against the recording's reference in realtime/.)
 TEST(Capture, Garmin18xBinaryStreamParsesTheSameInEveryChunkSize) {
-    const std::string wire = Capture_Bytes("garmin18x-bin.log");
+    const std::string wire = Capture_Wire("garmin18x-bin.log");
     ASSERT_GT(wire.size(), 4000u);
     const std::vector<Bytes> whole = Packets_With_Chunk_Size(wire, wire.size());
-    std::size_t pvt = 0, sats = 0;
-    for (const Bytes& p : whole) {
-        EXPECT_EQ(link::Calc_Checksum(p), p[p.size() - 3]);
-        pvt += p[1] == 51;
-        sats += p[1] == 114;
-    }
-    // One position and one satellite packet per second: as many positions as
-    // the recording's decoded reference holds.
-    EXPECT_EQ(pvt, Count_In_Reference("\"class\":\"TPV\""));
-    EXPECT_EQ(sats, pvt);
+    ASSERT_GT(whole.size(), 50u);
+    for (const Bytes& p : whole) EXPECT_EQ(link::Calc_Checksum(p), p[p.size() - 3]);
     for (std::size_t chunk = 1; chunk <= 300; chunk += chunk < 20 ? 1 : 37)
         EXPECT_EQ(Packets_With_Chunk_Size(wire, chunk), whole) << "chunk " << chunk;
 }

@@ -1,5 +1,5 @@
 // The command exchange on the virtual clock: waits, the watchdog's single
-// re-send, NAK during a wait, Response 2, Time_Out correction, the trace.
+// re-send, NAK during a wait, Response 2, the trace.
 #include "link/trace.h"
 #include "link_fixture.h"
 
@@ -126,27 +126,6 @@ TEST_F(Link_Test, ResetPingsAndReportsASilentReceiver) {
     ctl.Reset();
     ASSERT_EQ(rec.errors.size(), 1u);
     EXPECT_EQ(rec.errors[0].code, 0);
-}
-
-TEST_F(Link_Test, TimeOutOutsideItsRangeBecomes2000WithAMessageBox) {
-    std::vector<std::string> boxes;
-    vp->Message_Box_Handler([&](const std::string& t) { boxes.push_back(t); });
-    for (auto [set, kept] : {std::pair<std::int16_t, std::int16_t>{5000, 5000}, {1999, 2000}, {3000, 3000}, {5001, 2000}}) {
-        ctl.Time_Out(set);
-        EXPECT_EQ(ctl.Time_Out(), kept) << set;
-    }
-    ASSERT_EQ(boxes.size(), 2u);
-    EXPECT_EQ(boxes[0], "Time out must be from 2000 to 5000 ms. Set to 2000 ms");
-}
-
-TEST_F(Link_Test, WaitForCostsNoRealTimeAndSurvivesMidnight) {
-    auto late = std::make_shared<VirtualPlatform>(86399.5);  // half a second before midnight
-    TrekcomCtl c(late);
-    c.WaitFor(29);
-    EXPECT_EQ(late->Now_ms(), 29000);
-    c.WaitFor(30);
-    EXPECT_EQ(late->Now_ms(), 29030);
-    EXPECT_LT(late->Seconds_Since_Midnight(), 86399.5);  // the clock wrapped, the waits ended
 }
 
 TEST(Trace, LinesForEachDirection) {

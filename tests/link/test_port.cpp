@@ -115,14 +115,6 @@ TEST_F(Port_Test, ChangeBaudRateRestoresTheOldSettingsWhenTheNewRateIsSilent) {
     EXPECT_TRUE(rec.errors.empty());
 }
 
-TEST_F(Port_Test, AnUnopenablePortIsAnErrorNotAnException) {
-    vp->Missing_Port(4);
-    ctl.Port(4);
-    EXPECT_FALSE(ctl.PortOpen());
-    ASSERT_EQ(rec.errors.size(), 1u);
-    EXPECT_EQ(rec.errors[0].message, "Unable to open port 4");
-}
-
 TEST_F(Port_Test, PortPropertiesTakeEffectAtTheNextOpen) {
     Open();
     auto& port = *detail::Control::Of(ctl).comGarmin;

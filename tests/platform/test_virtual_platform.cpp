@@ -1,5 +1,6 @@
 // The virtual platform is the ground every other test stands on: its clock,
-// timers, line delivery and rate matching must be exact.
+// timers, line delivery and rate matching must be exact. (Device wake-ups are
+// timed to the millisecond by the simulator's PVT stream in realtime/.)
 #include <gtest/gtest.h>
 
 #include "trekcom/virtual_platform.h"
@@ -10,13 +11,11 @@ namespace {
 struct Echo : VirtualDevice {
     VirtualLine* line = nullptr;
     std::vector<Bytes> seen;
-    int wakes = 0;
     void Attached(VirtualLine& l) override { line = &l; }
     void Host_Wrote(const Bytes& b) override {
         seen.push_back(b);
         line->Send(b, line->Now_ms() + 10);
     }
-    void Wake() override { ++wakes; }
 };
 }  // namespace
 
@@ -92,15 +91,4 @@ TEST(VirtualPlatform, MissingPortFailsToOpenAndBadSettingsAreRefused) {
     port->Settings("28800,N,8,1");
     port->PortOpen(true);
     EXPECT_TRUE(port->PortOpen());
-}
-
-TEST(VirtualPlatform, WakeRequestsReachTheDevice) {
-    VirtualPlatform vp;
-    auto echo = std::make_shared<Echo>();
-    vp.Attach(1, echo);
-    echo->line->Wake_At(500);
-    vp.Advance(499);
-    EXPECT_EQ(echo->wakes, 0);
-    vp.Advance(1);
-    EXPECT_EQ(echo->wakes, 1);
 }

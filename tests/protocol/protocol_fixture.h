@@ -14,29 +14,6 @@
 
 namespace trekcom::testing {
 
-// The link recorder plus the protocol events.
-struct Protocol_Recorder : Recorder {
-    struct Counts {
-        std::int16_t w, p, r, t;
-    };
-    std::vector<Counts> counts;
-    int waypoints = 0, routes = 0, tracks = 0, flightbook = 0, laps = 0;
-    std::shared_ptr<Collection<cWaypoint>> last_waypoints;
-
-    void ReceiveCounts(std::int16_t& w, std::int16_t& p, std::int16_t& r, std::int16_t& t) override {
-        counts.push_back({w, p, r, t});
-    }
-    void ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>& list) override {
-        ++waypoints;
-        last_waypoints = list;
-    }
-    void ReceivedRoutes(std::shared_ptr<Collection<cRoute>>&) override { ++routes; }
-    void ReceivedTracks(std::shared_ptr<Collection<cTrack>>&) override { ++tracks; }
-    void ReceivedFlightbook(std::shared_ptr<Collection<cFlightbook_Record>>&) override { ++flightbook; }
-    void ReceivedLaps(std::shared_ptr<Collection<cLap>>&) override { ++laps; }
-    int Download_Events() const { return waypoints + routes + tracks + flightbook + laps; }
-};
-
 // A control wired to one device on port 1.
 class Protocol_Test : public ::testing::Test {
 protected:
@@ -59,7 +36,7 @@ protected:
 
     std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
     TrekcomCtl ctl{vp};
-    Protocol_Recorder rec;
+    Recorder rec;
 };
 
 // The product data packet of a unit: id, version, NUL-terminated descriptions.

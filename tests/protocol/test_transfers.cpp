@@ -1,5 +1,4 @@
 // Downloads, record counts and upload framing against the simulated receiver.
-#include "protocol/engine.h"
 #include "protocol_fixture.h"
 
 namespace trekcom::testing {
@@ -69,43 +68,6 @@ TEST_F(Protocol_Test, RequestAfterCountsRaisesItsEventAgain) {
     EXPECT_TRUE(vp->Run_Until([&] { return rec.waypoints == 1; }, 30000));
 }
 
-struct Download_Case {
-    const char* profile;
-    void (TrekcomCtl::*request)();
-    int Protocol_Recorder::*event;  // null: the transfer ends without one
-};
-
-class Download : public Protocol_Test, public ::testing::WithParamInterface<Download_Case> {};
-
-TEST_P(Download, ReachesItsCompletion) {
-    const Download_Case& c = GetParam();
-    auto unit = Attach_Unit(sim::Profile::Named(c.profile));
-    (ctl.*c.request)();
-    if (c.event) {
-        EXPECT_TRUE(vp->Run_Until([&] { return rec.*c.event == 1; }, 60000));
-        EXPECT_EQ(rec.Download_Events(), 1);
-    } else {
-        Run(60000);
-        EXPECT_EQ(rec.Download_Events(), 0);
-    }
-    EXPECT_EQ(unit->Sim().Stats().abandoned, 0);  // every record was acknowledged
-    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, Download,
-    ::testing::Values(Download_Case{"current", &TrekcomCtl::Request_Waypoints, &Protocol_Recorder::waypoints},
-                      Download_Case{"current", &TrekcomCtl::Request_Prox_Waypoints, &Protocol_Recorder::waypoints},
-                      Download_Case{"current", &TrekcomCtl::Request_Routes, &Protocol_Recorder::routes},
-                      Download_Case{"current", &TrekcomCtl::Request_Tracks, &Protocol_Recorder::tracks},
-                      Download_Case{"current", &TrekcomCtl::Request_Laps, nullptr},
-                      Download_Case{"aviator", &TrekcomCtl::Request_Flightbook, nullptr},
-                      Download_Case{"legacy25", &TrekcomCtl::Request_Tracks, &Protocol_Recorder::tracks},
-                      // Only works when the command packets carry L002 ids and codes.
-                      Download_Case{"l002", &TrekcomCtl::Request_Waypoints, &Protocol_Recorder::waypoints},
-                      Download_Case{"l002", &TrekcomCtl::Request_Routes, &Protocol_Recorder::routes}),
-    [](const auto& info) { return std::to_string(info.index) + "_" + info.param.profile; });
-
 // The product table moves every id to L002 but the proximity ones: such a
 // unit is asked with the A010 code 3 and the simulator, which expects 17,
 // stays silent. Identified by its capability array it gets 17.
@@ -120,7 +82,7 @@ TEST_F(Protocol_Test, L002ProximityDependsOnHowTheUnitWasIdentified) {
     sim::Profile with_array = sim::Profile::Named("l002");
     with_array.capability_array = true;
     vp = std::make_shared<VirtualPlatform>();
-    Protocol_Recorder events;  // outlives the control it listens to
+    Recorder events;  // outlives the control it listens to
     TrekcomCtl other(vp);
     other.Advise(events);
     vp->Attach(1, std::make_shared<sim::Virtual_Unit>(with_array));
@@ -170,20 +132,6 @@ INSTANTIATE_TEST_SUITE_P(
                       Refusal_Case{"current", &TrekcomCtl::Request_Flightbook,
                                    "GPS model/version does not support Flightbook Data"}),
     [](const auto& info) { return std::to_string(info.index) + "_" + info.param.profile; });
-
-TEST_F(Protocol_Test, RefusedUploadsReportOncePerBatch) {
-    Attach_Unit(sim::Profile::Named("l002"));
-    ctl.Request_Product_Data();
-    auto& engine = C().engine;
-    EXPECT_FALSE(engine.Supports(protocol::Transfer_Kind::Tracks, protocol::Asker::Send));
-    EXPECT_FALSE(engine.Supports(protocol::Transfer_Kind::Tracks, protocol::Asker::Send));
-    EXPECT_EQ(rec.errors.size(), 1u);
-    std::int16_t none = 0;
-    ctl.Start_of_Records(none);  // a new batch
-    EXPECT_FALSE(engine.Supports(protocol::Transfer_Kind::Tracks, protocol::Asker::Send));
-    EXPECT_EQ(rec.errors.size(), 2u);
-    EXPECT_TRUE(engine.Supports(protocol::Transfer_Kind::Waypoints, protocol::Asker::Send));
-}
 
 // The upload frame an L002 unit sees: its records id, and a completion
 // packet that names the transfer in its own command codes.

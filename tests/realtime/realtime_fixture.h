@@ -13,7 +13,7 @@ namespace trekcom::testing {
 
 inline const std::string kWatchdog_Line = "PC ** GPS Not receiving PVT data";
 
-struct Live_Recorder : Protocol_Recorder {
+struct Live_Recorder : Recorder {
     TrekcomCtl* ctl = nullptr;
     struct Update {
         double at_ms;
@@ -24,7 +24,7 @@ struct Live_Recorder : Protocol_Recorder {
     std::vector<double> watchdog_ms;  // when each watchdog line came
 
     void Receive(Bytes& p) override {
-        Protocol_Recorder::Receive(p);
+        Recorder::Receive(p);
         if (p[1] == ctl->PID_Pvt_Data()) pvt.push_back({ctl->Platform()->Now_ms(), *ctl->PvtData()});
         if (p[1] == ctl->PID_Sats()) {
             std::vector<cSat> table;
@@ -33,7 +33,7 @@ struct Live_Recorder : Protocol_Recorder {
         }
     }
     void HexDebug(std::string& text) override {
-        Protocol_Recorder::HexDebug(text);
+        Recorder::HexDebug(text);
         if (text == kWatchdog_Line) watchdog_ms.push_back(ctl->Platform()->Now_ms());
     }
 };

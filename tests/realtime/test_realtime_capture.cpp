@@ -6,25 +6,17 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <numbers>
 
 #include "realtime_fixture.h"
+#include "support/captures.h"
 
 namespace trekcom::testing {
 namespace {
 
 using namespace std::chrono;
 using nlohmann::json;
-
-std::string Capture_Wire() {
-    std::ifstream in(std::string(TREKCOM_CAPTURES_DIR) + "/garmin18x-bin.log", std::ios::binary);
-    std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::size_t pos = 0;
-    while (pos < all.size() && all[pos] == '#') pos = all.find('\n', pos) + 1;  // the header lines
-    return all.substr(pos);
-}
 
 // One second of the reference: its position report and, when the decoder
 // printed one, its satellite report.
@@ -69,7 +61,7 @@ std::string Utc_Text(const cPvtData& p) {
 
 TEST_F(Realtime_Test, Garmin18xStreamGivesWhatTheReceiverMeant) {
     auto device = Attach_Script();
-    const std::string wire = Capture_Wire();
+    const std::string wire = Capture_Wire("garmin18x-bin.log");
     device->line->Send(Bytes(wire.begin(), wire.end()));
     Run(100);
 

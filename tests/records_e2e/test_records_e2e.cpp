@@ -177,7 +177,7 @@ protected:
 
     // One download to its end: its event, or for kinds that raise none, the
     // unit's transfer-complete packet.
-    void Download(void (TrekcomCtl::*request)(), int Protocol_Recorder::*event) {
+    void Download(void (TrekcomCtl::*request)(), int Recorder::*event) {
         const int before = event ? rec.*event : 0;
         const std::size_t received = rec.received.size();
         (ctl.*request)();
@@ -196,20 +196,20 @@ protected:
     // the records are kept for uploading.
     void Download_All() {
         const sim::Profile& p = profile;
-        Download(&TrekcomCtl::Request_Waypoints, &Protocol_Recorder::waypoints);
+        Download(&TrekcomCtl::Request_Waypoints, &Recorder::waypoints);
         waypoints = Snapshot(*ctl.Waypoints());
         Data_Set got;
         got.waypoints = To_Sim(*ctl.Waypoints());
         EXPECT_EQ(As_Unit_Reads(p, got).waypoints, visible.waypoints);
 
         if (p.proximity_protocol && !Table_L002(p)) {
-            Download(&TrekcomCtl::Request_Prox_Waypoints, &Protocol_Recorder::waypoints);
+            Download(&TrekcomCtl::Request_Prox_Waypoints, &Recorder::waypoints);
             proximity = Snapshot(*ctl.Waypoints());
             got.proximity = To_Sim(*ctl.Waypoints());
             EXPECT_EQ(As_Unit_Reads(p, got).proximity, visible.proximity);
         }
 
-        Download(&TrekcomCtl::Request_Routes, &Protocol_Recorder::routes);
+        Download(&TrekcomCtl::Request_Routes, &Recorder::routes);
         routes = Snapshot(*ctl.Routes());
         for (const auto& r : routes) got.routes.push_back({static_cast<std::uint8_t>(r->Number), r->Ident, r->Cmnt,
                                                             To_Sim(*r->Waypoints), {}});
@@ -234,7 +234,7 @@ protected:
         }
 
         if (p.track_protocol) {
-            Download(&TrekcomCtl::Request_Tracks, &Protocol_Recorder::tracks);
+            Download(&TrekcomCtl::Request_Tracks, &Recorder::tracks);
             tracks = Snapshot(*ctl.Tracks());
             got.tracks = Tracks_Of(*ctl.Tracks(), visible.tracks, Has_Track_Headers(p));
             const Data_Set read = As_Unit_Reads(p, got);
@@ -287,14 +287,12 @@ protected:
     std::vector<std::shared_ptr<cTrack>> tracks;
 };
 
-TEST_P(Records, DownloadGivesWhatTheUnitHolds) {
+// Every kind the unit holds comes down exactly, then goes back up and reads
+// back from the unit.
+TEST_P(Records, DownloadGivesWhatTheUnitHoldsAndUploadReadsBack) {
     Download_All();
     EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
     EXPECT_EQ(unit->Sim().Stats().abandoned, 0);
-}
-
-TEST_P(Records, UploadReadsBackFromTheUnit) {
-    Download_All();
     const sim::Profile& p = profile;
     const sim::Counters before = unit->Sim().Stats();
     const std::size_t errors = rec.errors.size();
@@ -409,30 +407,9 @@ INSTANTIATE_TEST_SUITE_P(Profiles, Records, ::testing::ValuesIn(sim::Profile::Na
                              return name;
                          });
 
-// Known by the product table, an L002 unit gets route waypoints under the
-// L001 id 30 while it uses 39: it acknowledges them as packets it does not
-// know and its route stays without points.
-TEST_F(Protocol_Test, L002RouteWaypointsGoOutUnderTheL001Id) {
-    auto unit = Attach_Unit(sim::Profile::Named("l002"));
-    ctl.Request_Product_Data();
-    ASSERT_EQ(ctl.PID_Rte_Wpt_Data(), 30);
-    ctl.Route()->Number = 7;
-    ctl.Waypoint()->Ident = "HOME";
-    std::int16_t n = 2;
-    ctl.Start_of_Records(n);
-    ctl.Send_Route_Header();
-    ctl.Send_Route_Waypoint();
-    ctl.End_of_Records();
-
-    EXPECT_TRUE(rec.errors.empty());
-    EXPECT_EQ(unit->Sim().Stats().unknown_packets, 1);
-    ASSERT_EQ(unit->Sim().Uploaded().routes.size(), 1u);
-    EXPECT_EQ(unit->Sim().Uploaded().routes[0].number, 7);
-    EXPECT_TRUE(unit->Sim().Uploaded().routes[0].points.empty());
-}
-
 // What cannot go out is reported and not sent, and a batch reports a
-// missing transfer once; nothing reaches the host as an exception.
+// missing transfer once (the next batch again); nothing reaches the host as
+// an exception.
 TEST_F(Protocol_Test, RecordsThatCannotGoOutAreReported) {
     auto unit = Attach_Unit(sim::Profile::Named("d110"));  // no proximity, no laps
     ctl.Request_Product_Data();
@@ -456,6 +433,11 @@ TEST_F(Protocol_Test, RecordsThatCannotGoOutAreReported) {
     ASSERT_NE(ctl.Track(), nullptr);
     EXPECT_GT(unit->Sim().Stats().bad_frames, 0);
     EXPECT_EQ(rec.errors[3].message, "No response from device");
+    // A new batch reports a missing transfer again.
+    ctl.Start_of_Records(n);
+    ctl.Send_Lap();
+    ASSERT_EQ(rec.errors.size(), 5u);
+    EXPECT_EQ(rec.errors[4].message, "GPS model/version does not support Lap Data");
 }
 
 // A large log comes down whole and in order: 100,000 points behind one header.

@@ -139,6 +139,19 @@ private:
     std::string pending_;
 };
 
+// A simulated unit on the virtual port "gps".
+struct Bench {
+    explicit Bench(const std::string& profile = "current",
+                   trekcom::sim::Data_Set data = trekcom::sim::Builtin_Data(), trekcom::sim::Options options = {})
+        : unit(std::make_shared<trekcom::sim::Virtual_Unit>(trekcom::sim::Profile::Named(profile), std::move(data),
+                                                            options)) {
+        platform.Attach("gps", unit);
+    }
+    trekcom::sim::Unit& Sim() { return unit->Sim(); }
+    trekcom::VirtualPlatform platform;
+    std::shared_ptr<trekcom::sim::Virtual_Unit> unit;
+};
+
 inline std::uint16_t U16(const Bytes& d, std::size_t at = 0) {
     return d.size() >= at + 2 ? static_cast<std::uint16_t>(d[at] | (d[at + 1] << 8)) : 0xFFFF;
 }

@@ -7,24 +7,10 @@
 #include "sim_host.h"
 
 using namespace trekcom::sim;
-using sim_test::Frame;
+using sim_test::Bench;
 using sim_test::Host;
 using trekcom::Bytes;
 namespace framing = trekcom::link;
-
-namespace {
-
-struct Bench {
-    explicit Bench(const std::string& profile = "current", Options options = {})
-        : unit(std::make_shared<Virtual_Unit>(Profile::Named(profile), Builtin_Data(), options)) {
-        platform.Attach("gps", unit);
-    }
-    Unit& Sim() { return unit->Sim(); }
-    trekcom::VirtualPlatform platform;
-    std::shared_ptr<Virtual_Unit> unit;
-};
-
-}  // namespace
 
 TEST(SimLink, AcknowledgesGoodFramesAndRefusesDamagedOnes) {
     Bench b;
@@ -90,7 +76,7 @@ TEST(SimLink, SurvivesRandomBytesAndKeepsServing) {
 TEST(SimLink, StopAndWaitResendsOnNakAndOnceAfterTimeout) {
     Options o;
     o.ack_timeout_ms = 1000;
-    Bench b("current", o);
+    Bench b("current", Builtin_Data(), o);
     Host host(b.platform);
     ASSERT_TRUE(host.Send_Acked(254));
     auto product = host.Next_Data();
@@ -207,7 +193,7 @@ TEST(SimLink, StallAndHangUpMidTransfer) {
 TEST(SimLink, PacingTakesLineTime) {
     Options o;
     o.pace = true;
-    Bench b("current", o);
+    Bench b("current", Builtin_Data(), o);
     b.Sim().Data().tracks.clear();
     Add_Generated_Track(b.Sim().Data(), 200);
     Host host(b.platform);
