@@ -1,15 +1,22 @@
 # Trekcom: the two commands a newcomer types, plus a few for developers.
 #   make demo   installs what is missing, builds, runs the main job on the built-in simulated receiver
-#   make test   installs what is missing, builds, runs every test (ctest)
+#   make test   installs what is missing, builds, runs every test (ctest), then again in a second
+#               tree under AddressSanitizer and UndefinedBehaviorSanitizer (build-asan)
+#   make fuzz   builds the libFuzzer targets with clang (build-fuzz), runs each FUZZ_SECONDS
 
 BUILD ?= build
+ASAN_BUILD ?= build-asan
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS := receive decoders identify nmea usb translate replay
 MAKEFLAGS += --no-print-directory
 JOBS ?= 2
 DEB_PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
                 libasio-dev libusb-1.0-0-dev libpugixml-dev libcli11-dev libfmt-dev \
                 nlohmann-json3-dev gpsbabel g++-mingw-w64-x86-64 umockdev
+FUZZ_PACKAGES := clang-14 libclang-rt-14-dev
 
-.PHONY: all setup configure build demo test bench clean
+.PHONY: all setup configure build demo test test-asan fuzz bench clean
 
 all: build
 
@@ -35,9 +42,33 @@ demo: build
 
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+	@$(MAKE) test-asan
+
+# The whole suite again under ASan and UBSan: any report fails the test that
+# made it (the sanitizers abort; leaks are reported at exit).
+test-asan: setup
+	@mkdir -p $(ASAN_BUILD) && cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTREKCOM_SANITIZE=ON \
+	  -DTREKCOM_BUILD_BENCH=OFF > $(ASAN_BUILD)/configure.log || (cat $(ASAN_BUILD)/configure.log; exit 1)
+	@cmake --build $(ASAN_BUILD) -j $(JOBS)
+	@cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 \
+	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 ctest --output-on-failure -j $(JOBS)
+
+# Each fuzz target for FUZZ_SECONDS (make fuzz FUZZ_SECONDS=600); a crash or a
+# sanitizer report fails it, and the input is left in $(FUZZ_BUILD)/fuzz/findings/<target>/.
+fuzz:
+	@$(MAKE) setup DEB_PACKAGES="$(DEB_PACKAGES) $(FUZZ_PACKAGES)"
+	@mkdir -p $(FUZZ_BUILD) && CXX=clang++-14 cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DBUILD_FUZZ_TESTS=ON -DBUILD_TESTING=OFF -DTREKCOM_BUILD_SIM=OFF -DTREKCOM_BUILD_TOOLS=OFF \
+	  -DTREKCOM_BUILD_BENCH=OFF -DFUZZ_SECONDS=$(FUZZ_SECONDS) > $(FUZZ_BUILD)/configure.log \
+	  || (cat $(FUZZ_BUILD)/configure.log; exit 1)
+	@cmake --build $(FUZZ_BUILD) -j $(JOBS) --target $(addprefix fuzz_,$(FUZZ_TARGETS))
+	@for t in $(FUZZ_TARGETS); do \
+	  echo "== fuzz_$$t: $(FUZZ_SECONDS) s"; \
+	  cmake --build $(FUZZ_BUILD) --target run_fuzz_$$t || exit 1; \
+	done
 
 bench: build
 	@for b in $(BUILD)/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
 
 clean:
-	rm -rf $(BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

@@ -149,7 +149,9 @@ bool Link::Wait_Response(std::uint8_t expected, std::int32_t WaitTime) {
         if (end != std::string::npos) {
             const std::string frame = local.substr(0, end + kDleEtx.size());
             local.erase(0, frame.size());
-            const auto id = static_cast<std::uint8_t>(frame.size() > 1 ? frame[1] : 0);
+            // Line noise may come before the frame: its id follows the first DLE.
+            const std::size_t dle = frame.find(static_cast<char>(DLE));
+            const auto id = static_cast<std::uint8_t>(dle + 1 < frame.size() ? frame[dle + 1] : 0);
             Parse_Input(frame);
             if (id == ids_.PID_Nak_Byte) start_ms = platform_.Now_ms();  // re-sent: the period starts again
             if (id == expected) {

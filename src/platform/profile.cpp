@@ -129,7 +129,9 @@ bool Profile_Text::Set(std::string_view section, std::string_view key, std::stri
         const bool crlf = after.content_end < text_.size() && text_[after.content_end] == '\r';
         std::string ending = crlf || after.next == after.content_end ? "\r\n" : "\n";
         std::string insert = line + ending;
-        if (after.next == text_.size() && after.next == after.content_end) insert = ending + line + ending;
+        // A last line with no line feed (its end may still hold a lone CR)
+        // gets one before the key, or the key would join it.
+        if (after.next == text_.size() && text_[after.next - 1] != '\n') insert = ending + line + ending;
         text_.insert(after.next, insert);
         return true;
     }
