@@ -60,23 +60,23 @@ struct Kind {
     const char* name;
     const char* profile;
     void (TrekcomCtl::*request)();
-    int Protocol_Recorder::*event;  // null: the download ends without one
+    int Recorder::*event;  // null: the download ends without one
     std::vector<std::uint8_t> (*record_ids)(TrekcomCtl&);
     std::int32_t (*items)(TrekcomCtl&);  // what its collections hold; -1: no collection
     Upload upload;                       // null: a download case
 };
 
 const Kind kKinds[] = {
-    {"waypoints", "current", &TrekcomCtl::Request_Waypoints, &Protocol_Recorder::waypoints,
+    {"waypoints", "current", &TrekcomCtl::Request_Waypoints, &Recorder::waypoints,
      [](TrekcomCtl& c) { return std::vector<std::uint8_t>{c.PID_Wpt_Data()}; },
      [](TrekcomCtl& c) { return c.Waypoints()->Count(); }, nullptr},
-    {"proximity", "current", &TrekcomCtl::Request_Prox_Waypoints, &Protocol_Recorder::waypoints,
+    {"proximity", "current", &TrekcomCtl::Request_Prox_Waypoints, &Recorder::waypoints,
      [](TrekcomCtl& c) { return std::vector<std::uint8_t>{c.PID_Prx_Wpt_Data()}; },
      [](TrekcomCtl& c) { return c.Waypoints()->Count(); }, nullptr},
-    {"routes", "current", &TrekcomCtl::Request_Routes, &Protocol_Recorder::routes,
+    {"routes", "current", &TrekcomCtl::Request_Routes, &Recorder::routes,
      [](TrekcomCtl& c) { return std::vector<std::uint8_t>{c.PID_Rte_Hdr(), c.PID_Rte_Wpt_Data()}; },
      [](TrekcomCtl& c) { return c.Routes()->Count() + c.Waypoints()->Count(); }, nullptr},
-    {"tracks", "current", &TrekcomCtl::Request_Tracks, &Protocol_Recorder::tracks,
+    {"tracks", "current", &TrekcomCtl::Request_Tracks, &Recorder::tracks,
      [](TrekcomCtl& c) { return std::vector<std::uint8_t>{c.PID_Trk_Hdr(), c.PID_Trk_Data()}; },
      [](TrekcomCtl& c) { return c.Tracks()->Count(); }, nullptr},
     {"laps", "current", &TrekcomCtl::Request_Laps, nullptr,
