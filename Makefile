@@ -7,7 +7,7 @@ MAKEFLAGS += --no-print-directory
 JOBS ?= 2
 DEB_PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
                 libasio-dev libusb-1.0-0-dev libpugixml-dev libcli11-dev libfmt-dev \
-                nlohmann-json3-dev gpsbabel
+                nlohmann-json3-dev gpsbabel g++-mingw-w64-x86-64 umockdev
 
 .PHONY: all setup configure build demo test bench clean
 

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "trekcom/cUSB.h"
 #include "trekcom/collection.h"
 #include "trekcom/events.h"
 #include "trekcom/platform.h"
@@ -39,6 +40,9 @@ public:
     TrekcomCtl& operator=(const TrekcomCtl&) = delete;
 
     std::shared_ptr<trekcom::Platform> Platform() const;
+    // The USB transport used with Port 0 (cUSB.h). Its events are bound to
+    // the control; a host that advises its own sink takes them over.
+    std::shared_ptr<cUSB> USB() const;
 
     // One event sink at a time; it must outlive the advice (or be unadvised).
     void Advise(TrekcomCtlEvents& sink);
@@ -85,6 +89,55 @@ public:
     void Send(const Bytes& Packet, std::uint8_t Response = 0, std::int32_t WaitTime = 0);
     // Waits, running the loop: below 30 seconds, from 30 up milliseconds.
     void WaitFor(std::int32_t d);
+
+    // ---- host surface: language, diagnostics, NMEA, display and icons
+    // The container's "sited" notification: Language goes back to "English".
+    // A host that wants another language sets it after siting.
+    void Site();
+    // The message language. Messages come from "<folder>/<base>_<Language>.tlt"
+    // (section "Translations"), where folder and base are those of the running
+    // program unless Platform::Translation_Folder names another folder.
+    // "English" (the default) or empty: the control's own phrases.
+    std::string Language() const;
+    void Language(const std::string& language);
+    // The phrase in the current language; a phrase the file lacks is added to it.
+    std::string xLate(const std::string& Phrase);
+    // Received NMEA checksums are not compared (every NMEA event then has
+    // chkerr false). Plain store.
+    bool IgnoreCheckSum() const;
+    void IgnoreCheckSum(bool on);
+    // The colour palette file for screen captures. Plain store.
+    std::string Palette_File() const;
+    void Palette_File(const std::string& path);
+    // The library's version text.
+    TREKCOM_READ_ONLY(std::string, version, version);
+    // Utility forwarders to the control's cSAK.
+    std::string TrimNull(std::string& instring);
+    std::int32_t Address_Of(std::int32_t pfn);
+    // Two upper-case hex digits: the XOR of the characters from the second to
+    // the first '*' (or the end).
+    std::string NMEA_Checksum(const std::string& msg);
+    // Sends one sentence with CR LF; the caller supplies the '$'. Without a
+    // '*' it gets "*" and its checksum, ending in '*' only the checksum, with
+    // a '*' before its end it goes as it is. `message` receives what was sent
+    // (without CR LF).
+    void NMEA_Send(std::string& message);
+    // The screen, icons and unit name. This library cannot capture the screen,
+    // transfer icons or read or change the unit name: each reports error 0
+    // with a translated message (cError, vcError) and does nothing else.
+    // Request_Display first offers to replay a saved trace log (the lines of
+    // HexDebug): the platform's file dialog callback picks it, and the
+    // receiver's packets in it go through the receive path as if they had
+    // just arrived (Receive, vcReceive and the records they carry); the error
+    // is reported only when no log was replayed.
+    void Request_Display();
+    void Request_Icon(std::int32_t seq);
+    void Send_Icon(std::int32_t seq, const Bytes& BMP);
+    void Request_GPS_Name();
+    void Change_GPS_Name(const std::string& NewName);
+    // The record a screen capture fills.
+    std::shared_ptr<cDisplay> Display() const;
+    void Display(std::shared_ptr<cDisplay> value);
 
     // ---- identification and transfers
     // Asks the receiver who it is and what it speaks, and refreshes every

@@ -84,7 +84,9 @@ public:
     // long as x (std::invalid_argument otherwise); fewer than 3 points give 0.
     double PolygonArea(const std::vector<double>& x, const std::vector<double>& y) const;
 
-    // The phrase in the current Language.
+    // The phrase in the current Language, from the translation file
+    // "<folder>/<base>_<Language>.tlt" (see Platform::Translation_Folder);
+    // "English" or an empty Language returns it unchanged.
     std::string xLate(const std::string& phrase) const;
     std::string Language() const { return language_; }
     void Language(const std::string& language) { language_ = language; }

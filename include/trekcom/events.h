@@ -8,7 +8,8 @@
 //   1 vcReceive   2 Receive     3 HexDebug        4 NMEA
 //   5 cError      6 vcError     7 ReceiveCounts   8 ReceivedWaypoints
 //   9 ReceivedRoutes             10 ReceivedTracks 11 ReceivedFlightbook
-//  12 ReceivedLaps
+//  12 ReceivedLaps             13 ReceiveImage  14 ReceiveIcon
+//  15 vcReceiveIcon
 #pragma once
 
 #include <cstdint>
@@ -16,6 +17,7 @@
 #include <string>
 
 #include "trekcom/collection.h"
+#include "trekcom/picture.h"
 #include "trekcom/records.h"
 #include "trekcom/types.h"
 
@@ -68,6 +70,23 @@ public:
         (void)Flightbook_records;
     }
     virtual void ReceivedLaps(std::shared_ptr<Collection<cLap>>& Laps) { (void)Laps; }
+    // Screen capture progress in percent, and the image so far.
+    virtual void ReceiveImage(std::int16_t& pct, Picture& Image) {
+        (void)pct;
+        (void)Image;
+    }
+    // An icon read from the receiver: its number, the image and its bitmap bytes.
+    virtual void ReceiveIcon(std::int16_t& seq, Picture& Image, Bytes& BMP) {
+        (void)seq;
+        (void)Image;
+        (void)BMP;
+    }
+    // The same icon with the bitmap as text (raised after ReceiveIcon).
+    virtual void vcReceiveIcon(std::int16_t& seq, Picture& Image, std::string& BMP) {
+        (void)seq;
+        (void)Image;
+        (void)BMP;
+    }
 };
 
 }  // namespace trekcom

@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "trekcom/types.h"
+#include "trekcom/usb_driver.h"
 
 namespace trekcom {
 
@@ -216,6 +217,26 @@ public:
     void File_Dialog_Handler(std::function<std::string(const std::string& filter)> handler);
     std::string Open_File_Dialog(const std::string& filter);
 
+    // The folder of the message translation files ("<base>_<language>.tlt").
+    // Empty, the default: the folder of the running program.
+    void Translation_Folder(const std::string& folder) { translation_folder_ = folder; }
+    const std::string& Translation_Folder() const { return translation_folder_; }
+
+    // ---- USB (Port 0): the driver seam of usb_driver.h.
+    // A fresh driver: the handler's when one is set, else the platform's own
+    // (libusb on Linux, the Garmin driver on Windows, otherwise one that
+    // reports "not supported"). A handler lets a host or a test plug in
+    // another driver on any platform, the simulated receiver's for instance.
+    std::unique_ptr<UsbDriver> Create_Usb_Driver();
+    void Usb_Driver_Handler(std::function<std::unique_ptr<UsbDriver>()> factory);
+
+protected:
+    virtual std::unique_ptr<UsbDriver> System_Usb_Driver();
+
+private:
+    std::function<std::unique_ptr<UsbDriver>()> usb_driver_factory_;
+    // ---- end of USB
+
 protected:
     Platform();
     // Waits up to max_ms for I/O and moves what arrived into the ports' buffers.
@@ -233,6 +254,7 @@ private:
     std::vector<SerialPort*> ports_;
     std::function<void(const std::string&)> message_box_;
     std::function<std::string(const std::string&)> file_dialog_;
+    std::string translation_folder_;
 };
 
 // The real platform, one per process.

@@ -2,7 +2,11 @@
 #pragma once
 
 #include "trekcom/TrekcomCtl.h"
+#include "trekcom/cSAK.h"
+#include "trekcom/cUSB.h"
 #include "trekcom/events.h"
+#include "trekcom/picture.h"
 #include "trekcom/platform.h"
 #include "trekcom/types.h"
+#include "trekcom/usb_driver.h"
 #include "trekcom/virtual_platform.h"

@@ -1,7 +1,5 @@
 #include "control/control.h"
 
-#include <cstdio>
-
 namespace trekcom::detail {
 
 Control::Control(std::shared_ptr<Platform> p)
@@ -11,22 +9,36 @@ Control::Control(std::shared_ptr<Platform> p)
       tmrPVTData(platform->Create_Timer()),
       tmrAsync(platform->Create_Timer()),
       link(*platform, *comGarmin, *tmrTimeout, ids, *this),
-      engine(link, ids, *this) {}
+      engine(link, ids, *this) {
+    // USB (Port 0): the transport, its events bound to the control's handlers.
+    usb = std::make_shared<cUSB>(platform);
+    usb_handlers = std::make_unique<Usb_Handlers>(*this);
+    usb->Advise(*usb_handlers);
+    usb->SetLanguage(Language);
+}
 
-Control::~Control() {
+Control::~Control() { Terminate(); }
+
+void Control::Terminate() {
+    // Waits still on the stack see the flag and give up.
+    usb->Unadvise();  // no USB events from a control being torn down
+    usb->Close();
     link.Terminating = true;
     tmrTimeout->Enabled(false);
     tmrPVTData->Enabled(false);
     tmrAsync->Enabled(false);
     comGarmin->OnComm = nullptr;
     comGarmin->PortOpen(false);
+    sak.reset();
+    Display.reset();
 }
 
 void Control::Raise_Receive(const Bytes& packet) {
     if (!sink) return;
     Bytes bytes = packet;
     sink->Receive(bytes);
-    std::string text = Bytes2String(packet);
+    // vcReceive carries what the Receive handler left, as the error pair does.
+    std::string text = Bytes2String(bytes);
     sink->vcReceive(text);
 }
 
@@ -66,40 +78,6 @@ void Control::Raise_ReceivedTracks(std::shared_ptr<Collection<cTrack>>& list) {
 void Control::Refuse_Read_Only() {
     constexpr int kRead_Only = 383;
     throw RuntimeError(kRead_Only, xLate("Property is Read Only"));
-}
-
-std::string Control::NMEA_Checksum(const std::string& msg) {
-    const std::size_t star = msg.find('*');
-    const std::size_t end = star == std::string::npos ? msg.size() : star;
-    unsigned sum = 0;
-    for (std::size_t i = 1; i < end; ++i) sum ^= static_cast<unsigned char>(msg[i]);
-    char text[3];
-    std::snprintf(text, sizeof text, "%02X", sum & 0xFF);
-    return text;
-}
-
-void Control::Line_Received(const std::string& line, bool text_line) {
-    constexpr std::int16_t kMaxMismatches = 50;
-    bool chkerr = false;
-    const bool has_checksum = line.size() >= 3 && line[line.size() - 3] == '*';
-    if (!IgnoreCheckSum && !text_line && has_checksum) {
-        if (line.compare(line.size() - 2, 2, NMEA_Checksum(line)) == 0) {
-            chkerr = true;
-        } else if (++link.NMEAErrorCount > kMaxMismatches) {
-            Raise_Error(0,
-                        xLate("There have been more than 50 check sum errors") + "\r\n" +
-                            xLate("Verify that your receiver is putting out check sums"),
-                        {});
-            link.NMEAErrorCount = 0;
-        }
-    }
-    if (!sink) return;
-    std::string sentence = line;
-    sink->NMEA(sentence, chkerr);
-}
-
-std::string Control::xLate(const std::string& phrase) {
-    return phrase;  // language files are read here once translation lands
 }
 
 }  // namespace trekcom::detail
@@ -144,7 +122,6 @@ void TrekcomCtl::Reset() { impl_->link.Reset(); }
 void TrekcomCtl::Send(const Bytes& Packet, std::uint8_t Response, std::int32_t WaitTime) {
     impl_->link.Send(Packet, Response, WaitTime);
 }
-void TrekcomCtl::WaitFor(std::int32_t d) { impl_->link.WaitFor(d); }
 
 void TrekcomCtl::Request_Product_Data() { impl_->engine.Request_Product_Data(); }
 void TrekcomCtl::Request_Waypoints() { impl_->engine.Request_Waypoints(); }

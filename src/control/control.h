@@ -11,6 +11,8 @@
 #include "protocol/engine.h"
 #include "protocol/realtime.h"
 #include "trekcom/TrekcomCtl.h"
+#include "trekcom/cSAK.h"
+#include "trekcom/cUSB.h"
 
 namespace trekcom::detail {
 
@@ -35,15 +37,38 @@ public:
     void Raise_ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>& list) override;
     void Raise_ReceivedRoutes(std::shared_ptr<Collection<cRoute>>& list) override;
     void Raise_ReceivedTracks(std::shared_ptr<Collection<cTrack>>& list) override;
-    // No USB transport is wired yet: Port 0 reports a connection failure.
-    bool USB_Is_Open() override { return false; }
-    bool USB_Open() override { return false; }
+    // ---- USB (Port 0): the transport cUSB and the control's four handlers
+    // of its events (usb_handlers.cpp).
+    bool USB_Is_Open() override { return usb->Is_Open(); }
+    bool USB_Open() override { return usb->Open(); }
+    void USB_Close() override { usb->Close(); }
+    bool USB_Write(const Bytes& packet) override { return usb->Write_Packet(packet); }
+    bool USB_Wait(std::uint8_t expected, std::int32_t wait_time) override;
+    bool USB_Poll() override;
+    bool USB_Start_Session() override { return usb->Start_Session(); }
+    bool USB_Reset_Device() override { return usb->Reset_Device(); }
+    void USB_USBReceived(Bytes& Packet, Bytes& usbpacket);
+    void USB_USBSent(Bytes& usbpacket);
+    void USB_USBDebug(std::string& Text);
+    void USB_USBError(std::int16_t& seq, std::string& message, Bytes& Packet);
+    // Setting Language passes it on here too, so USB errors are translated alike.
+    void Usb_Language(const std::string& language) { usb->SetLanguage(language); }
+    struct Usb_Handlers final : cUSBEvents {
+        explicit Usb_Handlers(Control& c) : control(c) {}
+        void USBReceived(Bytes& Packet, Bytes& usbpacket) override { control.USB_USBReceived(Packet, usbpacket); }
+        void USBSent(Bytes& usbpacket) override { control.USB_USBSent(usbpacket); }
+        void USBDebug(std::string& Text) override { control.USB_USBDebug(Text); }
+        void USBError(std::int16_t& seq, std::string& message, Bytes& Packet) override {
+            control.USB_USBError(seq, message, Packet);
+        }
+        Control& control;
+    };
+    std::unique_ptr<Usb_Handlers> usb_handlers;
+    std::shared_ptr<cUSB> usb;
+    // ---- end of USB
 
     // Assignment to a read-only property: error 383, the value unchanged.
     [[noreturn]] void Refuse_Read_Only();
-
-    // NMEA: two hex digits of the XOR from the second character to the first "*".
-    static std::string NMEA_Checksum(const std::string& msg);
 
     std::shared_ptr<Platform> platform;
     TrekcomCtlEvents* sink = nullptr;
@@ -62,6 +87,29 @@ public:
     // asynchronous polling on tmrAsync. Built after the engine, it registers
     // with it for the dispatcher.
     protocol::Realtime realtime{engine, link, *this, *platform, *tmrPVTData, *tmrAsync};
+    // ---- host surface: the utility object, language, diagnostics, NMEA,
+    // display and icons. The utility object does the control's translating
+    // (xLate forwards to it) and goes at terminate.
+    std::unique_ptr<cSAK> sak = std::make_unique<cSAK>(platform);
+    std::string Palette_File;
+    std::shared_ptr<cDisplay> Display = std::make_shared<cDisplay>();
+    // Stores the language and hands it to everything that translates.
+    void Set_Language(const std::string& language);
+    // Completes the sentence's checksum and writes it with CR LF.
+    void NMEA_Send(std::string& message);
+    // A received packet handled the way the USB transport hands one over:
+    // traced, dispatched, raised; never acknowledged.
+    void Receive_As_USB(const Bytes& packet);
+    // Feeds the received packets of a trace log to Receive_As_USB; false
+    // when no log could be read.
+    bool Replay_Log(const std::string& path);
+    // The screen capture request: it replays a trace log chosen in the file
+    // dialog; the capture itself is not available and is reported so.
+    void Request_Display();
+    // cError/vcError 0 with the translated phrase: the operation is not available.
+    void Not_Supported(const std::string& phrase);
+    // Stops the waits, the timers and the port, and lets go of the held objects.
+    void Terminate();
 };
 
 }  // namespace trekcom::detail

@@ -39,6 +39,10 @@ public:
         (void)wait_time;
         return false;
     }
+    // One read of whatever the receiver has sent (the timers' USB poll:
+    // tmrPVTData and tmrAsync call this on Port 0). Received packets go to
+    // Dispatch_Packet. Returns whether anything was read.
+    virtual bool USB_Poll() { return false; }
 };
 
 }  // namespace trekcom::link

@@ -16,6 +16,7 @@
 #include <string>
 
 #include "trekcom/platform.h"
+#include "platform/usb/system_usb_driver.h"  // USB: the system's driver
 
 #if defined(ASIO_HAS_POSIX_STREAM_DESCRIPTOR) && !defined(_WIN32)
 #define TREKCOM_POSIX_SERIAL 1
@@ -79,6 +80,9 @@ public:
     }
 
 protected:
+    // USB: the system's driver (usb/system_usb_driver.h).
+    std::unique_ptr<UsbDriver> System_Usb_Driver() override { return platform::Make_System_Usb_Driver(); }
+
     void Wait_For_Events(double max_ms) override {
         try {
             // Sleep in the reactor until the first I/O completes or the time

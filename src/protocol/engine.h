@@ -38,6 +38,9 @@ public:
     // The USB transport (Port 0).
     virtual bool USB_Is_Open() = 0;
     virtual bool USB_Open() = 0;
+    // The session start of an open receiver, and the reset after an error.
+    virtual bool USB_Start_Session() { return false; }
+    virtual bool USB_Reset_Device() { return false; }
 };
 
 // The transfer protocol and record formats of a receiver. Four characters

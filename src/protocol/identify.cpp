@@ -134,11 +134,20 @@ void Engine::Apply_L002(bool from_capability_array) {
 void Engine::Request_Product_Data() {
     link_.RawSuppressed = false;
     Error_Latch = false;
-    if (link_.Port == 0 && !host_.USB_Is_Open()) {
-        host_.USB_Open();
+    if (link_.Port == 0) {
+        // USB: open the receiver if need be, then start a session; a session
+        // that does not start gets one device reset and one more try.
+        if (!host_.USB_Is_Open()) host_.USB_Open();
         if (!host_.USB_Is_Open()) {
             host_.Raise_Error(0, host_.xLate("USB connection failure"), {});
             return;
+        }
+        if (!host_.USB_Start_Session()) {
+            if (!host_.USB_Reset_Device()) {
+                host_.Raise_Error(0, host_.xLate("USB connection failure"), {});
+                return;
+            }
+            host_.USB_Start_Session();
         }
     }
     Protocol_Array_Received = false;

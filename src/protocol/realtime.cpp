@@ -187,9 +187,9 @@ void Realtime::Async_Tick() {
 }
 
 void Realtime::Poll_USB() {
-    // Expecting id 0 makes the transport read once and deliver whatever it
-    // found to the dispatcher.
-    host_.USB_Wait(0, 0);
+    // One read of what the unit has ready; the transport delivers it to the
+    // dispatcher. Never a wait: this runs every millisecond.
+    host_.USB_Poll();
     platform_.DoEvents();
 }
 

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "control/translate.h"
 #include "records/codepage.h"
 #include "records/fields.h"
 
@@ -167,9 +168,6 @@ double cSAK::PolygonArea(const std::vector<double>& x, const std::vector<double>
     return std::abs(sum / 2);
 }
 
-std::string cSAK::xLate(const std::string& phrase) const {
-    // TODO: look the phrase up in the translation file of Language() once translation files are loaded.
-    return phrase;
-}
+std::string cSAK::xLate(const std::string& phrase) const { return detail::Translate(*platform_, language_, phrase); }
 
 }  // namespace trekcom

@@ -1,0 +1,57 @@
+// The control's host surface: language and translation, diagnostics, NMEA,
+// and the screen, icon and unit-name requests.
+#include "control/control.h"
+#include "control/nmea.h"
+#include "control/replay.h"
+
+namespace trekcom::detail {
+
+void Control::Set_Language(const std::string& language) {
+    Language = language;
+    if (sak) sak->Language(language);
+    Usb_Language(language);  // the USB transport translates its own messages
+}
+
+void Control::Not_Supported(const std::string& phrase) { Raise_Error(0, xLate(phrase), {}); }
+
+void Control::Request_Display() {
+    if (Replay_Log(platform->Open_File_Dialog(replay::kLog_Filter))) return;
+    Not_Supported("Screen capture is not supported");
+}
+
+}  // namespace trekcom::detail
+
+namespace trekcom {
+
+void TrekcomCtl::Site() { Language("English"); }
+
+std::string TrekcomCtl::Language() const { return impl_->Language; }
+void TrekcomCtl::Language(const std::string& language) { impl_->Set_Language(language); }
+std::string TrekcomCtl::xLate(const std::string& Phrase) { return impl_->xLate(Phrase); }
+
+bool TrekcomCtl::IgnoreCheckSum() const { return impl_->IgnoreCheckSum; }
+void TrekcomCtl::IgnoreCheckSum(bool on) { impl_->IgnoreCheckSum = on; }
+std::string TrekcomCtl::Palette_File() const { return impl_->Palette_File; }
+void TrekcomCtl::Palette_File(const std::string& path) { impl_->Palette_File = path; }
+
+std::string TrekcomCtl::version() const { return TREKCOM_VERSION; }
+void TrekcomCtl::version(std::string) { impl_->Refuse_Read_Only(); }
+
+std::string TrekcomCtl::TrimNull(std::string& instring) { return impl_->sak->TrimNull(instring); }
+std::int32_t TrekcomCtl::Address_Of(std::int32_t pfn) { return impl_->sak->Address_Of(pfn); }
+void TrekcomCtl::WaitFor(std::int32_t d) { impl_->sak->WaitFor(d); }
+
+std::string TrekcomCtl::NMEA_Checksum(const std::string& msg) { return detail::nmea::Checksum(msg); }
+void TrekcomCtl::NMEA_Send(std::string& message) { impl_->NMEA_Send(message); }
+
+void TrekcomCtl::Request_Display() { impl_->Request_Display(); }
+void TrekcomCtl::Request_Icon(std::int32_t) { impl_->Not_Supported("Icon transfer is not supported"); }
+void TrekcomCtl::Send_Icon(std::int32_t, const Bytes&) { impl_->Not_Supported("Icon transfer is not supported"); }
+void TrekcomCtl::Request_GPS_Name() { impl_->Not_Supported("Reading the unit name is not supported"); }
+void TrekcomCtl::Change_GPS_Name(const std::string&) {
+    impl_->Not_Supported("Changing the unit name is not supported");
+}
+std::shared_ptr<cDisplay> TrekcomCtl::Display() const { return impl_->Display; }
+void TrekcomCtl::Display(std::shared_ptr<cDisplay> value) { impl_->Display = std::move(value); }
+
+}  // namespace trekcom

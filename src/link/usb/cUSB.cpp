@@ -1,0 +1,431 @@
+// The USB transport, written once over the platform's USB driver: device
+// search and opening, the session start, packet conversion between the USB
+// form and the control's serial form, block assembly of incoming packets
+// and the device reset.
+//
+// Incoming blocks are untrusted: a block is only read within its own size,
+// a header that claims more than a read brought is dropped, and sizes
+// outside 1..1046 never reach the control.
+#include "trekcom/cUSB.h"
+
+#include <algorithm>
+
+namespace trekcom {
+
+namespace {
+
+constexpr std::uint8_t kDLE = 16;
+constexpr std::uint8_t kETX = 3;
+constexpr std::uint16_t kRecords = 27;        // a record transfer's first packet
+constexpr std::uint16_t kXfer_Complete = 12;  // and its last
+constexpr double kWrite_Pause_ms = 50;
+constexpr double kBulk_Pause_ms = 50;
+// A record transfer that announced itself but then stays silent this long
+// is given up, so a receiver that stalls cannot hold the host forever (the
+// control's watchdog then reports the incomplete transfer).
+constexpr double kBulk_Stall_ms = 10000;
+// The session's answers: a receiver that is just waking up takes a moment.
+constexpr double kSession_Wait_ms = 1000;
+// A bulk read's buffer: room for the largest packet, header included.
+constexpr std::size_t kBulk_Buffer = 4096;
+// One read collects at most this many blocks: a receiver that never stops
+// talking still ends the read.
+constexpr std::size_t kMax_Blocks = 200000;
+
+std::uint32_t Le32(const std::uint8_t* p) {
+    return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
+           (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
+}
+std::uint16_t Le16(const std::uint8_t* p) { return static_cast<std::uint16_t>(p[0] | (p[1] << 8)); }
+
+// The header fields of a block that starts a packet.
+struct Header {
+    std::uint8_t type;
+    std::uint16_t id;
+    std::uint32_t size;
+};
+bool Read_Header(const Bytes& block, Header& h) {
+    if (block.size() < cUSB::kHeader_Size) return false;
+    h = {block[0], Le16(&block[4]), Le32(&block[8])};
+    return true;
+}
+
+// Clears the busy flag however a read ends.
+struct Busy_Guard {
+    bool& flag;
+    explicit Busy_Guard(bool& f) : flag(f) { flag = true; }
+    ~Busy_Guard() { flag = false; }
+};
+
+}  // namespace
+
+// ------------------------------------------------------------------ cIOCTL
+
+cIOCTL::~cIOCTL() { CloseHandles(); }
+
+bool cIOCTL::SetHandles(UsbDriver& driver) {
+    CloseHandles();
+    reader_ = driver.Open_Interrupt_Reader(last_status_);
+    if (last_status_ != Usb_Status::ok) reader_.reset();
+    return reader_ != nullptr;
+}
+
+std::int32_t cIOCTL::GetIO(Bytes& buffer, std::int32_t& BytesReturned) {
+    BytesReturned = 0;
+    buffer.clear();
+    if (!reader_) {
+        last_status_ = Usb_Status::not_open;
+        return 0;
+    }
+    bool at_once = false;
+    last_status_ = reader_->Read(buffer, UsbDriver::kInterrupt_Wait_ms, at_once);
+    // A driver that returns more than a block is not believed past it.
+    if (buffer.size() > UsbDriver::kInterrupt_Block) buffer.resize(UsbDriver::kInterrupt_Block);
+    BytesReturned = static_cast<std::int32_t>(buffer.size());
+    return at_once && last_status_ == Usb_Status::ok ? 1 : 0;
+}
+
+void cIOCTL::CloseHandles() { reader_.reset(); }
+
+// -------------------------------------------------------------------- cUSB
+
+cUSB::cUSB(std::shared_ptr<Platform> platform) : platform_(std::move(platform)), sak_(platform_) {}
+
+cUSB::~cUSB() { Close(); }
+
+UsbDriver& cUSB::Driver() {
+    if (!driver_) driver_ = platform_->Create_Usb_Driver();
+    return *driver_;
+}
+
+bool cUSB::Is_Open() const { return driver_ && driver_->Is_Open() && ioctl_.Has_Handles(); }
+
+std::int32_t cUSB::USBHandle() const { return Is_Open() ? 1 : 0; }
+
+void cUSB::USBHandle(std::int32_t) {
+    constexpr int kRead_Only = 383;
+    throw RuntimeError(kRead_Only, xLate("Property is Read Only"));
+}
+
+void cUSB::Raise_Error(std::int16_t seq, const std::string& message, const Bytes& packet) {
+    if (!sink_) return;
+    std::string text = message;
+    Bytes bytes = packet;
+    sink_->USBError(seq, text, bytes);
+}
+
+void cUSB::Raise_Debug(const std::string& text) {
+    if (!sink_) return;
+    std::string line = text;
+    sink_->USBDebug(line);
+}
+
+void cUSB::Raise_Received(Bytes& packet, Bytes& usbpacket) {
+    ++stats_.packets_received;
+    if (sink_) sink_->USBReceived(packet, usbpacket);
+}
+
+void cUSB::Device_Failed(const std::string& phrase) {
+    Raise_Debug("!USB: " + Driver().Last_Error());
+    Close();
+    Raise_Error(0, xLate(phrase));
+}
+
+void cUSB::Pause(double ms) {
+    // The host's loop runs meanwhile, as everywhere the control waits.
+    platform_->Run_Until([] { return false; }, ms);
+}
+
+bool cUSB::Open() {
+    Close();
+    UsbDriver& driver = Driver();
+    std::string path;
+    for (;;) {
+        ++stats_.searches;
+        const Usb_Status found = driver.Find(0, path);
+        if (found == Usb_Status::ok) break;
+        const std::string code = std::to_string(driver.Last_Error_Code());
+        switch (found) {
+            case Usb_Status::not_found: {
+                std::int16_t seq = 4;
+                std::string text = xLate("Garmin USB GPS device not found") + "\r\n" + xLate("or device not turned on.");
+                Bytes none;
+                // The host keeps the search going by leaving the code at 4;
+                // with nobody listening there is nobody to plug the receiver in.
+                if (!sink_) return false;
+                sink_->USBError(seq, text, none);
+                if (seq != 4) return false;
+                platform_->DoEvents();
+                continue;
+            }
+            case Usb_Status::enumeration_failed:
+                Raise_Debug("!USB: " + driver.Last_Error());
+                Raise_Error(0, xLate("SetupDI Error ") + code);
+                return false;
+            case Usb_Status::no_device_list:
+                Raise_Error(0, xLate("Garmin PNP Entry not found") + " " + code);
+                return false;
+            case Usb_Status::not_supported:
+                Raise_Error(0, xLate("USB is not supported on this system"));
+                return false;
+            default:
+                Raise_Debug("!USB: " + driver.Last_Error());
+                Raise_Error(0, xLate("Unable to retrieve device path"));
+                return false;
+        }
+    }
+    device_path_ = path;
+    const Usb_Status opened = driver.Open(path);
+    if (opened != Usb_Status::ok) {
+        Raise_Debug("!USB: " + driver.Last_Error());
+        std::string text = xLate("Unable to Open Device");
+        if (opened == Usb_Status::no_permission)
+            text = xLate("No permission to use the Garmin USB device.") + "\r\n" +
+                   xLate("Give your user access to it (on Linux: the udev rule of docs/usb.md) and plug it in again.");
+        else if (opened == Usb_Status::busy)
+            text += "\r\n" + xLate("Another program is using the receiver.");
+        Raise_Error(0, text);
+        return false;
+    }
+    if (!ioctl_.SetHandles(driver)) {
+        Raise_Debug("!USB: " + driver.Last_Error());
+        driver.Close();
+        Raise_Error(0, xLate("Unable to duplicate handles"));
+        return false;
+    }
+    return true;
+}
+
+void cUSB::Close() {
+    ioctl_.CloseHandles();
+    if (driver_) driver_->Close();
+}
+
+bool cUSB::Reset_Device() {
+    Close();
+    const Usb_Status reset = Driver().Reset();
+    if (reset != Usb_Status::ok) Raise_Debug("!USB: " + Driver().Last_Error());
+    // Reopened even after a failed restart: a receiver that came back by
+    // itself is still usable, though the reset is reported as failed.
+    const bool opened = Open();
+    if (reset == Usb_Status::ok && opened) {
+        Raise_Debug(":USB Device Reset");
+        return true;
+    }
+    Raise_Error(0, xLate("USB Device failed to reset after error"));
+    return false;
+}
+
+bool cUSB::Start_Session() {
+    if (!Is_Open()) return false;
+    UsbDriver& driver = Driver();
+    Bytes answer;
+    if (driver.Io_Control(UsbDriver::kIoctl_Api_Version, answer) == Usb_Status::ok && answer.size() >= 4)
+        driver_version_ = Le32(answer.data());
+    if (driver.Io_Control(UsbDriver::kIoctl_Packet_Size, answer) == Usb_Status::ok && answer.size() >= 4)
+        max_packet_size_ = Le32(answer.data());
+
+    // Two protocol-layer exchanges, each a bare request and its answer.
+    auto exchange = [&](std::uint16_t request, std::uint16_t expected) {
+        if (!Write_Packet(Bytes{0, static_cast<std::uint8_t>(request)}, 2)) return false;
+        const double until = platform_->Now_ms() + kSession_Wait_ms;
+        do {
+            if (Read_Packets(expected)) return true;
+            if (!Is_Open()) return false;
+            platform_->DoEvents();
+        } while (platform_->Now_ms() < until);
+        return false;
+    };
+    // Expected id 1 is how a read of Session Started (6) is asked for: a plain
+    // 6 means "the link's acknowledgement", which USB does not have.
+    if (!exchange(kStart_Session, 1)) return false;
+    return exchange(kStart_Session_2, kSession_Started_2);
+}
+
+Bytes cUSB::Usb_Form(const Bytes& packet) {
+    if (packet.size() < 2) return {};
+    Bytes usb(kHeader_Size, 0);
+    if (packet[0] != kDLE) {
+        // A bare protocol-layer request: its id alone.
+        usb[4] = packet[1];
+        return usb;
+    }
+    std::uint32_t id = packet[1];
+    std::size_t claimed = packet.size() > 2 ? packet[2] : 0;
+    std::size_t first = 3;
+    if (packet[1] == kExpanded_Id && packet.size() >= 9) {
+        claimed = Le32(&packet[3]);
+        id = Le16(&packet[7]);
+        first = 9;
+    }
+    // Never more data than the packet holds.
+    const std::size_t available = packet.size() > first ? packet.size() - first : 0;
+    const std::size_t size = std::min(claimed, available);
+    usb[0] = kApplication_Layer;
+    usb[4] = static_cast<std::uint8_t>(id);
+    usb[5] = static_cast<std::uint8_t>(id >> 8);
+    for (int i = 0; i < 4; ++i) usb[8 + i] = static_cast<std::uint8_t>(size >> (8 * i));
+    usb.insert(usb.end(), packet.begin() + static_cast<std::ptrdiff_t>(first),
+               packet.begin() + static_cast<std::ptrdiff_t>(first + size));
+    return usb;
+}
+
+Bytes cUSB::Serial_Form(std::uint16_t id, const std::uint8_t* data, std::uint32_t size) {
+    Bytes out;
+    if (id < 256 && size < 256) {
+        out.reserve(size + 6);
+        out = {kDLE, static_cast<std::uint8_t>(id), static_cast<std::uint8_t>(size)};
+    } else {
+        out.reserve(size + 12);
+        out = {kDLE, kExpanded_Id, static_cast<std::uint8_t>(size + 6 < 256 ? size + 6 : 255)};
+        for (int i = 0; i < 4; ++i) out.push_back(static_cast<std::uint8_t>(size >> (8 * i)));
+        out.push_back(static_cast<std::uint8_t>(id));
+        out.push_back(static_cast<std::uint8_t>(id >> 8));
+    }
+    if (size) out.insert(out.end(), data, data + size);
+    // USB carries no checksum: its place stays 0 and nobody tests it.
+    out.insert(out.end(), {0, kDLE, kETX});
+    return out;
+}
+
+bool cUSB::Write_Packet(const Bytes& packet, int wait_mode) {
+    Bytes usb = Usb_Form(packet);
+    // Nothing is traced as sent that could not be written.
+    if (usb.empty() || !Is_Open()) return false;
+    if (sink_) sink_->USBSent(usb);
+    if (Driver().Write(usb) != Usb_Status::ok) {
+        Device_Failed("USB device write failed");
+        return false;
+    }
+    ++stats_.packets_sent;
+    if (wait_mode != 2) Pause(kWrite_Pause_ms);
+    return true;
+}
+
+bool cUSB::Read_Packets(std::uint16_t expected, std::uint16_t second) {
+    if (busy_) return false;
+    // The link's acknowledgement and the bare protocol answers have no USB
+    // counterpart: waiting for them succeeds at once.
+    if (expected == kSession_Started || expected == kData_Available) return true;
+    if (expected == 1) expected = kSession_Started;
+    second_came_ = false;
+    if (!Is_Open()) return false;
+    Busy_Guard guard(busy_);
+
+    std::vector<Bytes> blocks;
+    Bytes block;
+    std::int32_t count = 0;
+    std::int32_t ready = ioctl_.GetIO(block, count);
+    auto failed = [&] {
+        const Usb_Status s = ioctl_.Last_Status();
+        return s != Usb_Status::ok && s != Usb_Status::timed_out;
+    };
+    if (count == 0) {
+        if (failed()) Device_Failed("USB device read failed");
+        return false;
+    }
+    Header h{};
+    if (Read_Header(block, h) && h.type == kProtocol_Layer && h.id == kData_Available) {
+        if (!Read_Bulk(blocks, expected)) return false;
+    } else {
+        blocks.reserve(5000);
+        while ((ready == 1 || count > 0) && blocks.size() < kMax_Blocks) {
+            if (count > 0) blocks.push_back(std::move(block));
+            ready = ioctl_.GetIO(block, count);
+            if (failed()) {
+                Device_Failed("USB device read failed");
+                return false;
+            }
+            if (ready == 1 && count == 0) break;  // completed with nothing: the pipe is empty
+        }
+    }
+    bool came = false;
+    Deliver(blocks, expected, second, came);
+    return came || expected == 0;
+}
+
+bool cUSB::Read_Bulk(std::vector<Bytes>& chunks, std::uint16_t expected) {
+    UsbDriver& driver = Driver();
+    chunks.reserve(5000);
+    // Where the packets start, to know the id of the last one read.
+    std::size_t still_needed = 0;
+    std::uint16_t last_id = 0;
+    double quiet_since = platform_->Now_ms();
+    Bytes buffer;
+    while (chunks.size() < kMax_Blocks) {
+        const Usb_Status s = driver.Bulk_Read(buffer, kBulk_Buffer, UsbDriver::kBulk_Wait_ms);
+        if (s != Usb_Status::ok && s != Usb_Status::timed_out) {
+            Device_Failed("USB device read failed");
+            return false;
+        }
+        if (!buffer.empty()) {
+            Header h{};
+            if (still_needed == 0 && Read_Header(buffer, h)) {
+                last_id = h.id;
+                // Sizes past the largest packet are junk and end where the read ends.
+                const std::size_t whole = kHeader_Size + std::min<std::size_t>(h.size, kMax_Data);
+                still_needed = whole > buffer.size() ? whole - buffer.size() : 0;
+            } else {
+                still_needed = still_needed > buffer.size() ? still_needed - buffer.size() : 0;
+            }
+            chunks.push_back(std::move(buffer));
+            buffer = Bytes();
+            quiet_since = platform_->Now_ms();
+            continue;
+        }
+        // A record transfer runs until its completion packet; a pause in
+        // between is the receiver catching up.
+        if (expected == kRecords && last_id != kXfer_Complete) {
+            if (platform_->Now_ms() - quiet_since < kBulk_Stall_ms) {
+                Pause(kBulk_Pause_ms);
+                if (!Is_Open()) return false;
+                continue;
+            }
+            // Stalled: what came is still delivered, and the host hears of it.
+            Raise_Error(0, xLate("No response from device"));
+        }
+        break;
+    }
+    return true;
+}
+
+void cUSB::Deliver(const std::vector<Bytes>& blocks, std::uint16_t expected, std::uint16_t second, bool& came) {
+    std::size_t i = 0;
+    while (i < blocks.size()) {
+        Header h{};
+        if (!Read_Header(blocks[i], h) || (h.type != kProtocol_Layer && h.type != kApplication_Layer) || h.id < 1 ||
+            h.size < 1 || h.size > kMax_Data) {
+            // A protocol-layer answer carries no data (the session's second
+            // answer): it is not delivered, but it is the answer awaited.
+            if (h.type == kProtocol_Layer && h.size == 0 && h.id >= 1 && blocks[i].size() >= kHeader_Size) {
+                if (h.id == expected) came = true;
+                if (h.id == second) second_came_ = true;
+            }
+            ++stats_.blocks_dropped;
+            ++i;
+            continue;
+        }
+        const std::size_t whole = kHeader_Size + h.size;
+        Bytes usb;
+        usb.reserve(whole);
+        std::size_t j = i;
+        while (j < blocks.size() && usb.size() < whole) {
+            usb.insert(usb.end(), blocks[j].begin(), blocks[j].end());
+            ++j;
+        }
+        if (usb.size() < whole) {  // cut off by the end of the read
+            ++stats_.packets_cut;
+            return;
+        }
+        usb.resize(whole);
+        Bytes packet = Serial_Form(h.id, usb.data() + kHeader_Size, h.size);
+        if (h.id == expected || (expected == kExpanded_Id && packet[1] == kExpanded_Id)) came = true;
+        if (h.id == second) second_came_ = true;
+        Raise_Received(packet, usb);
+        platform_->DoEvents();
+        i = j;
+        if (!Is_Open()) return;  // a handler closed the transport
+    }
+}
+
+}  // namespace trekcom

@@ -1,0 +1,279 @@
+// NMEA 0183 and text lines: from the simulator, from real receivers'
+// recordings and from hostile lines, each delivered once with the right
+// checksum verdict; and sentences sent with their checksum completed.
+#include <algorithm>
+#include <iomanip>
+#include <numeric>
+#include <sstream>
+
+#include "host.h"
+
+namespace host_test {
+namespace {
+
+// The verdict a sentence deserves, worked out here on its own: it carries
+// "*hh" at its end and hh is the XOR of everything between the first
+// character and the first '*', in upper-case hex.
+bool Deserves_Good_Checksum(const std::string& s) {
+    if (s.size() < 3 || s[s.size() - 3] != '*') return false;
+    const std::string body = s.substr(1, s.find('*') - 1);
+    const unsigned sum = std::accumulate(body.begin(), body.end(), 0u,
+                                         [](unsigned a, char c) { return a ^ static_cast<unsigned char>(c); });
+    std::ostringstream hex;
+    hex << std::uppercase << std::hex << std::setw(2) << std::setfill('0') << sum;
+    return s.substr(s.size() - 2) == hex.str();
+}
+
+// The simulator behind a line that spoils one sentence in `every`.
+class Tampering_Unit : public VirtualDevice, public sim::Line {
+public:
+    Tampering_Unit(sim::Output_Mode mode, int every) : unit_(sim::Profile::Named("current"), sim::Builtin_Data(), [&] {
+        sim::Options o;
+        o.mode = mode;
+        return o;
+    }()), every_(every) {}
+
+    sim::Unit& Sim() { return unit_; }
+    std::vector<std::string> sent, spoiled;  // sentences as they left, without CR LF
+
+    // VirtualDevice
+    void Attached(VirtualLine& l) override {
+        line_ = &l;
+        unit_.Connect(this);
+    }
+    void Host_Wrote(const Bytes& bytes) override { unit_.Host_Wrote(bytes); }
+    void Wake() override { unit_.Wake(); }
+    // sim::Line
+    double Now_ms() const override { return line_->Now_ms(); }
+    void Send(const Bytes& bytes, double at_ms) override {
+        std::string text(bytes.begin(), bytes.end()), out;
+        for (std::size_t pos = 0; pos < text.size();) {
+            std::size_t end = text.find("\r\n", pos);
+            end = end == std::string::npos ? text.size() : end + 2;
+            std::string s = text.substr(pos, end - pos);
+            pos = end;
+            if (s.size() > 8 && every_ > 0 && ++count_ % every_ == 0) {
+                s[5] ^= 1;  // a changed character, the checksum left as it was
+                spoiled.push_back(s.substr(0, s.size() - 2));
+            }
+            sent.push_back(s.substr(0, s.size() - 2));
+            out += s;
+        }
+        // A serial port hands bytes over a few at a time as they come in.
+        constexpr std::size_t kChunk = 8;
+        for (std::size_t pos = 0; pos < out.size(); pos += kChunk) {
+            const std::string piece = out.substr(pos, kChunk);
+            line_->Send(Bytes(piece.begin(), piece.end()), at_ms + pos * 10 * 1000.0 / 4800);
+        }
+    }
+    void Wake_At(double at_ms) override { line_->Wake_At(at_ms); }
+    void Cancel_Wake() override { line_->Cancel_Wake(); }
+    void Line_Rate(std::int32_t baud) override { line_->Device_Baud(baud); }
+
+private:
+    VirtualLine* line_ = nullptr;
+    sim::Unit unit_;
+    int every_;
+    int count_ = 0;
+};
+
+TEST(Nmea, TheChecksumRule) {
+    TrekcomCtl ctl(std::make_shared<VirtualPlatform>());
+    const std::string s = "$GPGLL,4916.45,N,12311.12,W,225444,A";
+    EXPECT_EQ(ctl.NMEA_Checksum(s), "31");
+    EXPECT_EQ(ctl.NMEA_Checksum(s + "*"), "31");
+    EXPECT_EQ(ctl.NMEA_Checksum(s + "*31"), "31");
+    EXPECT_EQ(ctl.NMEA_Checksum("$AB"), "03");  // a leading 0
+    EXPECT_EQ(ctl.NMEA_Checksum("XAB"), "03");  // the first character never counts
+    EXPECT_EQ(ctl.NMEA_Checksum("$\xFF\x0F"), "F0");
+    EXPECT_EQ(ctl.NMEA_Checksum(""), "00");
+    EXPECT_EQ(ctl.NMEA_Checksum("*AB"), "00");
+}
+
+TEST(Nmea, SendCompletesTheChecksumInItsThreeCases) {
+    auto device = std::make_shared<Line_Device>();
+    Host h(device, "4800,N,8,1");
+    ASSERT_TRUE(h.ctl.PortOpen());
+    std::string bare = "$PGRMO,GPGLL,2", starred = "$PGRMO,GPGLL,2*", complete = "$PGRMO,GPGLL,2*00,as is";
+    h.ctl.NMEA_Send(bare);
+    h.ctl.NMEA_Send(starred);
+    h.ctl.NMEA_Send(complete);
+    EXPECT_TRUE(Deserves_Good_Checksum(bare)) << bare;
+    EXPECT_EQ(bare.size(), 17u);
+    EXPECT_EQ(starred, bare);
+    EXPECT_EQ(complete, "$PGRMO,GPGLL,2*00,as is");
+    h.Run(10);
+    EXPECT_EQ(device->written, bare + "\r\n" + bare + "\r\n" + complete + "\r\n");
+}
+
+TEST(Nmea, SimulatorSentencesArriveOnceWithTheirVerdictUnlessChecksAreOff) {
+    auto unit = std::make_shared<Tampering_Unit>(sim::Output_Mode::nmea, 5);
+    Host h(unit, "4800,N,8,1");
+    ASSERT_TRUE(h.ctl.PortOpen());
+    h.Run(4500);
+    auto& got = h.events.nmea;
+    // All but the second still on the line have come, in order.
+    ASSERT_LE(got.size(), unit->sent.size());
+    ASSERT_GE(got.size() + 7, unit->sent.size());
+    ASSERT_GE(got.size(), 20u);
+    std::size_t bad = 0;
+    for (std::size_t i = 0; i < got.size(); ++i) {
+        EXPECT_EQ(got[i].first, unit->sent[i]);
+        EXPECT_EQ(got[i].second, Deserves_Good_Checksum(got[i].first)) << got[i].first;
+        bad += !got[i].second;
+    }
+    EXPECT_EQ(bad, static_cast<std::size_t>(std::count_if(unit->sent.begin(), unit->sent.begin() + got.size(),
+                                                          [&](const std::string& s) {
+                                                              return std::find(unit->spoiled.begin(), unit->spoiled.end(),
+                                                                               s) != unit->spoiled.end();
+                                                          })));
+    EXPECT_GT(bad, 0u);
+    EXPECT_TRUE(h.events.errors.empty());
+    EXPECT_EQ(h.ctl.Settings(), "4800,N,8,1");
+
+    h.ctl.IgnoreCheckSum(true);
+    const std::size_t before = got.size();
+    h.Run(3000);
+    ASSERT_GT(got.size(), before);
+    for (std::size_t i = before; i < got.size(); ++i) EXPECT_FALSE(got[i].second) << got[i].first;
+
+    // The stream stops: after two watchdog periods, one report.
+    unit->Sim().Set_Mode(sim::Output_Mode::garmin);
+    h.Run(10000);
+    ASSERT_EQ(h.events.errors.size(), 1u);
+    EXPECT_EQ(h.events.errors[0].code, 0);
+    EXPECT_EQ(h.events.errors[0].message, "No longer receiving NMEA/TEXT data");
+}
+
+TEST(Nmea, TextLinesCarryNoChecksum) {
+    auto unit = std::make_shared<Tampering_Unit>(sim::Output_Mode::text, 0);
+    Host h(unit, "4800,N,8,1");
+    ASSERT_TRUE(h.ctl.PortOpen());
+    h.Run(3500);
+    ASSERT_GE(h.events.nmea.size(), 3u);
+    for (const auto& [line, ok] : h.events.nmea) {
+        EXPECT_EQ(line.front(), '@');
+        EXPECT_FALSE(ok);
+    }
+}
+
+TEST(Nmea, MoreThanFiftyMismatchesAreReportedOnceAndCountAgain) {
+    auto device = std::make_shared<Line_Device>();
+    Host h(device, "4800,N,8,1");
+    ASSERT_TRUE(h.ctl.PortOpen());
+    const std::string good = "$GPGLL,4916.45,N,12311.12,W,225444,A*31\r\n";
+    const std::string bad = "$GPGLL,4916.45,N,12311.12,W,225444,A*32\r\n";
+    std::string stream;
+    for (int i = 1; i <= 102; ++i) stream += bad + (i % 10 == 0 ? good : "");  // good ones reset nothing
+    device->Send_Paced(stream);
+    h.Run(stream.size() * 10 * 1000.0 / 4800 + 100);
+    ASSERT_EQ(h.events.nmea.size(), 112u);
+    ASSERT_EQ(h.events.errors.size(), 2u);
+    for (const auto& e : h.events.errors) {
+        EXPECT_EQ(e.message,
+                  "There have been more than 50 check sum errors\r\n"
+                  "Verify that your receiver is putting out check sums");
+        EXPECT_TRUE(e.packet.empty());
+    }
+    // Each report comes with the 51st mismatch, before its NMEA event.
+    std::size_t mismatches = 0, nmea_i = 0;
+    std::vector<std::size_t> reported_at;
+    for (const std::string& name : h.events.order) {
+        if (name == "NMEA") mismatches += !h.events.nmea[nmea_i++].second;
+        if (name == "cError") reported_at.push_back(mismatches + 1);
+    }
+    EXPECT_EQ(reported_at, (std::vector<std::size_t>{51, 102}));
+}
+
+TEST(Nmea, StrayBytesBeforeTheFirstLineShiftItAndOnlyIt) {
+    auto device = std::make_shared<Line_Device>();
+    Host h(device, "4800,N,8,1");
+    ASSERT_TRUE(h.ctl.PortOpen());
+    const std::string s1 = "$GPGLL,4916.45,N,12311.12,W,225444,A*31", s2 = "$PGRMZ,48,f,3*27",
+                      s3 = "$PGRMM,WGS 84*06";
+    const std::string first = "xy" + s1 + "\r\n" + s2 + "\r\n";
+    device->line->Send(Bytes(first.begin(), first.end()));
+    h.Run(50);
+    device->Send_Paced(s3 + "\r\n", 4);
+    h.Run(200);
+    ASSERT_EQ(h.events.nmea.size(), 3u);
+    EXPECT_EQ(h.events.nmea[0].first, s1.substr(2) + "\r\n");
+    EXPECT_FALSE(h.events.nmea[0].second);
+    EXPECT_EQ(h.events.nmea[1].first, s2);
+    EXPECT_EQ(h.events.nmea[2].first, s3);
+    EXPECT_TRUE(h.events.nmea[2].second);
+}
+
+TEST(Nmea, LinesOfAnyContentAreHandledAndTheStreamRecovers) {
+    auto device = std::make_shared<Line_Device>();
+    Host h(device, "4800,N,8,1");
+    ASSERT_TRUE(h.ctl.PortOpen());
+    std::string hostile = "$\r\n*\r\n$*\r\n$*00\r\n@*00\r\n$GP*ZZ\r\n**\r\n@\r\n" + std::string(200, '$') + "\r\n";
+    std::mt19937 random(11);
+    for (int line = 0; line < 300; ++line) {
+        std::string s(random() % 120, ' ');
+        for (char& c : s) {
+            c = static_cast<char>(random() % 256);
+            if (c == 16) c = '$';  // a DLE would leave the line branch for the packet one
+        }
+        hostile += s + (random() % 5 ? "\r\n" : "");
+    }
+    device->Send_Paced(hostile);
+    h.Run(hostile.size() * 10 * 1000.0 / 4800 + 5000);  // and the watchdog clears what is left
+    for (const auto& [line, ok] : h.events.nmea) {
+        EXPECT_NE(hostile.find(line), std::string::npos);
+        // A buffer holding an '@' makes its line a text line, so a good
+        // checksum may go unchecked; a bad one is never called good.
+        EXPECT_TRUE(!ok || Deserves_Good_Checksum(line)) << line;
+    }
+    const std::string good = "$GPGLL,4916.45,N,12311.12,W,225444,A*31";
+    h.events.nmea.clear();
+    device->Send_Paced(good + "\r\n");
+    h.Run(200);
+    ASSERT_EQ(h.events.nmea.size(), 1u);
+    EXPECT_EQ(h.events.nmea[0], std::make_pair(good, true));
+}
+
+// ---------------------------------------------------------------- real receivers
+
+// The sentences of a recording. Some recordings were stored with bare LF
+// endings; on the line every sentence ends in CR LF, so they go out that way.
+std::vector<std::string> Recorded_Sentences(const std::string& name) {
+    std::istringstream in(Read_File(std::string(TREKCOM_CAPTURES_DIR) + "/" + name));
+    std::vector<std::string> out;
+    for (std::string line; std::getline(in, line);) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (line.empty() || line.front() == '#') continue;
+        out.push_back(line);
+    }
+    return out;
+}
+
+TEST(Nmea, RealReceiversRecordingsAreDeliveredSentenceBySentenceWithTheRightVerdict) {
+    for (const char* name :
+         {"garmin-10x.log", "garmin-geko201.log", "garmin17n.log", "garmin38.log", "garmin48.log"}) {
+        const std::vector<std::string> sentences = Recorded_Sentences(name);
+        ASSERT_GT(sentences.size(), 10u) << name;
+        std::string wire;
+        std::size_t mismatches = 0;
+        for (const std::string& s : sentences) {
+            wire += s + "\r\n";
+            mismatches += s.size() >= 3 && s[s.size() - 3] == '*' && !Deserves_Good_Checksum(s);
+        }
+        auto device = std::make_shared<Line_Device>();
+        Host h(device, "4800,N,8,1");
+        ASSERT_TRUE(h.ctl.PortOpen());
+        device->Send_Paced(wire);
+        h.Run(wire.size() * 10 * 1000.0 / 4800 + 500);
+        ASSERT_EQ(h.events.nmea.size(), sentences.size()) << name;
+        for (std::size_t i = 0; i < sentences.size(); ++i) {
+            EXPECT_EQ(h.events.nmea[i].first, sentences[i]) << name;
+            EXPECT_EQ(h.events.nmea[i].second, Deserves_Good_Checksum(sentences[i])) << name << ": " << sentences[i];
+        }
+        EXPECT_EQ(h.events.errors.size(), mismatches / 51) << name;
+        EXPECT_TRUE(device->written.empty()) << name;  // NMEA is never answered
+    }
+}
+
+}  // namespace
+}  // namespace host_test

@@ -1,0 +1,361 @@
+// The USB transport against the simulated receiver's USB side, on the
+// virtual platform: packet forms, hostile blocks, the device search, the
+// session and its reset, and the control's requests over Port 0 compared
+// with the same requests over a serial line.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "control/control.h"
+#include "formats.h"
+#include "link/link_fixture.h"
+#include "sim_usb_driver.h"
+#include "trekcom/trekcom.h"
+
+namespace trekcom::testing {
+namespace {
+
+Bytes Usb_Packet(std::uint8_t type, std::uint16_t id, std::uint32_t size, const Bytes& data) {
+    Bytes p{type, 0, 0, 0, static_cast<std::uint8_t>(id), static_cast<std::uint8_t>(id >> 8), 0, 0};
+    for (int i = 0; i < 4; ++i) p.push_back(static_cast<std::uint8_t>(size >> (8 * i)));
+    p.insert(p.end(), data.begin(), data.end());
+    return p;
+}
+
+// A packet as the receiver's interrupt pipe hands it over: 64-byte blocks.
+std::vector<Bytes> Blocks(const Bytes& packet) {
+    std::vector<Bytes> out;
+    for (std::size_t i = 0; i < packet.size(); i += 64)
+        out.emplace_back(packet.begin() + static_cast<std::ptrdiff_t>(i),
+                         packet.begin() + static_cast<std::ptrdiff_t>(std::min(packet.size(), i + 64)));
+    return out;
+}
+
+struct Usb_Recorder : cUSBEvents {
+    std::vector<Bytes> serial, usb, sent;
+    std::vector<std::string> debug;
+    std::vector<std::pair<std::int16_t, std::string>> errors;
+    void USBReceived(Bytes& p, Bytes& u) override {
+        serial.push_back(p);
+        usb.push_back(u);
+    }
+    void USBSent(Bytes& u) override { sent.push_back(u); }
+    void USBDebug(std::string& t) override { debug.push_back(t); }
+    void USBError(std::int16_t& seq, std::string& m, Bytes&) override {
+        errors.emplace_back(seq, m);
+        seq = 0;
+    }
+};
+
+TEST(UsbForms, SerialAndUsbFormsOfEachSize) {
+    const Bytes data{1, 2, 3};
+    EXPECT_EQ(cUSB::Serial_Form(35, data.data(), 3), (Bytes{16, 35, 3, 1, 2, 3, 0, 16, 3}));
+    // Id 300: expanded, size+6 in byte 2, the 32-bit size, then the 16-bit id.
+    EXPECT_EQ(cUSB::Serial_Form(300, data.data(), 3), (Bytes{16, 123, 9, 3, 0, 0, 0, 0x2C, 0x01, 1, 2, 3, 0, 16, 3}));
+    const Bytes big(300, 7);
+    const Bytes long_form = cUSB::Serial_Form(34, big.data(), 300);
+    ASSERT_EQ(long_form.size(), 312u);
+    EXPECT_EQ(long_form[1], 123);
+    EXPECT_EQ(long_form[2], 255);
+    EXPECT_EQ(long_form[4], 1);  // 300 = 0x12C
+
+    // Back to USB: normal, expanded, a bare protocol request.
+    EXPECT_EQ(cUSB::Usb_Form({16, 35, 3, 1, 2, 3, 0, 16, 3}), Usb_Packet(20, 35, 3, data));
+    EXPECT_EQ(cUSB::Usb_Form(cUSB::Serial_Form(300, big.data(), 300)), Usb_Packet(20, 300, 300, big));
+    EXPECT_EQ(cUSB::Usb_Form({0, 5}), Usb_Packet(0, 5, 0, {}));
+    // Sizes that claim more than the packet holds are cut to what it holds.
+    EXPECT_EQ(cUSB::Usb_Form({16, 35, 200, 1}), Usb_Packet(20, 35, 1, {1}));
+    EXPECT_EQ(cUSB::Usb_Form({16, 123, 255, 0xFF, 0xFF, 0xFF, 0xFF, 1, 0}), Usb_Packet(20, 1, 0, {}));
+    EXPECT_TRUE(cUSB::Usb_Form({16}).empty());
+}
+
+class Usb_Transport : public ::testing::Test {
+protected:
+    Usb_Transport() {
+        usb.Advise(rec);
+        receiver->unit.Usb_Host_Wrote(Usb_Packet(0, 5, 0, {}));  // the unit now answers on USB
+        receiver->unit.Usb_Interrupt_Read();
+    }
+    void Inject(const Bytes& packet) {
+        for (Bytes& b : Blocks(packet)) receiver->interrupt_blocks.push_back(std::move(b));
+    }
+
+    std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
+    std::shared_ptr<Sim_Usb_Receiver> receiver = Plug_In(vp);
+    cUSB usb{vp};
+    Usb_Recorder rec;
+};
+
+TEST_F(Usb_Transport, BlocksOfAnyContentAreDroppedOrDeliveredWhole) {
+    ASSERT_TRUE(usb.Open());
+    Inject(Usb_Packet(20, 35, 0, {}));                 // size 0
+    Inject(Usb_Packet(20, 35, 1047, Bytes(1047, 1)));  // one byte too large
+    Inject(Usb_Packet(20, 0, 2, {1, 2}));              // id 0
+    Inject(Usb_Packet(7, 35, 2, {1, 2}));              // no such layer
+    receiver->interrupt_blocks.push_back({20, 0, 0});  // shorter than a header
+    Inject(Usb_Packet(20, 35, 1046, Bytes(1046, 2)));  // the largest: 17 blocks
+    Inject(Usb_Packet(20, 300, 2, {9, 8}));            // an id past a byte
+    Inject(Usb_Packet(20, 36, 100, Bytes(60, 3)));     // cut off by the end of the read
+    EXPECT_FALSE(usb.Read_Packets(0x24));
+
+    ASSERT_EQ(rec.serial.size(), 2u);
+    const Bytes& largest = rec.serial[0];
+    ASSERT_EQ(largest.size(), 1046u + 12);
+    EXPECT_EQ(largest[1], 123);
+    EXPECT_EQ(largest[2], 255);
+    EXPECT_EQ(largest[9], 2);
+    EXPECT_EQ(rec.usb[0], Usb_Packet(20, 35, 1046, Bytes(1046, 2)));
+    EXPECT_EQ(rec.serial[1], (Bytes{16, 123, 8, 2, 0, 0, 0, 0x2C, 0x01, 9, 8, 0, 16, 3}));
+    EXPECT_EQ(usb.Stats().packets_cut, 1);
+    EXPECT_FALSE(usb.Busy());
+    EXPECT_TRUE(receiver->interrupt_blocks.empty());
+}
+
+TEST_F(Usb_Transport, RandomBlocksAreDeliveredOnlyWhole) {
+    ASSERT_TRUE(usb.Open());
+    std::mt19937 rng(1047);
+    for (int round = 0; round < 200; ++round) {
+        for (int b = 0; b < 20; ++b) {
+            Bytes block(rng() % 70);
+            for (auto& x : block) x = static_cast<std::uint8_t>(rng());
+            if (block.size() >= 12 && rng() % 2) {  // a plausible header, often a lying one
+                block[0] = rng() % 3 ? 20 : 0;
+                const std::uint32_t size = rng() % 3 ? rng() % 200 : rng();
+                for (int i = 0; i < 4; ++i) block[8 + i] = static_cast<std::uint8_t>(size >> (8 * i));
+            }
+            receiver->interrupt_blocks.push_back(block);
+        }
+        // An empty block ends a read, as an empty pipe does: read on.
+        for (int reads = 0; reads < 40 && !receiver->interrupt_blocks.empty(); ++reads) usb.Read_Packets(0);
+        ASSERT_TRUE(receiver->interrupt_blocks.empty());
+        ASSERT_TRUE(usb.Is_Open());
+    }
+    ASSERT_FALSE(rec.usb.empty());
+    for (std::size_t i = 0; i < rec.usb.size(); ++i) {
+        const Bytes& u = rec.usb[i];
+        const std::uint32_t size = u[8] | (u[9] << 8) | (u[10] << 16) | (static_cast<std::uint32_t>(u[11]) << 24);
+        EXPECT_GE(size, 1u);
+        EXPECT_LE(size, 1046u);
+        EXPECT_EQ(u.size(), 12 + size);
+        EXPECT_EQ(rec.serial[i].size(), size + (rec.serial[i][1] == 123 ? 12u : 6u));
+    }
+}
+
+TEST_F(Usb_Transport, ExpectedIdsThatNeedNoRead) {
+    ASSERT_TRUE(usb.Open());
+    Inject(Usb_Packet(20, 6, 2, {1, 0}));
+    for (std::uint16_t id : {6, 2}) EXPECT_TRUE(usb.Read_Packets(id));
+    EXPECT_EQ(receiver->interrupt_reads, 0);
+    // 1 reads for real and waits for 6; an expanded packet answers 123.
+    EXPECT_TRUE(usb.Read_Packets(1));
+    Inject(Usb_Packet(20, 300, 1, {1}));
+    EXPECT_TRUE(usb.Read_Packets(123));
+    EXPECT_FALSE(usb.Read_Packets(0));  // nothing left
+}
+
+TEST_F(Usb_Transport, SessionStartAndDeviceThatVanishesMidTransfer) {
+    ASSERT_TRUE(usb.Open());
+    EXPECT_TRUE(usb.Start_Session());
+    EXPECT_EQ(usb.Max_Packet_Size(), 64u);
+    ASSERT_GE(receiver->written.size(), 2u);
+    EXPECT_EQ(receiver->written[0], Usb_Packet(0, 5, 0, {}));
+    EXPECT_EQ(receiver->written[1], Usb_Packet(0, 16, 0, {}));
+
+    rec.serial.clear();  // the session's own answer
+    receiver->vanish_after_bulk_reads = 3;
+    EXPECT_TRUE(usb.Write_Packet({16, 10, 2, 7, 0, 0, 16, 3}));  // waypoints, please
+    const double start = vp->Now_ms();
+    EXPECT_FALSE(usb.Read_Packets(27));
+    EXPECT_LT(vp->Now_ms() - start, 1000);
+    ASSERT_EQ(rec.errors.size(), 1u);
+    EXPECT_EQ(rec.errors[0].second, "USB device read failed");
+    EXPECT_FALSE(usb.Is_Open());
+    // A transfer read only in part is not handed on.
+    EXPECT_TRUE(rec.serial.empty());
+}
+
+// A control on Port 0, its events recorded.
+class Usb_Control : public ::testing::Test {
+protected:
+    Usb_Control() {
+        ctl.Advise(rec);
+        ctl.Port(0);
+    }
+    detail::Control& C() { return detail::Control::Of(ctl); }
+
+    std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
+    std::shared_ptr<Sim_Usb_Receiver> receiver = Plug_In(vp);
+    TrekcomCtl ctl{vp};
+    Recorder rec;
+};
+
+TEST_F(Usb_Control, SearchRepeatsWhileTheHostLeavesCodeFour) {
+    receiver->present = false;
+    struct Host : Recorder {
+        int leave = 2;
+        void vcError(std::int16_t& c, std::string& m, std::string& p) override {
+            Recorder::vcError(c, m, p);
+            if (c == 4 && leave-- <= 0) c = 0;
+        }
+    } host;
+    ctl.Advise(host);
+    EXPECT_FALSE(ctl.PortOpen());
+    EXPECT_EQ(receiver->searches, 3);
+    ASSERT_EQ(host.errors.size(), 3u);
+    EXPECT_EQ(host.errors[0].code, 4);
+    EXPECT_EQ(host.errors[0].message, "Garmin USB GPS device not found\r\nor device not turned on.");
+
+    // Plugged in while the host waits: the next search finds it.
+    struct Plugging : Recorder {
+        Sim_Usb_Receiver* r = nullptr;
+        void cError(std::int16_t& c, std::string& m, Bytes& p) override {
+            Recorder::cError(c, m, p);
+            r->present = true;  // and the code stays 4
+        }
+    } plugging;
+    plugging.r = receiver.get();
+    receiver->present = false;
+    ctl.Advise(plugging);
+    EXPECT_TRUE(ctl.PortOpen());
+    EXPECT_EQ(plugging.errors.size(), 1u);
+
+    // Nobody listening: no endless search.
+    receiver->present = false;
+    ctl.PortClose();
+    ctl.Unadvise();
+    EXPECT_FALSE(ctl.PortOpen());
+}
+
+TEST_F(Usb_Control, OpenFailuresSayWhy) {
+    receiver->deny_open = true;
+    EXPECT_FALSE(ctl.PortOpen());
+    ASSERT_EQ(rec.errors.size(), 1u);
+    EXPECT_NE(rec.errors[0].message.find("No permission"), std::string::npos);
+
+    // A system without a USB driver.
+    auto bare = std::make_shared<VirtualPlatform>();
+    TrekcomCtl other(bare);
+    Recorder r;
+    other.Advise(r);
+    other.Port(0);
+    other.Request_Product_Data();
+    ASSERT_EQ(r.errors.size(), 2u);
+    EXPECT_EQ(r.errors[0].message, "USB is not supported on this system");
+    EXPECT_EQ(r.errors[1].message, "USB connection failure");
+}
+
+TEST_F(Usb_Control, SessionThatFailsGetsOneReset) {
+    receiver->swallow_session_starts = 1;
+    ctl.Request_Product_Data();
+    EXPECT_EQ(receiver->resets, 1);
+    EXPECT_NE(std::find(rec.debug.begin(), rec.debug.end(), "USB Device Reset"), rec.debug.end());
+    EXPECT_EQ(ctl.Product_Data()->Product_ID, receiver->unit.Unit_Profile().product_id);
+    EXPECT_TRUE(rec.errors.empty());
+
+    // A reset that fails ends the request.
+    ctl.PortClose();
+    receiver->swallow_session_starts = 1;
+    receiver->reset_fails = true;
+    ctl.Request_Product_Data();
+    ASSERT_EQ(rec.errors.size(), 2u);
+    EXPECT_EQ(rec.errors[0].message, "USB Device failed to reset after error");
+    EXPECT_EQ(rec.errors[1].message, "USB connection failure");
+}
+
+// The same requests over a serial line and over USB give the same packets.
+struct Run_Result {
+    std::vector<Bytes> packets;  // data packets received, as id and data
+    std::string protocols;
+    std::int16_t product = 0;
+    int waypoints = 0, routes = 0, tracks = 0;
+};
+
+struct Download_Recorder : Recorder {
+    int waypoints = 0, routes = 0, tracks = 0;
+    void ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>&) override { ++waypoints; }
+    void ReceivedRoutes(std::shared_ptr<Collection<cRoute>>&) override { ++routes; }
+    void ReceivedTracks(std::shared_ptr<Collection<cTrack>>&) override { ++tracks; }
+};
+
+Run_Result Run_Requests(bool over_usb) {
+    auto vp = std::make_shared<VirtualPlatform>();
+    auto receiver = Plug_In(vp);
+    TrekcomCtl ctl(vp);
+    Download_Recorder rec;
+    ctl.Advise(rec);
+    if (over_usb) {
+        ctl.Port(0);
+    } else {
+        vp->Attach(1, std::make_shared<sim::Virtual_Unit>());
+        EXPECT_TRUE(ctl.PortOpen());
+    }
+    ctl.Request_Product_Data();
+    ctl.Request_Waypoints();
+    vp->Run_Until([&] { return rec.waypoints == 1; }, 30000);
+    ctl.Request_Routes();
+    vp->Run_Until([&] { return rec.routes == 1; }, 30000);
+    ctl.Request_Tracks();
+    vp->Run_Until([&] { return rec.tracks == 1; }, 30000);
+    EXPECT_TRUE(rec.errors.empty()) << (rec.errors.empty() ? "" : rec.errors[0].message);
+
+    Run_Result out;
+    for (const Bytes& p : rec.received) {
+        if (p[1] == 6 || p[1] == 21) continue;  // the serial link's own
+        Bytes id_and_data{p[1]};
+        const Bytes data = link::Packet_Data(p);
+        id_and_data.insert(id_and_data.end(), data.begin(), data.end());
+        out.packets.push_back(id_and_data);
+    }
+    out.protocols = ctl.Link_Protocol() + ctl.WayPoint_Transfer_Protocol() + ctl.Waypoint_Data_Format() +
+                    ctl.Route_Transfer_Protocol() + ctl.Track_Transfer_Protocol() + ctl.Track_Point_Format();
+    out.product = ctl.Product_Data()->Product_ID;
+    out.waypoints = rec.waypoints;
+    out.routes = rec.routes;
+    out.tracks = rec.tracks;
+    return out;
+}
+
+TEST(UsbAgainstSerial, IdentificationAndDownloadsMatch) {
+    const Run_Result serial = Run_Requests(false);
+    const Run_Result usb = Run_Requests(true);
+    EXPECT_EQ(usb.product, serial.product);
+    EXPECT_EQ(usb.protocols, serial.protocols);
+    EXPECT_EQ(usb.waypoints, 1);
+    EXPECT_EQ(usb.routes, 1);
+    EXPECT_EQ(usb.tracks, 1);
+    EXPECT_GT(usb.packets.size(), 20u);
+    EXPECT_EQ(usb.packets, serial.packets);
+}
+
+TEST_F(Usb_Control, UploadAndPvtPolling) {
+    ctl.Request_Product_Data();
+    ASSERT_TRUE(rec.errors.empty());
+    // An upload needs no acknowledgements, and no watchdog re-sends a record.
+    std::int16_t count = 1;
+    ctl.Start_of_Records(count);
+    sim::Waypoint w = receiver->unit.Data().waypoints.at(0);
+    w.ident = "USBWPT";
+    ctl.Send(link::Make_Packet(35, sim::formats::Encode_Waypoint(w, receiver->unit.Unit_Profile().waypoint_type)));
+    ctl.End_of_Records();
+    vp->Advance(10000);
+    EXPECT_EQ(receiver->unit.Stats().uploads_completed, 1);
+    ASSERT_EQ(receiver->unit.Uploaded().waypoints.size(), 1u);
+    EXPECT_EQ(receiver->unit.Uploaded().waypoints[0].ident, "USBWPT");
+    EXPECT_TRUE(rec.errors.empty());
+    const auto before = receiver->written.size();
+    vp->Advance(10000);
+    EXPECT_EQ(receiver->written.size(), before);
+
+    // PVT: the unit streams once a second; each poll delivers what came.
+    ctl.Send(link::Make_Packet(10, {49, 0}));
+    int pvt = 0;
+    for (int i = 0; i < 5; ++i) {
+        vp->Advance(1000);
+        C().USB_Poll();
+    }
+    for (const Bytes& p : rec.received) pvt += p[1] == 51;
+    EXPECT_GE(pvt, 4);
+}
+
+}  // namespace
+}  // namespace trekcom::testing
