@@ -188,32 +188,6 @@ double Course(const cPvtData& p) {
     return c < 0 ? c + 360 : c;
 }
 
-// Installs a file dialog answer and offers the replay where the control has one.
-template <typename Ctl>
-bool Replay_Log(Ctl& ctl, const std::string& log) {
-    if constexpr (requires { ctl.Request_Display(); }) {
-        ctl.Platform()->File_Dialog_Handler([log](const std::string&) { return log; });
-        ctl.Request_Display();
-        return true;
-    } else {
-        (void)ctl;
-        (void)log;
-        return false;
-    }
-}
-
-template <typename Ctl>
-bool Send_Sentence(Ctl& ctl, std::string& sentence) {
-    if constexpr (requires { ctl.NMEA_Send(sentence); }) {
-        ctl.NMEA_Send(sentence);
-        return true;
-    } else {
-        (void)ctl;
-        (void)sentence;
-        return false;
-    }
-}
-
 }  // namespace
 
 std::string Summary(const Data& d) {
@@ -500,8 +474,7 @@ int Run_Nmea(Session_Options& s, const Command_Options& c) {
     Opened o(s, false);
     if (!c.sentence.empty()) {
         std::string sentence = c.sentence;
-        if (!Send_Sentence(o.ctl(), sentence))
-            throw Failure(kUnsupported, "unsupported: this build of the control cannot send NMEA sentences");
+        o.ctl().NMEA_Send(sentence);
         std::cout << sentence << '\n';
         return kOk;
     }
@@ -528,9 +501,14 @@ int Run_Replay(Session_Options& s, const Command_Options& c) {
         ++packets;
         std::cout << Format("packet %3u, %3zu data bytes", p[1], p.size() >= 6 ? p.size() - 6 : 0) << '\n';
     };
-    if (!Replay_Log(session.Ctl(), c.input))
-        throw Failure(kUnsupported, "unsupported: this build of the control cannot replay logs");
-    std::cout << packets << " packets replayed from " << c.input << '\n';
+    // The control offers a saved log before it asks for a screen; the file
+    // dialog's answer is the log, and its packets come in as if just received.
+    session.Ctl().Platform()->File_Dialog_Handler([&c](const std::string&) { return c.input; });
+    session.Ctl().Request_Display();
+    TrekcomCtl& ctl = session.Ctl();
+    std::cout << packets << " packets replayed from " << c.input << ": " << ctl.Waypoints()->Count()
+              << " waypoints, " << ctl.Routes()->Count() << " routes, " << ctl.Tracks()->Count()
+              << " track records decoded\n";
     return kOk;
 }
 

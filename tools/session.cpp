@@ -22,17 +22,6 @@ bool Blank(const std::string& s) {
     return std::all_of(s.begin(), s.end(), [](unsigned char c) { return std::isspace(c) || c == 0; });
 }
 
-// The language, where the control has one (the host surface adds it).
-template <typename Ctl>
-bool Set_Language(Ctl& ctl, const std::string& language) {
-    if constexpr (requires { ctl.Language(language); }) {
-        ctl.Language(language);
-        return true;
-    } else {
-        return false;
-    }
-}
-
 }  // namespace
 
 Session::Session(Session_Options options) : options_(std::move(options)) {
@@ -52,8 +41,7 @@ void Session::Open() {
         if (!trace_) throw Failure(kError, "cannot write the trace file " + options_.trace_file);
         ctl_.DebugLog(true);
     }
-    if (!options_.language.empty() && !Set_Language(ctl_, options_.language))
-        throw Failure(kUsage, "--language: this build of the control has no translations");
+    if (!options_.language.empty()) ctl_.Language(options_.language);
     // Messages the control would show in a box go to the trace instead of
     // interleaving with the tool's output; failures reach the user as the
     // tool's own one-line message.

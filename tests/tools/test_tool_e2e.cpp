@@ -49,11 +49,9 @@ private:
     std::string dir_;
 };
 
-// Runs the tool with these arguments; no shell, so paths need no quoting.
-Result Run_Tool(const Scratch& scratch, std::vector<std::string> args) {
+// Runs a program with these arguments; no shell, so paths need no quoting.
+Result Run_Program(const Scratch& scratch, std::vector<std::string> args) {
     const fs::path out = scratch / "stdout", err = scratch / "stderr";
-    args.insert(args.begin(), "--no-progress");
-    args.insert(args.begin(), TREKCOM_TOOL);
     const pid_t pid = fork();
     if (pid == 0) {
         const int o = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -69,6 +67,11 @@ Result Run_Tool(const Scratch& scratch, std::vector<std::string> args) {
     int status = 0;
     waitpid(pid, &status, 0);
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(out), Slurp(err)};
+}
+
+Result Run_Tool(const Scratch& scratch, std::vector<std::string> args) {
+    args.insert(args.begin(), {TREKCOM_TOOL, "--no-progress"});
+    return Run_Program(scratch, std::move(args));
 }
 
 // trekcom-sim serving one unit on a pty link until the test ends.
@@ -275,6 +278,36 @@ TEST_F(Tool, FailuresGiveTheirCodeAndOneLine) {
     EXPECT_TRUE(one_line(unknown)) << unknown.err;
     EXPECT_EQ(Run_Tool(scratch, {"get"}).code, 2);
     EXPECT_EQ(Run_Tool(scratch, {"put", "--help"}).code, 0);
+}
+
+// A trace written by one run replays through the control in another, with no receiver.
+TEST_F(Tool, TraceReplaysAndNmeaGoesBothWays) {
+    const fs::path trace = scratch / "trace.log";
+    ASSERT_EQ(Sim({"--trace", trace.string(), "get", "waypoints", "-o", (scratch / "w.gpx").string()}).code, 0);
+    const Result r = Run_Tool(scratch, {"replay", trace.string()});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("packets replayed from " + trace.string() + ": 12 waypoints"), std::string::npos) << r.out;
+    EXPECT_EQ(Run_Tool(scratch, {"replay", (scratch / "none.log").string()}).code, 6);
+
+    const Result monitor = Sim({"--sim-mode", "nmea", "nmea", "-n", "3"});
+    ASSERT_EQ(monitor.code, 0) << monitor.err;
+    EXPECT_EQ(std::count(monitor.out.begin(), monitor.out.end(), '$'), 3) << monitor.out;
+    EXPECT_EQ(monitor.out.find("checksum"), std::string::npos) << monitor.out;  // every one checked good
+    EXPECT_EQ(Sim({"--sim-mode", "nmea", "nmea", "--send", "$PGRMO,,3"}).out, "$PGRMO,,3*74\n");
+}
+
+// The two example programs do what docs/trekcom.md says they do.
+TEST_F(Tool, ExamplesRunAgainstTheSimulator) {
+    Sim_Process unit(scratch, "");
+    ASSERT_TRUE(unit.Ready());
+    const Result w = Run_Program(scratch, {TREKCOM_EXAMPLE_WAYPOINTS, unit.Link()});
+    ASSERT_EQ(w.code, 0) << w.err;
+    EXPECT_EQ(w.out.find("TREKSIM 60 Software Version 3.80 (product 1000, waypoints A100 D108)\nHOME "), 0u) << w.out;
+    EXPECT_EQ(std::count(w.out.begin(), w.out.end(), '\n'), 1 + static_cast<long>(builtin.waypoints.size()));
+    const Result p = Run_Program(scratch, {TREKCOM_EXAMPLE_PVT, unit.Link(), "2"});
+    ASSERT_EQ(p.code, 0) << p.err;
+    EXPECT_EQ(std::count(p.out.begin(), p.out.end(), '\n'), 2) << p.out;
+    EXPECT_NE(p.out.find("46.635600    6.282200"), std::string::npos) << p.out;
 }
 
 }  // namespace
