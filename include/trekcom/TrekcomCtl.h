@@ -204,6 +204,13 @@ public:
     void Send_Route_Link();      // Route's link fields
     void Send_Track_Header();    // Track's header fields
     void Send_Track();           // Track as one track point
+    // Off (the default), Send_Track gives every point the size byte of a
+    // D300 point, 13, whatever the layout, as the control always has; a
+    // receiver that checks the size byte against the frame refuses D301 and
+    // D302 points sent so. On, the size byte is the true data size of the
+    // layout (21 for D301, 25 for D302). A plain store, read by each Send_Track.
+    bool Track_Point_True_Size() const;
+    void Track_Point_True_Size(bool on);
     void Send_Almanac_Data();
     void Send_Lap();
     void Send_Flightbook_Record();

@@ -167,6 +167,8 @@ public:
     void Send_Route_Link();
     void Send_Track_Header();
     void Send_Track();
+    // The host's choice: track points carry their true data size (see TrekcomCtl.h).
+    bool Track_Point_True_Size = false;
     void Send_Almanac_Data();
     void Send_Lap();
     void Send_Flightbook_Record();

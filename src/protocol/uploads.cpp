@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "link/framing.h"
 #include "protocol/engine.h"
 #include "records/codecs/codecs.h"
 #include "records/fields.h"
@@ -85,7 +86,16 @@ void Engine::Send_Track_Header() {
 
 void Engine::Send_Track() {
     if (!Supports(Transfer_Kind::Tracks, Asker::Send)) return;
-    Send_Record([&] { return records::Encode_Track_Point(*Created(Track), P.Track_Point_Format, ids_.PID_Trk_Data); });
+    Send_Record([&] {
+        Bytes p = records::Encode_Track_Point(*Created(Track), P.Track_Point_Format, ids_.PID_Trk_Data);
+        // The codec writes the D300 size for every layout; a host that asked
+        // for the true size gets the frame's own, and a checksum to match.
+        if (Track_Point_True_Size && p.size() > link::kFrameOverhead) {
+            p[2] = static_cast<std::uint8_t>(p.size() - link::kFrameOverhead);
+            link::Seal_Packet(p);
+        }
+        return p;
+    });
 }
 
 // ---------------------------------------------------------------- almanac, laps, flightbook

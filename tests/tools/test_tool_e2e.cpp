@@ -1,0 +1,314 @@
+// The built tool as a user runs it: a subprocess against trekcom-sim on a pty,
+// against its own --port sim, and against ports with nobody or nothing there.
+#include <fcntl.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "files.h"
+#include "trekcom_sim/unit.h"
+
+namespace trekcom::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Result {
+    int code = -1;
+    std::string out, err;
+};
+
+std::string Slurp(const fs::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+class Scratch {
+public:
+    Scratch() {
+        std::string t = (fs::temp_directory_path() / "trekcom-tool-XXXXXX").string();
+        dir_ = mkdtemp(t.data()) ? t : "";
+    }
+    ~Scratch() {
+        std::error_code ec;
+        if (!dir_.empty()) fs::remove_all(dir_, ec);
+    }
+    fs::path operator/(const std::string& name) const { return fs::path(dir_) / name; }
+
+private:
+    std::string dir_;
+};
+
+// Runs a program with these arguments; no shell, so paths need no quoting.
+Result Run_Program(const Scratch& scratch, std::vector<std::string> args) {
+    const fs::path out = scratch / "stdout", err = scratch / "stderr";
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int o = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        const int e = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        dup2(o, 1);
+        dup2(e, 2);
+        std::vector<char*> argv;
+        for (auto& a : args) argv.push_back(a.data());
+        argv.push_back(nullptr);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(out), Slurp(err)};
+}
+
+Result Run_Tool(const Scratch& scratch, std::vector<std::string> args) {
+    args.insert(args.begin(), {TREKCOM_TOOL, "--no-progress"});
+    return Run_Program(scratch, std::move(args));
+}
+
+// trekcom-sim serving one unit on a pty link until the test ends.
+class Sim_Process {
+public:
+    Sim_Process(const Scratch& scratch, const std::string& data_file) : link_((scratch / "gps").string()) {
+        int pipe_fds[2];
+        if (pipe(pipe_fds) != 0) return;
+        pid_ = fork();
+        if (pid_ == 0) {
+            dup2(pipe_fds[1], 1);
+            close(pipe_fds[0]);
+            if (data_file.empty())
+                execl(TREKCOM_SIM_TOOL, TREKCOM_SIM_TOOL, "--link", link_.c_str(), static_cast<char*>(nullptr));
+            else
+                execl(TREKCOM_SIM_TOOL, TREKCOM_SIM_TOOL, "--link", link_.c_str(), "--data", data_file.c_str(),
+                      static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        close(pipe_fds[1]);
+        std::string line;
+        char c;
+        while (read(pipe_fds[0], &c, 1) == 1 && c != '\n') line += c;
+        close(pipe_fds[0]);
+        ready_ = line.rfind("trekcom-sim: ready on ", 0) == 0;
+    }
+    ~Sim_Process() {
+        if (pid_ > 0) {
+            kill(pid_, SIGTERM);
+            waitpid(pid_, nullptr, 0);
+        }
+    }
+    bool Ready() const { return ready_; }
+    const std::string& Link() const { return link_; }
+
+private:
+    std::string link_;
+    pid_t pid_ = -1;
+    bool ready_ = false;
+};
+
+class Tool : public ::testing::Test {
+protected:
+    Result Sim(std::vector<std::string> args) {
+        args.insert(args.begin(), {"--port", "sim"});
+        return Run_Tool(scratch, std::move(args));
+    }
+    nlohmann::json Json_Of(const Result& r) {
+        EXPECT_EQ(r.code, 0) << r.err;
+        return nlohmann::json::parse(r.out, nullptr, false);
+    }
+    Scratch scratch;
+    const sim::Data_Set builtin = sim::Builtin_Data();
+    // As the default unit sends it (its layouts set the first point's segment flag, for one).
+    const sim::Data_Set visible = sim::Unit(sim::Profile::Named("current")).Visible_Data();
+};
+
+TEST_F(Tool, InfoShowsTheUnitAndItsProtocols) {
+    Sim_Process unit(scratch, "");
+    ASSERT_TRUE(unit.Ready());
+    const Result r = Run_Tool(scratch, {"--port", unit.Link(), "info"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("Product:      TREKSIM 60 Software Version 3.80"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("Unit id:      3456789012"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("  Tracks         A301  D310 D301\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("  Flightbook     -\n"), std::string::npos) << r.out;
+    const auto j = Json_Of(Sim({"--json", "info"}));
+    EXPECT_EQ(j["Product_ID"], 1000);
+    EXPECT_EQ(j["Protocols"]["Routes"]["Formats"], nlohmann::json({"D202", "D108", "D210"}));
+}
+
+// Every kind alone, as JSON, against what the unit holds.
+TEST_F(Tool, EachKindComesDownWhole) {
+    const auto j = Json_Of(Sim({"--json", "get", "waypoints", "proximity", "routes", "tracks", "laps", "almanac"}));
+    ASSERT_TRUE(j.is_object()) << j;
+    ASSERT_EQ(j["waypoints"].size(), builtin.waypoints.size());
+    for (std::size_t i = 0; i < builtin.waypoints.size(); ++i) {
+        EXPECT_EQ(j["waypoints"][i]["Ident"], builtin.waypoints[i].ident);
+        EXPECT_NEAR(j["waypoints"][i]["Lat"].get<double>(), sim::Semi_To_Deg(builtin.waypoints[i].lat), 1e-9);
+    }
+    ASSERT_EQ(j["proximity"].size(), builtin.proximity.size());
+    EXPECT_EQ(j["proximity"][0]["Dist"], builtin.proximity[0].dist);
+    ASSERT_EQ(j["routes"].size(), builtin.routes.size());
+    for (std::size_t i = 0; i < builtin.routes.size(); ++i) {
+        EXPECT_EQ(j["routes"][i]["Ident"], builtin.routes[i].ident);
+        EXPECT_EQ(j["routes"][i]["Waypoints"].size(), builtin.routes[i].points.size());
+    }
+    // Each track under its own header, its points in order, segments where the unit broke them.
+    ASSERT_EQ(j["tracks"].size(), builtin.tracks.size());
+    for (std::size_t i = 0; i < builtin.tracks.size(); ++i) {
+        const auto& want = visible.tracks[i];
+        const auto& got = j["tracks"][i];
+        EXPECT_EQ(got["Ident"], want.ident);
+        ASSERT_EQ(got["Points"].size(), want.points.size());
+        for (std::size_t k = 0; k < want.points.size(); ++k) {
+            EXPECT_EQ(got["Points"][k]["New_Segment"], want.points[k].new_segment) << want.ident << " " << k;
+            EXPECT_EQ(got["Points"][k]["Time"], Iso_Time(want.points[k].time));
+        }
+    }
+    EXPECT_EQ(j["laps"].size(), builtin.laps.size());
+    EXPECT_EQ(j["almanac"].size(), builtin.almanac.size());
+    EXPECT_FALSE(j.contains("flightbook"));
+}
+
+TEST_F(Tool, GetAllWritesGpxAndSkipsWhatTheUnitLacks) {
+    const fs::path out = scratch / "all.gpx";
+    const Result r = Sim({"get", "all", "-o", out.string()});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("12 waypoints, 2 proximity waypoints, 2 routes (8 points), 2 tracks"), std::string::npos)
+        << r.out;
+    Data d;
+    std::string error;
+    ASSERT_TRUE(Read_Gpx(out.string(), d, error)) << error;
+    EXPECT_EQ(d.waypoints.size(), builtin.waypoints.size());
+    EXPECT_EQ(d.proximity.size(), builtin.proximity.size());
+    EXPECT_EQ(d.tracks.size(), builtin.tracks.size());
+    const std::string text = Slurp(out);
+    EXPECT_NE(text.find("<sym>Residence</sym>"), std::string::npos);  // HOME, symbol 10
+    EXPECT_NE(text.find("<trekcom:lap "), std::string::npos);
+}
+
+// Uploaded to an empty unit and read back, a file gives back the same GPX.
+TEST_F(Tool, PutThenGetGivesBackTheSameGpx) {
+    const fs::path original = scratch / "original.gpx", back = scratch / "back.gpx", empty = scratch / "empty.json";
+    ASSERT_EQ(Sim({"get", "waypoints", "proximity", "routes", "tracks", "-o", original.string()}).code, 0);
+    std::ofstream(empty) << "{}";
+    Sim_Process unit(scratch, empty.string());
+    ASSERT_TRUE(unit.Ready());
+    const Result put = Run_Tool(scratch, {"--port", unit.Link(), "put", original.string()});
+    ASSERT_EQ(put.code, 0) << put.err;
+    EXPECT_EQ(put.out, "uploaded 12 waypoints, 2 proximity waypoints, 2 routes (8 points), 2 tracks (65 points) to "
+                       "TREKSIM 60 Software Version 3.80\n");
+    const Result get = Run_Tool(scratch, {"--port", unit.Link(), "get", "waypoints", "proximity", "routes", "tracks", "-o",
+                                     back.string()});
+    ASSERT_EQ(get.code, 0) << get.err;
+    EXPECT_EQ(Slurp(back), Slurp(original));
+}
+
+// D302 points reach a unit that checks the size byte: the tool asks the control for the true size.
+TEST_F(Tool, PutVerifiesOnAUnitWithD302Points) {
+    const fs::path file = scratch / "d110.gpx";
+    ASSERT_EQ(Sim({"--sim-profile", "d110", "get", "waypoints", "tracks", "-o", file.string()}).code, 0);
+    const Result r = Sim({"--sim-profile", "d110", "--sim-empty", "put", file.string(), "--verify"});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("verified: every record read back"), std::string::npos) << r.out;
+}
+
+TEST_F(Tool, PvtCountsAndRealTimeRequests) {
+    const Result pvt = Sim({"pvt", "-n", "3"});
+    ASSERT_EQ(pvt.code, 0) << pvt.err;
+    EXPECT_EQ(std::count(pvt.out.begin(), pvt.out.end(), '\n'), 3) << pvt.out;
+    EXPECT_NE(pvt.out.find("2024-06-01T12:00:0"), std::string::npos) << pvt.out;
+    EXPECT_NE(pvt.out.find("46.635600    6.282200"), std::string::npos) << pvt.out;
+
+    const Result nmea = Sim({"pvt", "-n", "2", "--nmea"});
+    ASSERT_EQ(nmea.code, 0) << nmea.err;
+    EXPECT_EQ(nmea.out.find("$GPGGA,120001.00,4638.1360,N,00616.9320,E,1,"), 0u) << nmea.out;
+
+    const auto counts = Json_Of(Sim({"--json", "counts"}));
+    EXPECT_EQ(counts["waypoints"], builtin.waypoints.size());
+    EXPECT_EQ(counts["proximity"], builtin.proximity.size());
+
+    EXPECT_EQ(Sim({"time"}).out, "2024-06-01T12:00:00Z\n");
+    EXPECT_EQ(Sim({"position"}).out, "46.635600 6.282200\n");
+    const auto v = Json_Of(Sim({"--json", "voltages"}));
+    EXPECT_NEAR(v["Internal_Voltage"].get<double>(), 2.95, 1e-6);
+    EXPECT_NE(Sim({"sats"}).out.find("\n   1 4200    45      120"), std::string::npos);
+    EXPECT_EQ(Sim({"baud", "38400"}).out, "now at 38400 baud\n");
+}
+
+TEST_F(Tool, FailuresGiveTheirCodeAndOneLine) {
+    const auto one_line = [](const Result& r) { return std::count(r.err.begin(), r.err.end(), '\n') == 1; };
+
+    const Result missing = Run_Tool(scratch, {"--port", (scratch / "no-such-tty").string(), "info"});
+    EXPECT_EQ(missing.code, 3);
+    EXPECT_EQ(missing.err.find("trekcom: no device at "), 0u) << missing.err;
+    EXPECT_TRUE(one_line(missing)) << missing.err;
+
+    // A pty nobody answers on.
+    int master = -1, slave = -1;
+    char name[256] = {};
+    ASSERT_EQ(openpty(&master, &slave, name, nullptr, nullptr), 0);
+    const Result silent = Run_Tool(scratch, {"--port", name, "--timeout", "2000", "info"});
+    close(master);
+    close(slave);
+    EXPECT_EQ(silent.code, 4);
+    EXPECT_EQ(silent.err, std::string("trekcom: timeout: no receiver answers on ") + name +
+                              " (No response from device)\n");
+
+    const Result unsupported = Sim({"get", "flightbook"});
+    EXPECT_EQ(unsupported.code, 5);
+    EXPECT_EQ(unsupported.err, "trekcom: unsupported kind: TREKSIM 60 Software Version 3.80 has no flightbook\n");
+
+    const fs::path bad = scratch / "bad.gpx";
+    std::ofstream(bad) << "<gpx version=\"1.1\">\n<wpt lat=\"46\" lon=\"6\"><name>OK</name></wpt>\n"
+                          "<wpt lat=\"46\" lon=\"east\"><name>BAD</name></wpt>\n</gpx>\n";
+    const Result malformed = Sim({"put", bad.string()});
+    EXPECT_EQ(malformed.code, 6);
+    EXPECT_EQ(malformed.err, "trekcom: bad file: " + bad.string() + ":3: wpt lon \"east\" is not a number\n");
+    EXPECT_EQ(malformed.out, "");  // nothing was uploaded, not even the good waypoint
+
+    const Result unknown = Sim({"get", "pebbles"});
+    EXPECT_EQ(unknown.code, 2);
+    EXPECT_TRUE(one_line(unknown)) << unknown.err;
+    EXPECT_EQ(Run_Tool(scratch, {"get"}).code, 2);
+    EXPECT_EQ(Run_Tool(scratch, {"put", "--help"}).code, 0);
+}
+
+// A trace written by one run replays through the control in another, with no receiver.
+TEST_F(Tool, TraceReplaysAndNmeaGoesBothWays) {
+    const fs::path trace = scratch / "trace.log";
+    ASSERT_EQ(Sim({"--trace", trace.string(), "get", "waypoints", "-o", (scratch / "w.gpx").string()}).code, 0);
+    const Result r = Run_Tool(scratch, {"replay", trace.string()});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("packets replayed from " + trace.string() + ": 12 waypoints"), std::string::npos) << r.out;
+    EXPECT_EQ(Run_Tool(scratch, {"replay", (scratch / "none.log").string()}).code, 6);
+
+    const Result monitor = Sim({"--sim-mode", "nmea", "nmea", "-n", "3"});
+    ASSERT_EQ(monitor.code, 0) << monitor.err;
+    EXPECT_EQ(std::count(monitor.out.begin(), monitor.out.end(), '$'), 3) << monitor.out;
+    EXPECT_EQ(monitor.out.find("checksum"), std::string::npos) << monitor.out;  // every one checked good
+    EXPECT_EQ(Sim({"--sim-mode", "nmea", "nmea", "--send", "$PGRMO,,3"}).out, "$PGRMO,,3*74\n");
+}
+
+// The two example programs do what docs/trekcom.md says they do.
+TEST_F(Tool, ExamplesRunAgainstTheSimulator) {
+    Sim_Process unit(scratch, "");
+    ASSERT_TRUE(unit.Ready());
+    const Result w = Run_Program(scratch, {TREKCOM_EXAMPLE_WAYPOINTS, unit.Link()});
+    ASSERT_EQ(w.code, 0) << w.err;
+    EXPECT_EQ(w.out.find("TREKSIM 60 Software Version 3.80 (product 1000, waypoints A100 D108)\nHOME "), 0u) << w.out;
+    EXPECT_EQ(std::count(w.out.begin(), w.out.end(), '\n'), 1 + static_cast<long>(builtin.waypoints.size()));
+    const Result p = Run_Program(scratch, {TREKCOM_EXAMPLE_PVT, unit.Link(), "2"});
+    ASSERT_EQ(p.code, 0) << p.err;
+    EXPECT_EQ(std::count(p.out.begin(), p.out.end(), '\n'), 2) << p.out;
+    EXPECT_NE(p.out.find("46.635600    6.282200"), std::string::npos) << p.out;
+}
+
+}  // namespace
+}  // namespace trekcom::tool

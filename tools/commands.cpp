@@ -1,0 +1,515 @@
+#include "commands.h"
+
+#include <unistd.h>
+
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <numbers>
+#include <sstream>
+
+#include "files.h"
+
+namespace trekcom::tool {
+
+namespace {
+
+using nlohmann::json;
+
+constexpr double kRad_To_Deg = 180.0 / std::numbers::pi;
+
+std::string Upper(std::string s) {
+    for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return s;
+}
+
+std::string Format(const char* fmt, auto... args) {
+    char text[256];
+    std::snprintf(text, sizeof text, fmt, args...);
+    return text;
+}
+
+// A session opened and, unless told otherwise, introduced to the receiver.
+struct Opened {
+    explicit Opened(Session_Options& options, bool identify = true) : session(options) {
+        session.Open();
+        if (identify) session.Identify();
+    }
+    Session session;
+    TrekcomCtl& ctl() { return session.Ctl(); }
+};
+
+void Print_Json(const json& j) { std::cout << j.dump(2, ' ', false, json::error_handler_t::replace) << '\n'; }
+
+void Write_Output(const std::string& path, const std::string& text) {
+    if (path == "-") {
+        std::cout << text;
+        return;
+    }
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+    out.close();
+    if (!out) throw Failure(kError, "cannot write " + path);
+}
+
+std::vector<Kind> Parse_Kinds(const std::vector<std::string>& names, bool& all) {
+    std::vector<Kind> kinds;
+    all = false;
+    for (const auto& n : names) {
+        if (Upper(n) == "ALL") {
+            all = true;
+            kinds.assign(std::begin(kAll_Kinds), std::end(kAll_Kinds));
+            continue;
+        }
+        const auto k = Kind_Named(n);
+        if (!k) throw Failure(kUsage, "unknown kind \"" + n + "\" (waypoints, proximity, routes, tracks, laps, "
+                                      "flightbook, almanac, all)");
+        if (std::find(kinds.begin(), kinds.end(), *k) == kinds.end()) kinds.push_back(*k);
+    }
+    return kinds;
+}
+
+// ---------------------------------------------------------------- info
+
+struct Protocol_Row {
+    const char* label;
+    std::string protocol;
+    std::vector<std::string> formats;
+};
+
+std::vector<Protocol_Row> Protocol_Table(const TrekcomCtl& c) {
+    return {
+        {"Link", c.Link_Protocol(), {}},
+        {"Waypoints", c.WayPoint_Transfer_Protocol(), {c.Waypoint_Data_Format()}},
+        {"Routes", c.Route_Transfer_Protocol(),
+         {c.Route_Header_Format(), c.Route_Wpt_Data_Format(), c.Route_Link_Format()}},
+        {"Tracks", c.Track_Transfer_Protocol(), {c.Track_Header_Format(), c.Track_Point_Format()}},
+        {"Proximity", c.Prox_Wpt_Transfer_Protocol(), {c.Prox_Wpt_Data_Format()}},
+        {"Almanac", c.Almanac_Transfer_Protocol(), {c.Almanac_Data_Format()}},
+        {"Date and time", c.Date_Transfer_Protocol(), {c.Date_Data_Format()}},
+        {"Position", c.Posn_Transfer_Protocol(), {c.Posn_Data_Format()}},
+        {"PVT", c.Pvt_Transfer_Protocol(), {c.Pvt_Data_Format()}},
+        {"Laps", c.Laps_Transfer_Protocol(), {c.Laps_Data_Format()}},
+        {"Flightbook", c.Flightbook_Transfer_Protocol(), {c.Flightbook_Data_Format()}},
+    };
+}
+
+std::string Trim(std::string s) {
+    while (!s.empty() && (std::isspace(static_cast<unsigned char>(s.back())) || s.back() == 0)) s.pop_back();
+    std::size_t start = 0;
+    while (start < s.size() && std::isspace(static_cast<unsigned char>(s[start]))) ++start;
+    return s.substr(start);
+}
+
+std::string Version(std::int16_t v) { return Format("%d.%02d", v / 100, v % 100); }
+
+// ---------------------------------------------------------------- put --verify
+
+bool Same_Ident(const std::string& sent, const std::string& read) {
+    // The receiver keeps identifiers upper-case and cut to its field.
+    const std::string r = Upper(Trim(read)), s = Upper(Trim(sent));
+    return !r.empty() && s.compare(0, r.size(), r) == 0;
+}
+
+bool Same_Place(double lat1, double lon1, double lat2, double lon2) {
+    return std::fabs(lat1 - lat2) < 1e-6 && std::fabs(lon1 - lon2) < 1e-6;
+}
+
+void Verify(const Data& sent, const Data& read) {
+    auto find_waypoint = [](const cWaypoint& w, const std::vector<cWaypoint>& in) {
+        return std::any_of(in.begin(), in.end(), [&](const cWaypoint& r) {
+            return Same_Ident(w.Ident, r.Ident) && Same_Place(w.Lat, w.Lon, r.Lat, r.Lon);
+        });
+    };
+    for (const auto& w : sent.waypoints)
+        if (!find_waypoint(w, read.waypoints)) throw Failure(kRefused, "waypoint " + w.Ident + " did not read back");
+    for (const auto& w : sent.proximity)
+        if (!find_waypoint(w, read.proximity))
+            throw Failure(kRefused, "proximity waypoint " + w.Ident + " did not read back");
+    for (const auto& r : sent.routes) {
+        const bool found = std::any_of(read.routes.begin(), read.routes.end(), [&](const Route_Data& g) {
+            // Layouts name routes or number them, not both: the points say which route it is.
+            if (g.points.size() != r.points.size()) return false;
+            for (std::size_t i = 0; i < r.points.size(); ++i)
+                if (!Same_Place(r.points[i].Lat, r.points[i].Lon, g.points[i].Lat, g.points[i].Lon)) return false;
+            return true;
+        });
+        if (!found)
+            throw Failure(kRefused, "route " + (r.header.Ident.empty() ? std::to_string(r.header.Number) : r.header.Ident) +
+                                        " did not read back");
+    }
+    std::size_t read_points = 0;
+    for (const auto& t : read.tracks) read_points += t.points.size();
+    for (const auto& t : sent.tracks) {
+        const bool found = std::any_of(read.tracks.begin(), read.tracks.end(), [&](const Track_Data& g) {
+            if (!Same_Ident(t.header.Ident, g.header.Ident) && !t.header.Ident.empty() && !g.header.Ident.empty())
+                return false;
+            if (g.points.size() < t.points.size()) return false;
+            // A unit without track headers keeps all points in one log: look for the run.
+            for (std::size_t start = 0; start + t.points.size() <= g.points.size(); ++start) {
+                bool all = true;
+                for (std::size_t i = 0; all && i < t.points.size(); ++i)
+                    all = Same_Place(t.points[i].Lat, t.points[i].Lon, g.points[start + i].Lat, g.points[start + i].Lon);
+                if (all) return true;
+            }
+            return false;
+        });
+        if (!found) throw Failure(kRefused, "track " + t.header.Ident + " did not read back");
+    }
+}
+
+// ---------------------------------------------------------------- NMEA and PVT text
+
+std::string With_Checksum(const std::string& body) {
+    std::uint8_t x = 0;
+    for (char c : body) x ^= static_cast<std::uint8_t>(c);
+    return "$" + body + Format("*%02X", x);
+}
+
+std::string Nmea_Angle(double deg, bool lat) {
+    const double a = std::fabs(deg);
+    const int whole = static_cast<int>(a);
+    const double minutes = (a - whole) * 60.0;
+    return Format(lat ? "%02d%07.4f,%c" : "%03d%07.4f,%c", whole, minutes,
+                  lat ? (deg < 0 ? 'S' : 'N') : (deg < 0 ? 'W' : 'E'));
+}
+
+const char* Fix_Name(std::int16_t fix) {
+    static const char* kNames[] = {"unusable", "invalid", "2D", "3D", "2D diff", "3D diff"};
+    return fix >= 0 && fix <= 5 ? kNames[fix] : "?";
+}
+
+double Speed(const cPvtData& p) { return std::hypot(p.east, p.north); }
+double Course(const cPvtData& p) {
+    double c = std::atan2(p.east, p.north) * kRad_To_Deg;
+    return c < 0 ? c + 360 : c;
+}
+
+}  // namespace
+
+std::string Summary(const Data& d) {
+    std::string out;
+    auto add = [&](std::size_t n, const char* what, const std::string& extra = "") {
+        if (!out.empty()) out += ", ";
+        out += std::to_string(n) + " " + what + extra;
+    };
+    for (Kind k : d.kinds) {
+        switch (k) {
+            case Kind::Waypoints: add(d.waypoints.size(), "waypoints"); break;
+            case Kind::Proximity: add(d.proximity.size(), "proximity waypoints"); break;
+            case Kind::Routes: {
+                std::size_t n = 0;
+                for (const auto& r : d.routes) n += r.points.size();
+                add(d.routes.size(), "routes", " (" + std::to_string(n) + " points)");
+                break;
+            }
+            case Kind::Tracks: {
+                std::size_t n = 0;
+                for (const auto& t : d.tracks) n += t.points.size();
+                add(d.tracks.size(), "tracks", " (" + std::to_string(n) + " points)");
+                break;
+            }
+            case Kind::Laps: add(d.laps.size(), "laps"); break;
+            case Kind::Flightbook: add(d.flights.size(), "flightbook records"); break;
+            case Kind::Almanac: add(d.almanac.size(), "almanac entries"); break;
+        }
+    }
+    return out.empty() ? "nothing" : out;
+}
+
+double Pvt_Garmin_Seconds(const cPvtData& p) {
+    // The week's start in days since the epoch, plus the time of week, less
+    // the leap seconds GPS time runs ahead of UTC.
+    return static_cast<double>(p.wn_days) * 86400.0 + p.tow - p.leap_scnds;
+}
+
+std::vector<std::string> Pvt_Sentences(const cPvtData& p) {
+    const double t = Pvt_Garmin_Seconds(p);
+    const auto whole = static_cast<std::int64_t>(std::floor(t));
+    const std::string iso = Iso_Time(whole);  // 2024-05-01T10:00:00Z
+    const std::string hms = iso.substr(11, 2) + iso.substr(14, 2) + iso.substr(17, 2) +
+                            Format(".%02d", static_cast<int>((t - static_cast<double>(whole)) * 100));
+    const std::string dmy = iso.substr(8, 2) + iso.substr(5, 2) + iso.substr(2, 2);
+    const double lat = p.Lat * kRad_To_Deg, lon = p.Lon * kRad_To_Deg;
+    const bool fixed = p.pfix >= 2;
+    const int quality = !fixed ? 0 : p.pfix >= 4 ? 2 : 1;
+    // Alt is above the ellipsoid; msl_hght is the ellipsoid above sea level.
+    const double msl = p.Alt + p.msl_hght;
+    return {With_Checksum("GPGGA," + hms + "," + Nmea_Angle(lat, true) + "," + Nmea_Angle(lon, false) + "," +
+                          std::to_string(quality) + ",,," + Format("%.1f", msl) + ",M," +
+                          Format("%.1f", -p.msl_hght) + ",M,,"),
+            With_Checksum("GPRMC," + hms + "," + (fixed ? "A" : "V") + "," + Nmea_Angle(lat, true) + "," +
+                          Nmea_Angle(lon, false) + "," + Format("%.1f", Speed(p) * 3600.0 / 1852.0) + "," +
+                          Format("%.1f", Course(p)) + "," + dmy + ",,," + (fixed ? "A" : "N"))};
+}
+
+// ---------------------------------------------------------------- the commands
+
+int Run_Info(Session_Options& s, const Command_Options& c) {
+    Opened o(s);
+    const cProduct_Data& pd = *o.ctl().Product_Data();
+    std::vector<std::string> descriptions;
+    for (const auto* d : {&pd.Product_Description_1, &pd.Product_Description_2, &pd.Product_Description_3,
+                          &pd.Product_Description_4, &pd.Product_Description_5, &pd.Product_Description_6})
+        if (!Trim(*d).empty()) descriptions.push_back(Trim(*d));
+    const auto table = Protocol_Table(o.ctl());
+    if (c.json) {
+        json j = {{"Product_ID", pd.Product_ID}, {"Software_Version", Version(pd.Software_Version)},
+                  {"Descriptions", descriptions}, {"Unit_ID", Trim(pd.Unit_ID)}, {"Protocols", json::object()}};
+        for (const auto& row : table) {
+            json formats = json::array();
+            for (const auto& f : row.formats)
+                if (!Trim(f).empty()) formats.push_back(Trim(f));
+            j["Protocols"][row.label] = {{"Protocol", Trim(row.protocol)}, {"Formats", formats}};
+        }
+        Print_Json(j);
+        return kOk;
+    }
+    std::cout << "Product:      " << o.session.Describe() << '\n'
+              << "Product id:   " << pd.Product_ID << ", software " << Version(pd.Software_Version) << '\n';
+    for (std::size_t i = 1; i < descriptions.size(); ++i) std::cout << "              " << descriptions[i] << '\n';
+    if (!Trim(pd.Unit_ID).empty()) std::cout << "Unit id:      " << Trim(pd.Unit_ID) << '\n';
+    std::cout << "Protocols:\n";
+    for (const auto& row : table) {
+        std::string line = Format("  %-14s %-5s", row.label, Trim(row.protocol).empty() ? "-" : Trim(row.protocol).c_str());
+        for (const auto& f : row.formats)
+            if (!Trim(f).empty()) line += " " + Trim(f);
+        while (!line.empty() && line.back() == ' ') line.pop_back();
+        std::cout << line << '\n';
+    }
+    return kOk;
+}
+
+int Run_Get(Session_Options& s, const Command_Options& c) {
+    bool all = false;
+    const auto kinds = Parse_Kinds(c.kinds, all);
+    Opened o(s);
+    const Data data = o.session.Download(kinds, all);
+    Write_Output(c.output, c.json ? Json_Text(data) : Gpx_Text(data));
+    // The summary goes where it does not mix with the data.
+    (c.output == "-" ? std::cerr : std::cout) << (c.output == "-" ? "" : c.output + ": ") << Summary(data) << " from "
+                                              << data.source << '\n';
+    return kOk;
+}
+
+int Run_Put(Session_Options& s, const Command_Options& c) {
+    Data data;
+    std::string error;
+    // The whole file is read and checked before the receiver hears a byte.
+    if (!Read_Gpx(c.input, data, error)) throw Failure(kBad_File, "bad file: " + error);
+    Opened o(s);
+    o.session.Upload(data);
+    std::vector<Kind> sent;
+    for (Kind k : data.kinds)
+        if (data.Count(k) > 0) sent.push_back(k);
+    data.kinds = sent;
+    std::cout << "uploaded " << Summary(data) << " to " << o.session.Describe() << '\n';
+    if (c.verify) {
+        const Data back = o.session.Download(sent, false);
+        Verify(data, back);
+        std::cout << "verified: every record read back (" << Summary(back) << " on the receiver)\n";
+    }
+    return kOk;
+}
+
+int Run_Pvt(Session_Options& s, const Command_Options& c) {
+    Opened o(s);
+    TrekcomCtl& ctl = o.ctl();
+    long seen = 0;
+    o.session.On_Packet = [&](const Bytes& p) {
+        if (p[1] != ctl.PID_Pvt_Data() || (c.count > 0 && seen >= c.count)) return;
+        ++seen;
+        const cPvtData& v = *ctl.PvtData();
+        const double lat = v.Lat * kRad_To_Deg, lon = v.Lon * kRad_To_Deg;
+        if (c.nmea_out) {
+            for (const auto& line : Pvt_Sentences(v)) std::cout << line << "\r\n";
+        } else if (c.json) {
+            std::cout << json{{"Time", Iso_Time(static_cast<std::int64_t>(std::floor(Pvt_Garmin_Seconds(v))))},
+                              {"Lat", lat}, {"Lon", lon}, {"Alt", v.Alt}, {"Alt_MSL", v.Alt + v.msl_hght},
+                              {"Fix", Fix_Name(v.pfix)},
+                              {"east", v.east}, {"north", v.north}, {"up", v.up}, {"epe", v.epe}}
+                             .dump()
+                      << '\n';
+        } else {
+            std::cout << Iso_Time(static_cast<std::int64_t>(std::floor(Pvt_Garmin_Seconds(v))))
+                      << Format("  %10.6f %11.6f  %7.1f m  %-7s %5.1f m/s  epe %.1f m", lat, lon, v.Alt + v.msl_hght,
+                                Fix_Name(v.pfix), Speed(v), v.epe)
+                      << '\n';
+        }
+        std::cout.flush();
+    };
+    ctl.Pvt_Data_Start();
+    int code = kOk;
+    try {
+        o.session.Wait("the PVT stream", [&] { return c.count > 0 && seen >= c.count; });
+    } catch (const Failure& f) {
+        if (f.code != kInterrupted) {
+            ctl.Pvt_Data_Stop();
+            throw;
+        }
+    }
+    ctl.Pvt_Data_Stop();
+    return code;
+}
+
+int Run_Time(Session_Options& s, const Command_Options& c) {
+    Opened o(s);
+    o.session.Request("asking for the date and time", [&] { o.ctl().Request_Date_Time(); });
+    const cDate_Time& t = *o.ctl().Date_Time();
+    const std::string iso = Format("%04d-%02d-%02dT%02d:%02d:%02dZ", t.year, t.month, t.day, t.hour, t.minute, t.second);
+    if (c.json)
+        Print_Json({{"Time", iso}});
+    else
+        std::cout << iso << '\n';
+    return kOk;
+}
+
+int Run_Position(Session_Options& s, const Command_Options& c) {
+    Opened o(s);
+    o.session.Request("asking for the position", [&] { o.ctl().Request_Position_Data(); });
+    const cPosition& p = *o.ctl().Position();
+    if (c.json)
+        Print_Json({{"Lat", p.Lat}, {"Lon", p.Lon}});
+    else
+        std::cout << Format("%.6f %.6f", p.Lat, p.Lon) << '\n';
+    return kOk;
+}
+
+int Run_Voltages(Session_Options& s, const Command_Options& c) {
+    Opened o(s);
+    o.session.Request("asking for the voltages", [&] { o.ctl().Request_Voltages(); });
+    const cVoltages& v = *o.ctl().Voltages();
+    if (c.json)
+        Print_Json({{"Internal_Voltage", v.Internal_Voltage}, {"External_Voltage", v.External_Voltage}});
+    else
+        std::cout << Format("internal %.2f V, external %.2f V", v.Internal_Voltage, v.External_Voltage) << '\n';
+    return kOk;
+}
+
+int Run_Sats(Session_Options& s, const Command_Options& c) {
+    Opened o(s);
+    TrekcomCtl& ctl = o.ctl();
+    if (Trim(ctl.Pvt_Transfer_Protocol()).empty())
+        throw Failure(kUnsupported, "unsupported kind: " + o.session.Describe() + " sends no PVT data");
+    bool got = false;
+    o.session.On_Packet = [&](const Bytes& p) { got = got || p[1] == ctl.PID_Sats(); };
+    ctl.Pvt_Data_Start();
+    try {
+        o.session.Wait("waiting for the satellite table", [&] { return got; });
+    } catch (...) {
+        ctl.Pvt_Data_Stop();
+        throw;
+    }
+    ctl.Pvt_Data_Stop();
+    json j = json::array();
+    if (!c.json) std::cout << "svid  snr  elev  azimuth  status\n";
+    for (const auto& sat : *ctl.Sats()) {
+        if (!sat || sat->svid == 0xFF) continue;  // an empty channel
+        if (c.json)
+            j.push_back({{"svid", sat->svid}, {"snr", sat->snr}, {"elev", sat->elev}, {"azimuth", sat->azimuth},
+                         {"status", sat->status}});
+        else
+            std::cout << Format("%4u %4d %5u %8d  %6u", sat->svid, sat->snr, sat->elev, sat->azimuth, sat->status)
+                      << '\n';
+    }
+    if (c.json) Print_Json(j);
+    return kOk;
+}
+
+int Run_Counts(Session_Options& s, const Command_Options& c) {
+    Opened o(s);
+    bool got = false;
+    std::int16_t n[4] = {};
+    o.session.On_Counts = [&](std::int16_t w, std::int16_t p, std::int16_t r, std::int16_t t) {
+        n[0] = w, n[1] = p, n[2] = r, n[3] = t;
+        got = true;
+    };
+    o.session.Request("asking for the record counts", [&] { o.ctl().Request_Counts(); });
+    o.session.Wait("the record counts", [&] { return got; });
+    static const char* kNames[] = {"waypoints", "proximity", "routes", "tracks"};
+    json j = json::object();
+    for (int i = 0; i < 4; ++i) {
+        // -1: the receiver has no such kind.
+        if (c.json)
+            j[kNames[i]] = n[i] < 0 ? json(nullptr) : json(n[i]);
+        else
+            std::cout << Format("%-10s %s", kNames[i], n[i] < 0 ? "-" : std::to_string(n[i]).c_str()) << '\n';
+    }
+    if (c.json) Print_Json(j);
+    return kOk;
+}
+
+int Run_Baud(Session_Options& s, const Command_Options& c) {
+    Opened o(s, false);
+    TrekcomCtl& ctl = o.ctl();
+    if (c.rate == 0) {
+        std::string settings = ctl.Settings();
+        const std::size_t before = o.session.Errors().size();
+        const std::int32_t rate = ctl.FindBaud(settings);
+        if (o.session.Errors().size() > before || rate == 0)
+            throw Failure(kTimeout, "timeout: no rate found at which the receiver answers");
+        c.json ? Print_Json({{"Baud", rate}}) : void(std::cout << rate << '\n');
+        return kOk;
+    }
+    o.session.Identify();
+    if (!ctl.Change_Baud_Rate(c.rate))
+        throw Failure(kRefused, "the receiver did not change to " + std::to_string(c.rate) + " baud");
+    c.json ? Print_Json({{"Baud", c.rate}}) : void(std::cout << "now at " << c.rate << " baud\n");
+    return kOk;
+}
+
+int Run_Off(Session_Options& s, const Command_Options&) {
+    Opened o(s);
+    o.session.Request("switching the receiver off", [&] { o.ctl().Power_Off(); });
+    std::cout << o.session.Describe() << " switched off\n";
+    return kOk;
+}
+
+int Run_Nmea(Session_Options& s, const Command_Options& c) {
+    // NMEA receivers talk at 4800 baud.
+    if (s.settings.empty() && (s.port != "sim" || s.sim.mode != "garmin")) s.settings = "4800,N,8,1";
+    Opened o(s, false);
+    if (!c.sentence.empty()) {
+        std::string sentence = c.sentence;
+        o.ctl().NMEA_Send(sentence);
+        std::cout << sentence << '\n';
+        return kOk;
+    }
+    long seen = 0;
+    o.session.On_Nmea = [&](const std::string& sentence, bool good) {
+        if (c.count > 0 && seen >= c.count) return;
+        ++seen;
+        std::cout << sentence << (good ? "" : "   (checksum not checked or wrong)") << '\n' << std::flush;
+    };
+    try {
+        o.session.Wait("NMEA sentences", [&] { return c.count > 0 && seen >= c.count; });
+    } catch (const Failure& f) {
+        if (f.code != kInterrupted) throw;
+    }
+    return kOk;
+}
+
+int Run_Replay(Session_Options& s, const Command_Options& c) {
+    if (access(c.input.c_str(), R_OK) != 0) throw Failure(kBad_File, "bad file: " + c.input + ": cannot be read");
+    // The replay needs no receiver: the log stands in for it on an unopened port.
+    Session session(s);
+    long packets = 0;
+    session.On_Packet = [&](const Bytes& p) {
+        ++packets;
+        std::cout << Format("packet %3u, %3zu data bytes", p[1], p.size() >= 6 ? p.size() - 6 : 0) << '\n';
+    };
+    // The control offers a saved log before it asks for a screen; the file
+    // dialog's answer is the log, and its packets come in as if just received.
+    session.Ctl().Platform()->File_Dialog_Handler([&c](const std::string&) { return c.input; });
+    session.Ctl().Request_Display();
+    TrekcomCtl& ctl = session.Ctl();
+    std::cout << packets << " packets replayed from " << c.input << ": " << ctl.Waypoints()->Count()
+              << " waypoints, " << ctl.Routes()->Count() << " routes, " << ctl.Tracks()->Count()
+              << " track records decoded\n";
+    return kOk;
+}
+
+}  // namespace trekcom::tool

@@ -1,0 +1,46 @@
+// The subcommands. Each opens its own session from the options, prints its
+// result and returns the exit code; failures are thrown as Failure.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "session.h"
+
+namespace trekcom::tool {
+
+struct Command_Options {
+    bool json = false;
+    std::vector<std::string> kinds;
+    std::string output = "-";
+    std::string input;
+    bool verify = false;
+    long count = 0;  // 0: until interrupted
+    bool nmea_out = false;
+    std::int32_t rate = 0;
+    std::string sentence;
+};
+
+int Run_Info(Session_Options& s, const Command_Options& c);
+int Run_Get(Session_Options& s, const Command_Options& c);
+int Run_Put(Session_Options& s, const Command_Options& c);
+int Run_Pvt(Session_Options& s, const Command_Options& c);
+int Run_Time(Session_Options& s, const Command_Options& c);
+int Run_Position(Session_Options& s, const Command_Options& c);
+int Run_Sats(Session_Options& s, const Command_Options& c);
+int Run_Voltages(Session_Options& s, const Command_Options& c);
+int Run_Counts(Session_Options& s, const Command_Options& c);
+int Run_Baud(Session_Options& s, const Command_Options& c);
+int Run_Off(Session_Options& s, const Command_Options& c);
+int Run_Nmea(Session_Options& s, const Command_Options& c);
+int Run_Replay(Session_Options& s, const Command_Options& c);
+
+// "12 waypoints, 2 routes (9 points), ...": what a set holds.
+std::string Summary(const Data& data);
+// The sentences a PVT record gives: GGA and RMC, each with its checksum.
+std::vector<std::string> Pvt_Sentences(const cPvtData& pvt);
+// Seconds since the receiver's epoch of a PVT record's time (UTC).
+double Pvt_Garmin_Seconds(const cPvtData& pvt);
+
+}  // namespace trekcom::tool

@@ -1,0 +1,343 @@
+#include "session.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+
+#include "progress.h"
+
+namespace trekcom::tool {
+
+std::atomic<bool> g_interrupted{false};
+
+namespace {
+
+// A wait is cut into slices so that Ctrl-C and the progress bar are seen.
+constexpr double kSlice_ms = 50;
+
+bool Blank(const std::string& s) {
+    return std::all_of(s.begin(), s.end(), [](unsigned char c) { return std::isspace(c) || c == 0; });
+}
+
+}  // namespace
+
+Session::Session(Session_Options options) : options_(std::move(options)) {
+    ctl_.Advise(*this);
+}
+
+Session::~Session() {
+    ctl_.Unadvise();
+    if (ctl_.Platform()) ctl_.PortClose();
+}
+
+std::string Session::Port_Text() const { return options_.port == "sim" ? "the simulated receiver" : options_.port; }
+
+void Session::Open() {
+    if (!options_.trace_file.empty()) {
+        trace_.open(options_.trace_file, std::ios::out | std::ios::trunc);
+        if (!trace_) throw Failure(kError, "cannot write the trace file " + options_.trace_file);
+        ctl_.DebugLog(true);
+    }
+    if (!options_.language.empty()) ctl_.Language(options_.language);
+    // Messages the control would show in a box go to the trace instead of
+    // interleaving with the tool's output; failures reach the user as the
+    // tool's own one-line message.
+    ctl_.Platform()->Message_Box_Handler([this](const std::string& text) {
+        if (trace_) trace_ << "message: " << text << '\n';
+    });
+    const std::string& port = options_.port;
+    if (port == "sim") {
+        std::string error;
+        sim_ = Sim_Port::Start(options_.sim, error);
+        if (!sim_) throw Failure(kNo_Device, "cannot start the simulated receiver: " + error);
+        ctl_.Port_Name(sim_->Path());
+    } else if (port == "usb") {
+        ctl_.Port(0);
+    } else if (!port.empty() && std::all_of(port.begin(), port.end(), [](unsigned char c) { return std::isdigit(c); })) {
+        if (port.size() > 4) throw Failure(kUsage, "--port " + port + ": no such port number");
+        ctl_.Port(static_cast<std::int16_t>(std::stoi(port)));
+    } else {
+        struct stat st {};
+        if (stat(port.c_str(), &st) != 0)
+            throw Failure(kNo_Device, "no device at " + port + " (" + std::strerror(errno) + ")");
+        ctl_.Port_Name(port);
+    }
+    if (!options_.settings.empty()) ctl_.Settings(options_.settings);
+    ctl_.Time_Out(static_cast<std::int16_t>(std::clamp(options_.timeout_ms, 2000, 5000)));
+    // Receivers with D301 or D302 track points refuse points that carry the
+    // D300 size: the tool always sends the true one.
+    ctl_.Track_Point_True_Size(true);
+    const std::size_t before = errors_.size();
+    if (!ctl_.PortOpen()) {
+        const std::string why = errors_.size() > before ? errors_.back() : "cannot open the port";
+        throw Failure(kNo_Device, "no device: " + Port_Text() + ": " + why);
+    }
+}
+
+void Session::Identify() {
+    const std::size_t before = errors_.size();
+    ctl_.Request_Product_Data();
+    const auto& pd = *ctl_.Product_Data();
+    if (pd.Product_ID == 0 && Blank(pd.Product_Description_1)) {
+        const std::string why = errors_.size() > before ? errors_.back() : "no answer";
+        throw Failure(kTimeout, "timeout: no receiver answers on " + Port_Text() + " (" + why + ")");
+    }
+}
+
+std::string Session::Describe() const {
+    const auto& pd = *ctl_.Product_Data();
+    std::string text = pd.Product_Description_1;
+    if (text.empty()) text = "product " + std::to_string(pd.Product_ID);
+    return text;
+}
+
+bool Session::Supports(Kind k) const {
+    switch (k) {
+        case Kind::Waypoints: return !Blank(ctl_.WayPoint_Transfer_Protocol());
+        case Kind::Proximity: return !Blank(ctl_.Prox_Wpt_Transfer_Protocol());
+        case Kind::Routes: return !Blank(ctl_.Route_Transfer_Protocol());
+        case Kind::Tracks: return !Blank(ctl_.Track_Transfer_Protocol());
+        case Kind::Laps: return !Blank(ctl_.Laps_Transfer_Protocol());
+        case Kind::Flightbook: return !Blank(ctl_.Flightbook_Transfer_Protocol());
+        case Kind::Almanac: return !Blank(ctl_.Almanac_Transfer_Protocol()) || !Blank(ctl_.Almanac_Data_Format());
+    }
+    return false;
+}
+
+void Session::Expect_No_New_Errors(std::size_t before, int code, const std::string& doing) {
+    if (errors_.size() > before) throw Failure(code, doing + ": " + errors_[before]);
+}
+
+void Session::Wait(const char* what, const std::function<bool()>& done) {
+    auto& platform = *ctl_.Platform();
+    last_packet_ms_ = platform.Now_ms();
+    while (!done()) {
+        if (g_interrupted) throw Failure(kInterrupted, std::string("interrupted: ") + what);
+        platform.Run_Until(done, kSlice_ms);
+        if (!done() && platform.Now_ms() - last_packet_ms_ > options_.timeout_ms)
+            throw Failure(kTimeout, std::string("timeout: the receiver stopped answering during ") + what);
+    }
+}
+
+void Session::Request(const char* what, const std::function<void()>& request) {
+    const std::size_t before = errors_.size();
+    request();
+    Expect_No_New_Errors(before, kTimeout, std::string("timeout: ") + what);
+}
+
+// ---------------------------------------------------------------- downloads
+
+Data Session::Download(const std::vector<Kind>& kinds, bool skip_unsupported) {
+    Data out;
+    out.source = Describe();
+    for (Kind k : kinds) {
+        if (!Supports(k)) {
+            if (skip_unsupported) continue;
+            throw Failure(kUnsupported, "unsupported kind: " + Describe() + " has no " + std::string(Kind_Name(k)));
+        }
+        Download_One(k, out);
+        out.kinds.push_back(k);
+    }
+    return out;
+}
+
+void Session::Download_One(Kind k, Data& out) {
+    static constexpr void (TrekcomCtl::*kRequest[])() = {
+        &TrekcomCtl::Request_Waypoints, &TrekcomCtl::Request_Prox_Waypoints, &TrekcomCtl::Request_Routes,
+        &TrekcomCtl::Request_Tracks,    &TrekcomCtl::Request_Laps,           &TrekcomCtl::Request_Flightbook,
+        &TrekcomCtl::Request_Almanac_Data};
+    const std::string name(Kind_Name(k));
+    track_headers_.clear();
+    almanac_.clear();
+    records_seen_ = 0;
+    const long completions = completions_;
+    Progress bar(name, options_.progress);
+    {
+        const std::size_t before = errors_.size();
+        (ctl_.*kRequest[static_cast<int>(k)])();
+        Expect_No_New_Errors(before, kTimeout, "timeout: downloading " + name);
+    }
+    Wait(name.c_str(), [&] {
+        bar.Update(records_seen_, static_cast<std::uint16_t>(ctl_.Incoming_Records_Count()));
+        return completions_ > completions;
+    });
+
+    switch (k) {
+        case Kind::Waypoints:
+        case Kind::Proximity: {
+            auto& list = k == Kind::Waypoints ? out.waypoints : out.proximity;
+            for (const auto& w : *ctl_.Waypoints())
+                if (w) list.push_back(*w);
+            break;
+        }
+        case Kind::Routes:
+            for (const auto& r : *ctl_.Routes()) {
+                if (!r) continue;
+                Route_Data route{*r, {}};
+                route.header.Waypoints.reset();
+                if (r->Waypoints)
+                    for (const auto& w : *r->Waypoints)
+                        if (w) route.points.push_back(*w);
+                out.routes.push_back(std::move(route));
+            }
+            break;
+        case Kind::Tracks: {
+            // Headers and points arrive in one list; the headers' places were
+            // noted as they came. Points before any header form a nameless track.
+            const auto& list = *ctl_.Tracks();
+            std::size_t next_header = 0;
+            for (std::int32_t i = 1; i <= list.Count(); ++i) {
+                const auto& t = list.Item(i);
+                if (!t) continue;
+                if (next_header < track_headers_.size() && track_headers_[next_header] == i) {
+                    ++next_header;
+                    out.tracks.push_back({*t, {}});
+                    continue;
+                }
+                if (out.tracks.empty()) out.tracks.push_back({});
+                out.tracks.back().points.push_back(*t);
+            }
+            break;
+        }
+        case Kind::Laps:
+            for (const auto& l : *ctl_.Laps())
+                if (l) out.laps.push_back(*l);
+            break;
+        case Kind::Flightbook:
+            for (const auto& f : *ctl_.Flightbook_Records())
+                if (f) out.flights.push_back(*f);
+            break;
+        case Kind::Almanac:
+            out.almanac = almanac_;
+            break;
+    }
+}
+
+// ---------------------------------------------------------------- uploads
+
+void Session::Upload(const Data& data) {
+    struct Batch {
+        Kind kind;
+        std::size_t records;
+    };
+    std::vector<Batch> batches;
+    const bool links = !Blank(ctl_.Route_Link_Format());
+    const bool headers = !Blank(ctl_.Track_Header_Format());
+    std::size_t route_records = 0, track_records = 0;
+    for (const auto& r : data.routes)
+        route_records += 1 + r.points.size() + (links && !r.points.empty() ? r.points.size() - 1 : 0);
+    for (const auto& t : data.tracks) track_records += (headers ? 1 : 0) + t.points.size();
+    for (auto [kind, n] : {std::pair{Kind::Waypoints, data.waypoints.size()}, {Kind::Proximity, data.proximity.size()},
+                           {Kind::Routes, route_records}, {Kind::Tracks, track_records}}) {
+        if (n == 0) continue;
+        if (!Supports(kind))
+            throw Failure(kUnsupported, "unsupported kind: " + Describe() + " takes no " + std::string(Kind_Name(kind)) +
+                                            "; nothing was uploaded");
+        if (n > 32767)
+            throw Failure(kError, "too many " + std::string(Kind_Name(kind)) + " for one upload: " + std::to_string(n));
+        batches.push_back({kind, n});
+    }
+
+    for (const Batch& b : batches) {
+        const std::string name(Kind_Name(b.kind));
+        Progress bar("put " + name, options_.progress);
+        long sent = 0;
+        const std::size_t before = errors_.size();
+        auto sent_one = [&] {
+            bar.Update(++sent, static_cast<long>(b.records));
+            if (g_interrupted) throw Failure(kInterrupted, "interrupted: uploading " + name);
+            Expect_No_New_Errors(before, kRefused, "uploading " + name);
+        };
+        std::int16_t count = static_cast<std::int16_t>(b.records);
+        ctl_.Start_of_Records(count);
+        Expect_No_New_Errors(before, kTimeout, "timeout: uploading " + name);
+        switch (b.kind) {
+            case Kind::Waypoints:
+            case Kind::Proximity:
+                for (const auto& w : b.kind == Kind::Waypoints ? data.waypoints : data.proximity) {
+                    ctl_.Waypoint(std::make_shared<cWaypoint>(w));
+                    b.kind == Kind::Waypoints ? ctl_.Send_Waypoint() : ctl_.Send_Prox_Waypoint();
+                    sent_one();
+                }
+                break;
+            case Kind::Routes:
+                for (const auto& r : data.routes) {
+                    auto header = std::make_shared<cRoute>(r.header);
+                    ctl_.Route(header);
+                    ctl_.Send_Route_Header();
+                    sent_one();
+                    for (std::size_t i = 0; i < r.points.size(); ++i) {
+                        ctl_.Waypoint(std::make_shared<cWaypoint>(r.points[i]));
+                        ctl_.Send_Route_Waypoint();
+                        sent_one();
+                        if (links && i + 1 < r.points.size()) {
+                            ctl_.Send_Route_Link();
+                            sent_one();
+                        }
+                    }
+                }
+                break;
+            case Kind::Tracks:
+                for (const auto& t : data.tracks) {
+                    if (headers) {
+                        ctl_.Track(std::make_shared<cTrack>(t.header));
+                        ctl_.Send_Track_Header();
+                        sent_one();
+                    }
+                    for (const auto& p : t.points) {
+                        auto point = std::make_shared<cTrack>(p);
+                        point->Ident = t.header.Ident;
+                        ctl_.Track(point);
+                        ctl_.Send_Track();
+                        sent_one();
+                    }
+                }
+                break;
+            default:
+                break;
+        }
+        ctl_.End_of_Records();
+        Expect_No_New_Errors(before, kRefused, "uploading " + name);
+    }
+}
+
+// ---------------------------------------------------------------- events
+
+void Session::Receive(Bytes& packet) {
+    if (packet.size() < 2) return;
+    last_packet_ms_ = ctl_.Platform()->Now_ms();
+    const std::uint8_t id = packet[1];
+    if (id == ctl_.PID_Xfer_Cmplt()) {
+        ++completions_;
+    } else if (id == ctl_.PID_Records()) {
+        records_seen_ = 0;
+    } else if (id != ctl_.PID_Ack_Byte() && id != ctl_.PID_Nak_Byte()) {
+        ++records_seen_;
+        if (id == ctl_.PID_Trk_Hdr() && ctl_.Tracks()) track_headers_.push_back(ctl_.Tracks()->Count());
+        if (id == ctl_.PID_Almanac_Data() && ctl_.Almanac()) almanac_.push_back(*ctl_.Almanac());
+    }
+    if (On_Packet) On_Packet(packet);
+}
+
+void Session::HexDebug(std::string& line) {
+    if (trace_) trace_ << line << '\n';
+}
+
+void Session::NMEA(std::string& sentence, bool& good) {
+    last_packet_ms_ = ctl_.Platform()->Now_ms();
+    if (On_Nmea) On_Nmea(sentence, good);
+}
+
+void Session::cError(std::int16_t& code, std::string& message, Bytes&) {
+    if (trace_) trace_ << "error " << code << ": " << message << '\n';
+    errors_.push_back(message);
+}
+
+void Session::ReceiveCounts(std::int16_t& w, std::int16_t& p, std::int16_t& r, std::int16_t& t) {
+    if (On_Counts) On_Counts(w, p, r, t);
+}
+
+}  // namespace trekcom::tool

@@ -1,0 +1,110 @@
+// One conversation with a receiver: the control, its event sink, the port
+// (or the simulated receiver), and the waits a command-line tool needs, with
+// every way it can fail turned into a Failure that carries the exit code.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <trekcom/trekcom.h>
+
+#include "data.h"
+#include "sim_port.h"
+
+namespace trekcom::tool {
+
+// The exit codes, as docs/trekcom.md lists them.
+enum Exit : int {
+    kOk = 0,
+    kError = 1,        // anything else (a file that cannot be written, ...)
+    kUsage = 2,        // the command line is wrong
+    kNo_Device = 3,    // the port cannot be opened
+    kTimeout = 4,      // the receiver does not answer, or stops answering
+    kUnsupported = 5,  // the receiver lacks what was asked for
+    kBad_File = 6,     // an input file is unreadable or not valid GPX
+    kRefused = 7,      // the receiver refused records, or they did not read back
+    kInterrupted = 130,
+};
+
+struct Failure : std::runtime_error {
+    Failure(int code, const std::string& message) : std::runtime_error(message), code(code) {}
+    int code;
+};
+
+// Set from the SIGINT handler; every wait gives up when it turns true.
+extern std::atomic<bool> g_interrupted;
+
+struct Session_Options {
+    std::string port = "1";  // PATH, N, usb or sim
+    std::string settings;    // empty: the control's default
+    int timeout_ms = 5000;   // silence that ends a wait
+    std::string language;
+    std::string trace_file;
+    bool progress = true;    // may draw a bar when standard error is a terminal
+    Sim_Options sim;
+};
+
+class Session : private TrekcomCtlEvents {
+public:
+    explicit Session(Session_Options options);
+    ~Session() override;
+
+    TrekcomCtl& Ctl() { return ctl_; }
+    // Opens the port (starting the simulated receiver for "sim").
+    void Open();
+    // Asks the receiver who it is; a receiver that does not answer is kTimeout.
+    void Identify();
+    std::string Describe() const;  // product description and version, one line
+
+    bool Supports(Kind k) const;
+    // Downloads the kinds; a kind the receiver lacks fails with kUnsupported
+    // unless skip_unsupported, which leaves it out.
+    Data Download(const std::vector<Kind>& kinds, bool skip_unsupported);
+    // Uploads waypoints, proximity waypoints, routes and tracks. Checks first
+    // that the receiver takes every kind the set holds, so a set it cannot
+    // take uploads nothing.
+    void Upload(const Data& data);
+
+    // One request of the real-time kind, failing with kTimeout when the
+    // receiver raises an error instead of answering.
+    void Request(const char* what, const std::function<void()>& request);
+    // Runs the loop until done() or interrupted; silence of timeout_ms ends it with kTimeout.
+    void Wait(const char* what, const std::function<bool()>& done);
+    // Called for every packet received (after the control has decoded it).
+    std::function<void(const Bytes&)> On_Packet;
+    std::function<void(const std::string&, bool)> On_Nmea;
+    std::function<void(std::int16_t, std::int16_t, std::int16_t, std::int16_t)> On_Counts;
+
+    const std::vector<std::string>& Errors() const { return errors_; }
+    int Timeout_ms() const { return options_.timeout_ms; }
+
+private:
+    void Download_One(Kind k, Data& out);
+    void Expect_No_New_Errors(std::size_t before, int code, const std::string& doing);
+    std::string Port_Text() const;
+
+    void Receive(Bytes& packet) override;
+    void HexDebug(std::string& line) override;
+    void NMEA(std::string& sentence, bool& good) override;
+    void cError(std::int16_t& code, std::string& message, Bytes& packet) override;
+    void ReceiveCounts(std::int16_t& w, std::int16_t& p, std::int16_t& r, std::int16_t& t) override;
+
+    Session_Options options_;
+    std::unique_ptr<Sim_Port> sim_;
+    TrekcomCtl ctl_;
+    std::ofstream trace_;
+    std::vector<std::string> errors_;
+    double last_packet_ms_ = 0;
+    long completions_ = 0;      // transfer-complete packets
+    long records_seen_ = 0;     // record packets of the current transfer
+    std::vector<std::int32_t> track_headers_;  // positions in Tracks() of the headers
+    std::vector<cAlmanac> almanac_;
+};
+
+}  // namespace trekcom::tool
