@@ -93,7 +93,7 @@ std::unique_ptr<Sim_Port> Sim_Port::Start(const Sim_Options& options, std::strin
     Impl* raw = impl.get();
     impl->thread = std::thread([raw] { raw->line->Run(*raw->unit, g_stop); });
     pthread_sigmask(SIG_SETMASK, &saved, nullptr);
-    return std::unique_ptr<Sim_Port>(new Sim_Port(std::move(impl)));
+    return std::make_unique<Sim_Port>(std::move(impl));
 }
 
 Sim_Port::Sim_Port(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}

@@ -30,9 +30,11 @@ public:
     // The path a serial port opens to reach the unit.
     const std::string& Path() const;
 
-private:
     struct Impl;
+    // Only Start can make an Impl, so only Start can make a Sim_Port.
     explicit Sim_Port(std::unique_ptr<Impl> impl);
+
+private:
     std::unique_ptr<Impl> impl_;
 };
 
