@@ -56,6 +56,9 @@ inline bool Has_Time(std::int32_t garmin_seconds) { return garmin_seconds != 0 &
 
 // Seconds since 1989-12-31 00:00:00 UTC <-> "2024-05-01T10:00:00Z".
 std::string Iso_Time(std::int64_t garmin_seconds);
+// A record's time field: the receiver counts unsigned seconds, so times after
+// 2058 sit in the record's signed field as negative numbers.
+inline std::string Record_Iso_Time(std::int32_t field) { return Iso_Time(static_cast<std::uint32_t>(field)); }
 // Accepts a date, 'T', a time with optional fraction, and 'Z' or an offset.
 std::optional<std::int64_t> Parse_Iso_Time(std::string_view text);
 // Unix seconds of a Garmin time.

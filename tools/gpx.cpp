@@ -47,7 +47,7 @@ void Point(pugi::xml_node node, const cWaypoint& w, bool proximity) {
     node.append_attribute("lat") = Degrees(w.Lat).c_str();
     node.append_attribute("lon") = Degrees(w.Lon).c_str();
     if (Has_Value(w.Alt)) Text_Child(node, "ele", Number(w.Alt));
-    if (Has_Time(w.Time_Seconds)) Text_Child(node, "time", Iso_Time(w.Time_Seconds));
+    if (Has_Time(w.Time_Seconds)) Text_Child(node, "time", Record_Iso_Time(w.Time_Seconds));
     Text_Child(node, "name", w.Ident);
     Text_Child(node, "cmt", w.Cmnt);
     Text_Child(node, "sym", Symbol_Name(w.Smbl));
@@ -65,7 +65,7 @@ void Track_Point(pugi::xml_node node, const cTrack& p) {
     node.append_attribute("lat") = Degrees(p.Lat).c_str();
     node.append_attribute("lon") = Degrees(p.Lon).c_str();
     if (Has_Value(p.Alt)) Text_Child(node, "ele", Number(p.Alt));
-    if (Has_Time(p.Seconds)) Text_Child(node, "time", Iso_Time(p.Seconds));
+    if (Has_Time(p.Seconds)) Text_Child(node, "time", Record_Iso_Time(p.Seconds));
     const bool temp = Has_Value(p.Temp) && p.Temp != 0, depth = Has_Value(p.Dpth) && p.Dpth != 0;
     if (!temp && !depth) return;
     auto ext = node.append_child("extensions").append_child("gpxtpx:TrackPointExtension");
@@ -82,7 +82,7 @@ void Extras(pugi::xml_node gpx, const Data& data) {
     auto ext = gpx.append_child("extensions");
     for (const cLap& l : data.laps) {
         auto n = ext.append_child("trekcom:lap");
-        Set(n, "start", Iso_Time(l.Start_Time_Seconds));
+        Set(n, "start", Record_Iso_Time(l.Start_Time_Seconds));
         Set(n, "totalTime", std::to_string(l.Total_Time));
         Set(n, "distance", Number(l.Total_Distance));
         Set(n, "beginLat", Degrees(l.Begin_Lat));
@@ -94,8 +94,8 @@ void Extras(pugi::xml_node gpx, const Data& data) {
     }
     for (const cFlightbook_Record& f : data.flights) {
         auto n = ext.append_child("trekcom:flight");
-        Set(n, "takeoff", Iso_Time(f.Takeoff_Seconds));
-        Set(n, "landing", Iso_Time(f.Landing_Seconds));
+        Set(n, "takeoff", Record_Iso_Time(f.Takeoff_Seconds));
+        Set(n, "landing", Record_Iso_Time(f.Landing_Seconds));
         Set(n, "takeoffLat", Degrees(f.Takeoff_Lat));
         Set(n, "takeoffLon", Degrees(f.Takeoff_Lon));
         Set(n, "landingLat", Degrees(f.Landing_Lat));

@@ -22,7 +22,7 @@ json Waypoint(const cWaypoint& w) {
     Put_Float(j, "Dpth", w.Dpth);
     Put_Float(j, "Dist", w.Dist);
     Put_Float(j, "Temp", w.Temp);
-    if (Has_Time(w.Time_Seconds)) j["Time"] = Iso_Time(w.Time_Seconds);
+    if (Has_Time(w.Time_Seconds)) j["Time"] = Record_Iso_Time(w.Time_Seconds);
     for (auto [name, text] : {std::pair{"Facility", &w.Facility}, {"City", &w.City}, {"State", &w.State},
                               {"Country", &w.Country}, {"Address", &w.Address}, {"Cross_Road", &w.Cross_Road},
                               {"Link", &w.Link}})
@@ -35,7 +35,7 @@ json Track_Point(const cTrack& p) {
     Put_Float(j, "Alt", p.Alt);
     Put_Float(j, "Dpth", p.Dpth);
     Put_Float(j, "Temp", p.Temp);
-    if (Has_Time(p.Seconds)) j["Time"] = Iso_Time(p.Seconds);
+    if (Has_Time(p.Seconds)) j["Time"] = Record_Iso_Time(p.Seconds);
     return j;
 }
 
@@ -60,13 +60,13 @@ std::string Json_Text(const Data& data) {
         j["tracks"].push_back(std::move(jt));
     }
     for (const auto& l : data.laps)
-        j["laps"].push_back({{"Start_Time", Iso_Time(l.Start_Time_Seconds)}, {"Total_Time", l.Total_Time},
+        j["laps"].push_back({{"Start_Time", Record_Iso_Time(l.Start_Time_Seconds)}, {"Total_Time", l.Total_Time},
                              {"Total_Distance", l.Total_Distance}, {"Begin_Lat", l.Begin_Lat},
                              {"Begin_Lon", l.Begin_Lon}, {"End_Lat", l.End_Lat}, {"End_Lon", l.End_Lon},
                              {"Calories", l.Calories}, {"Track_Index", l.Track_Index}});
     for (const auto& f : data.flights)
-        j["flightbook"].push_back({{"Takeoff_Time", Iso_Time(f.Takeoff_Seconds)},
-                                   {"Landing_Time", Iso_Time(f.Landing_Seconds)},
+        j["flightbook"].push_back({{"Takeoff_Time", Record_Iso_Time(f.Takeoff_Seconds)},
+                                   {"Landing_Time", Record_Iso_Time(f.Landing_Seconds)},
                                    {"Takeoff_Lat", f.Takeoff_Lat}, {"Takeoff_Lon", f.Takeoff_Lon},
                                    {"Landing_Lat", f.Landing_Lat}, {"Landing_Lon", f.Landing_Lon},
                                    {"Night_Time", f.Night_Time}, {"Num_Landings", f.Num_Landings},
