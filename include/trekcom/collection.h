@@ -33,7 +33,9 @@ public:
     // Removes the element at position i (1-based); the later ones move up.
     void Remove(std::int32_t i) { items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(Position(i))); }
 
-    void Clear() noexcept { items_.clear(); }
+    // Empties the collection and gives its storage back: a cleared collection
+    // of 100,000 track points should not keep their 1.6 MB of pointers.
+    void Clear() noexcept { std::vector<value_type>().swap(items_); }
 
     iterator begin() noexcept { return items_.begin(); }
     iterator end() noexcept { return items_.end(); }

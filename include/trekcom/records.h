@@ -72,19 +72,21 @@ struct cRoute {
 
 // One track point; the same class carries a track header (Ident, Color, Dspl, Index).
 struct cTrack {
+    // Members are ordered by size so that a point, stored by the hundred
+    // thousand, carries no padding between them.
     double Lat = 0;          // degrees
     double Lon = 0;          // degrees
     std::string Time;        // "yyyy/mm/dd-hh:mm:ss"
-    std::int32_t Seconds = 0;  // since the Garmin epoch
-    bool New_Segment = false;
-    float Alt = 0;           // metres
-    float Dpth = 0;          // metres
-    bool Dspl = false;
-    std::uint8_t Color = 0;
     std::string Ident;       // track name
     std::string Datum;
-    std::int16_t Index = 0;
+    std::int32_t Seconds = 0;  // since the Garmin epoch
+    float Alt = 0;           // metres
+    float Dpth = 0;          // metres
     float Temp = 0;
+    std::int16_t Index = 0;
+    bool New_Segment = false;
+    bool Dspl = false;
+    std::uint8_t Color = 0;
 };
 
 // A fitness lap.

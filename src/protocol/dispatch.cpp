@@ -96,13 +96,13 @@ void Engine::Complete_Transfer(const Bytes& packet) {
 // one is wired, its packets are dropped and its record keeps its start values.
 
 void Engine::On_Track_Header(const Bytes& packet) {
-    Track = std::make_shared<cTrack>(records::Decode_Track_Header(packet, P.Track_Header_Format));
+    Track = track_pool_.Make(records::Decode_Track_Header(packet, P.Track_Header_Format));
     Tracks()->Add(Track);
 }
 void Engine::On_Track_Point(const Bytes& packet) {
     // Each point carries the name, colour and display flag of the record
     // before it, so a whole track carries its header's.
-    Track = std::make_shared<cTrack>(records::Decode_Track_Point(packet, P.Track_Point_Format, *Created(Track)));
+    Track = track_pool_.Make(records::Decode_Track_Point(packet, P.Track_Point_Format, *Created(Track)));
     Tracks()->Add(Track);
 }
 void Engine::On_Date_Time(const Bytes& packet) {

@@ -17,6 +17,7 @@
 #include "link/link.h"
 #include "link/packet_ids.h"
 #include "protocol/product_table.h"
+#include "protocol/record_pool.h"
 #include "trekcom/collection.h"
 #include "trekcom/records.h"
 #include "trekcom/types.h"
@@ -232,6 +233,7 @@ private:
     std::shared_ptr<Collection<cWaypoint>> waypoints_;
     std::shared_ptr<Collection<cRoute>> routes_;
     std::shared_ptr<Collection<cTrack>> tracks_;
+    Record_Pool<cTrack> track_pool_;  // track points arrive by the hundred thousand
     std::shared_ptr<Collection<cLap>> laps_;
     std::shared_ptr<Collection<cFlightbook_Record>> flightbook_;
 };

@@ -12,13 +12,12 @@ using namespace std::chrono;
 constexpr std::int64_t kSecondsPerDay = 86400;
 constexpr sys_days kEpoch = sys_days{year{1989} / December / 31};
 
-void Append_Digits(std::string& out, long value, int width) {
-    char digits[8];
-    for (int k = width - 1; k >= 0; --k) {
-        digits[k] = static_cast<char>('0' + value % 10);
+// Writes value as width digits ending just before end.
+void Put_Digits(char* end, long value, int width) {
+    for (int k = 1; k <= width; ++k) {
+        end[-k] = static_cast<char>('0' + value % 10);
         value /= 10;
     }
-    out.append(digits, static_cast<std::size_t>(width));
 }
 
 std::string_view Trim_Spaces(std::string_view s) {
@@ -88,20 +87,16 @@ std::string Seconds2Time(std::int32_t seconds) {
     }
     const year_month_day ymd{kEpoch + sys_days::duration{days}};
 
-    std::string text;
-    text.reserve(19);
-    Append_Digits(text, static_cast<int>(ymd.year()), 4);
-    text += '/';
-    Append_Digits(text, static_cast<long>(static_cast<unsigned>(ymd.month())), 2);
-    text += '/';
-    Append_Digits(text, static_cast<long>(static_cast<unsigned>(ymd.day())), 2);
-    text += '-';
-    Append_Digits(text, static_cast<long>(rest / 3600), 2);
-    text += ':';
-    Append_Digits(text, static_cast<long>(rest / 60 % 60), 2);
-    text += ':';
-    Append_Digits(text, static_cast<long>(rest % 60), 2);
-    return text;
+    // Built in place and copied once, so the text's heap block is exactly
+    // its size: track points keep one each, by the hundred thousand.
+    char text[] = "yyyy/mm/dd-hh:mm:ss";
+    Put_Digits(text + 4, static_cast<int>(ymd.year()), 4);
+    Put_Digits(text + 7, static_cast<long>(static_cast<unsigned>(ymd.month())), 2);
+    Put_Digits(text + 10, static_cast<long>(static_cast<unsigned>(ymd.day())), 2);
+    Put_Digits(text + 13, static_cast<long>(rest / 3600), 2);
+    Put_Digits(text + 16, static_cast<long>(rest / 60 % 60), 2);
+    Put_Digits(text + 19, static_cast<long>(rest % 60), 2);
+    return std::string(text, sizeof text - 1);
 }
 
 std::int32_t Time2Seconds(std::string_view text) {
