@@ -54,6 +54,17 @@ std::optional<Bytes> Unstuff_Frame(std::string_view frame) {
     out.push_back(static_cast<std::uint8_t>(frame[1]));
     const bool expanded = out[1] == kExpandedId;
     if (expanded && frame.size() < kFrameOverhead) return std::nullopt;
+    if (!expanded) {
+        // Most frames hold no 16 at all: size, data and checksum are then
+        // the wire bytes as they are, copied in one go.
+        const std::size_t length = std::size_t{static_cast<std::uint8_t>(frame[2])} + 4;
+        if (frame.size() >= length && frame.substr(2, length - 2).find(static_cast<char>(DLE)) == std::string_view::npos) {
+            out.assign(frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(length));
+            out.push_back(DLE);
+            out.push_back(ETX);
+            return out;
+        }
+    }
     // 1-based position of the checksum: the last one to fill.
     std::size_t last = expanded ? frame.size() - 2 : 0;
     bool skipped_dle = false;

@@ -85,7 +85,14 @@ std::string Seconds2Time(std::int32_t seconds) {
         rest += kSecondsPerDay;
         --days;
     }
-    const year_month_day ymd{kEpoch + sys_days::duration{days}};
+    // Records come in time order: the date is worked out once per day seen.
+    thread_local std::int64_t last_day = std::numeric_limits<std::int64_t>::min();
+    thread_local year_month_day last_ymd{};
+    if (days != last_day) {
+        last_day = days;
+        last_ymd = year_month_day{kEpoch + sys_days::duration{days}};
+    }
+    const year_month_day& ymd = last_ymd;
 
     // Built in place and copied once, so the text's heap block is exactly
     // its size: track points keep one each, by the hundred thousand.
