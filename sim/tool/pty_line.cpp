@@ -94,9 +94,28 @@ void Pty_Line::Flush_Due() {
             out_.pop_front();  // EIO: nobody reads; the bytes are lost, as on a wire
             continue;
         }
+        unit_bytes_ += static_cast<std::uint64_t>(n);
         c.bytes.erase(c.bytes.begin(), c.bytes.begin() + n);
         if (!c.bytes.empty()) return;
         out_.pop_front();
+    }
+}
+
+void Pty_Line::Heard(Unit& unit, Bytes bytes) {
+    host_bytes_ += bytes.size();
+    if (!pace_host_ || unit_baud_ <= 0) {
+        unit.Host_Wrote(bytes);
+        return;
+    }
+    in_free_ms_ = std::max(Now_ms(), in_free_ms_) + static_cast<double>(bytes.size()) * 10.0 * 1000.0 / unit_baud_;
+    in_.push_back({in_free_ms_, std::move(bytes)});
+}
+
+void Pty_Line::Deliver_Due(Unit& unit) {
+    while (!in_.empty() && in_.front().at_ms <= Now_ms()) {
+        const Bytes bytes = std::move(in_.front().bytes);
+        in_.pop_front();
+        unit.Host_Wrote(bytes);
     }
 }
 
@@ -108,9 +127,11 @@ void Pty_Line::Run(Unit& unit, const volatile int& stop) {
         if (hang_up_) {
             hang_up_ = false;
             out_.clear();
+            in_.clear();
             std::string error;
             if (!Open(error)) return;
         }
+        Deliver_Due(unit);
         Flush_Due();
         // Bytes already due wait for POLLOUT, not for a timer, so a full
         // buffer with nobody reading never spins the loop.
@@ -118,6 +139,7 @@ void Pty_Line::Run(Unit& unit, const volatile int& stop) {
         double next = wake_ms_;
         if (!out_.empty() && out_.front().at_ms > now)
             next = next < 0 ? out_.front().at_ms : std::min(next, out_.front().at_ms);
+        if (!in_.empty()) next = next < 0 ? in_.front().at_ms : std::min(next, in_.front().at_ms);
         timespec ts{};
         timespec* timeout = nullptr;
         if (next >= 0) {
@@ -132,7 +154,7 @@ void Pty_Line::Run(Unit& unit, const volatile int& stop) {
         if (r < 0 && errno != EINTR) return;
         if (r > 0 && (p.revents & POLLIN)) {
             const ssize_t n = read(master_, buf.data(), buf.size());
-            if (n > 0 && Rates_Match()) unit.Host_Wrote(Bytes(buf.begin(), buf.begin() + n));
+            if (n > 0 && Rates_Match()) Heard(unit, Bytes(buf.begin(), buf.begin() + n));
         }
         if (wake_ms_ >= 0 && Now_ms() >= wake_ms_) {
             wake_ms_ = -1;

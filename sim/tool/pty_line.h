@@ -25,6 +25,12 @@ public:
     const std::string& Slave_Name() const { return slave_name_; }
     // Serves until stop becomes true (checked after each wake-up).
     void Run(Unit& unit, const volatile int& stop);
+    // The host's bytes reach the unit only after their line time at the
+    // unit's rate, as the unit's own bytes reach the host.
+    void Pace_Host(bool on) { pace_host_ = on; }
+    // Bytes that crossed the line each way.
+    std::uint64_t Unit_Bytes() const { return unit_bytes_; }
+    std::uint64_t Host_Bytes() const { return host_bytes_; }
 
     double Now_ms() const override;
     void Send(const Bytes& bytes, double at_ms) override;
@@ -37,6 +43,8 @@ private:
     void Close();
     bool Rates_Match() const;
     void Flush_Due();
+    void Deliver_Due(Unit& unit);
+    void Heard(Unit& unit, Bytes bytes);
 
     std::string link_path_;
     bool enforce_rate_;
@@ -51,6 +59,11 @@ private:
         Bytes bytes;
     };
     std::deque<Chunk> out_;
+    std::deque<Chunk> in_;  // the host's bytes still on the line (pacing only)
+    double in_free_ms_ = 0;
+    bool pace_host_ = false;
+    std::uint64_t unit_bytes_ = 0;
+    std::uint64_t host_bytes_ = 0;
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
