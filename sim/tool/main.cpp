@@ -5,7 +5,6 @@
 // Prints one line "trekcom-sim: ready on PATH ..." when a host may open PATH,
 // and serves until SIGINT or SIGTERM, then removes PATH and exits 0.
 #include <signal.h>
-#include <sys/prctl.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -38,7 +37,7 @@ int main(int argc, char** argv) {
     app.add_option("--dump", dump_file, "Write everything uploaded to FILE (JSON) on exit");
     app.add_option("--save-data", save_file, "Write the data set (JSON) to FILE and exit");
     app.add_option("--baud", options.baud, "The unit's line rate")->check(CLI::PositiveNumber);
-    app.add_flag("--pace", options.pace, "Take real line time: 10 bits per byte at the unit's rate, both ways");
+    app.add_flag("--pace", options.pace, "Take real line time: 10 bits per byte at the unit's rate, both ways (spins a core)");
     app.add_flag("--line-stats", line_stats, "On exit, print the bytes that crossed the line each way");
     app.add_flag("--any-baud", any_baud, "Let bytes through whatever rate the host sets");
     app.add_option("--ack-timeout", options.ack_timeout_ms, "Milliseconds before a packet is sent again");
@@ -103,9 +102,6 @@ int main(int argc, char** argv) {
     }
     if (options.pace) {
         line.Pace_Host(true);
-        // Line time is kept to the microsecond: the kernel's default 50 us of
-        // timer slack per wake-up would be 3% of a track point at 115200 baud.
-        prctl(PR_SET_TIMERSLACK, 1UL);
     }
     Unit unit(profile, std::move(data), options);
     unit.Fault_Knobs() = faults;

@@ -142,8 +142,11 @@ void Pty_Line::Run(Unit& unit, const volatile int& stop) {
         if (!in_.empty()) next = next < 0 ? in_.front().at_ms : std::min(next, in_.front().at_ms);
         timespec ts{};
         timespec* timeout = nullptr;
-        if (next >= 0) {
-            const double wait = std::max(0.0, next - now);
+        // Paced, the loop spins instead of sleeping (a whole core): a wake-up
+        // from sleep comes tens of microseconds late, on every packet and
+        // every ACK, and the line would seem slower than it is.
+        if (next >= 0 || pace_host_) {
+            const double wait = pace_host_ ? 0.0 : std::max(0.0, next - now);
             ts.tv_sec = static_cast<time_t>(wait / 1000);
             ts.tv_nsec = static_cast<long>(std::fmod(wait, 1000.0) * 1e6);
             timeout = &ts;
