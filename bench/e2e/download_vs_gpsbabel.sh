@@ -91,6 +91,7 @@ command -v gpsbabel >/dev/null && have_gpsbabel=1
 # overflows the 16-bit count of the records packet, which gpsbabel trusts.
 log "unpaced, $points points:"
 run trekcom "$points" -- trekcom_get
+echo "large_points=$points"
 echo "trekcom_large_s=$WALL"
 echo "trekcom_large_ok=$OK"
 if [ "$have_gpsbabel" = 1 ]; then

@@ -1,8 +1,9 @@
 // The receive-and-decode path in memory: a long stream of framed D301 track
 // points through Parse_Input and Process_Packet, Dispatch_Packet and the
 // track decoder into the Tracks collection, with the ACK of every packet
-// going out, as in a download. Chunk sizes from a whole stream down to one
-// byte; 10x the frames should take 10x as long (a flat MB/s).
+// made, as in a download; and the same stream with the decoding left out.
+// Chunk sizes from a whole stream down to one byte; 10x the frames should
+// take 10x as long (a flat MB/s).
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -26,7 +27,7 @@ void Identify(trekcom::detail::Control& c) {
     c.engine.Dispatch_Packet(trekcom::link::Make_Packet(253, array));
 }
 
-std::string Stream(std::size_t points) {
+std::string Stream(std::size_t points, std::uint8_t point_id) {
     std::string wire;
     auto add = [&wire](const Bytes& packet) {
         const Bytes w = trekcom::link::Stuff_Packet(packet);
@@ -42,7 +43,7 @@ std::string Stream(std::size_t points) {
         p.Seconds = 1'000'000'000 + static_cast<std::int32_t>(i);
         p.Alt = static_cast<float>(400 + i % 50);
         p.New_Segment = i % 500 == 0;
-        Bytes packet = trekcom::records::Encode_Track_Point(p, "D301", 34);
+        Bytes packet = trekcom::records::Encode_Track_Point(p, "D301", point_id);
         // The unit sends the point's true size; the encoder keeps the host's 13.
         packet[2] = static_cast<std::uint8_t>(packet.size() - trekcom::link::kFrameOverhead);
         trekcom::link::Seal_Packet(packet);
@@ -51,32 +52,42 @@ std::string Stream(std::size_t points) {
     return wire;
 }
 
-void BM_Receive_And_Decode(benchmark::State& state) {
+// Feeds the stream in chunks, then lets the parser drain what is left.
+void Feed(trekcom::detail::Control& c, std::string_view wire, std::size_t chunk) {
+    for (std::size_t pos = 0; pos < wire.size(); pos += chunk) c.link.Parse_Input(wire.substr(pos, chunk));
+    for (std::size_t before = c.link.ReceiveBuffer.size(); before > 0; before = c.link.ReceiveBuffer.size()) {
+        c.link.Parse_Input({});
+        if (c.link.ReceiveBuffer.size() >= before) break;
+    }
+}
+
+// decode 1: identified as a D310/D301 unit, every point lands in Tracks.
+// decode 0: the points carry an id nothing handles: the frames are found,
+// unstuffed, checked and acknowledged, and dropped.
+void BM_Receive(benchmark::State& state) {
     const std::size_t points = static_cast<std::size_t>(state.range(0));
     const std::size_t chunk = static_cast<std::size_t>(state.range(1));
-    const std::string wire = Stream(points);
+    const bool decode = state.range(2) != 0;
+    const std::string wire = Stream(points, decode ? 34 : 200);
     auto vp = std::make_shared<trekcom::VirtualPlatform>();
     trekcom::TrekcomCtl ctl(vp);
     auto& c = trekcom::detail::Control::Of(ctl);
     Identify(c);
     for (auto _ : state) {
         ctl.Tracks()->Clear();
-        for (std::size_t pos = 0; pos < wire.size(); pos += chunk) c.link.Parse_Input(std::string_view(wire).substr(pos, chunk));
-        for (std::size_t before = c.link.ReceiveBuffer.size(); before > 0; before = c.link.ReceiveBuffer.size()) {
-            c.link.Parse_Input({});
-            if (c.link.ReceiveBuffer.size() >= before) break;
-        }
+        Feed(c, wire, chunk);
     }
-    if (static_cast<std::size_t>(ctl.Tracks()->Count()) != points + 1) {
-        state.SkipWithError("not every point was decoded");
+    if (static_cast<std::size_t>(ctl.Tracks()->Count()) != (decode ? points + 1 : 1)) {
+        state.SkipWithError("the points were not decoded as expected");
         return;
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * wire.size()));
     state.counters["records_per_s"] =
         benchmark::Counter(static_cast<double>(points + 1), benchmark::Counter::kIsIterationInvariantRate);
 }
-BENCHMARK(BM_Receive_And_Decode)->ArgNames({"points", "chunk"})
-    ->Args({10000, 1 << 20})->Args({100000, 1 << 20})->Args({100000, 64})->Args({100000, 1})
+BENCHMARK(BM_Receive)->ArgNames({"points", "chunk", "decode"})
+    ->Args({10000, 1 << 20, 1})->Args({100000, 1 << 20, 1})->Args({100000, 64, 1})->Args({100000, 1, 1})
+    ->Args({100000, 1 << 20, 0})
     ->Unit(benchmark::kMillisecond);
 
 }  // namespace
