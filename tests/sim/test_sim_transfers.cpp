@@ -17,9 +17,8 @@ using trekcom::Bytes;
 
 // The layouts a profile uses are pinned through the control's decoders in
 // records_e2e, and those against hand-built bytes in codecs/, so the unit's
-// codecs cannot drift with the host's. The others are pinned here by their
-// sizes; and every layout must read back what it wrote and refuse a record
-// cut short.
+// codecs cannot drift with the host's. The others are pinned here; and every
+// layout must read back what it wrote and refuse a record cut short.
 TEST(SimLayouts, EveryWaypointLayoutReadsBackWhatItWrote) {
     Waypoint w;
     w.ident = "HOME";
@@ -34,6 +33,12 @@ TEST(SimLayouts, EveryWaypointLayoutReadsBackWhatItWrote) {
     for (auto [type, size] : {std::pair<std::uint16_t, std::size_t>{103, 60}, {403, 64}, {104, 65}, {107, 65},
                               {151, 124}, {154, 126}, {155, 127}})
         EXPECT_EQ(formats::Encode_Waypoint(w, type).size(), size) << type;
+    // D450 proximity records are never downloaded in records_e2e (the table
+    // gives an L002 unit the wrong command): the whole D150, then the
+    // distance, here "no value" (1.0e25).
+    const Bytes d450 = formats::Encode_Waypoint(w, 450);
+    ASSERT_EQ(d450.size(), 121u);
+    EXPECT_EQ(Bytes(d450.begin() + 117, d450.end()), (Bytes{0x51, 0x59, 0x04, 0x69}));
     for (std::uint16_t type : {100, 101, 102, 103, 104, 105, 106, 107, 108, 109, 110, 150, 151, 152, 154, 155, 400, 403, 450}) {
         const Bytes bytes = formats::Encode_Waypoint(w, type);
         Waypoint back;
