@@ -4,11 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
-#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +13,7 @@
 #include <trekcom_sim/unit.h>
 
 #include "support/host_fixture.h"
+#include "support/scratch.h"
 
 namespace host_test {
 
@@ -58,29 +55,8 @@ struct Host {
     Events events;
 };
 
-// A folder of its own for one test, removed with everything in it.
-struct Scratch_Folder {
-    Scratch_Folder() {
-        static std::mt19937_64 seed{std::random_device{}()};
-        path = std::filesystem::temp_directory_path() / ("trekcom-test-" + std::to_string(seed()));
-        std::filesystem::create_directories(path);
-    }
-    ~Scratch_Folder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
-    Scratch_Folder(const Scratch_Folder&) = delete;
-    Scratch_Folder& operator=(const Scratch_Folder&) = delete;
-    std::filesystem::path path;
-};
-
-inline std::string Read_File(const std::filesystem::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-inline void Write_File(const std::filesystem::path& p, const std::string& text) {
-    std::ofstream(p, std::ios::binary | std::ios::trunc) << text;
-}
+using trekcom::testing::Read_File;
+using trekcom::testing::Scratch_Folder;
+using trekcom::testing::Write_File;
 
 }  // namespace host_test

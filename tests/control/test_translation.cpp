@@ -116,21 +116,17 @@ TEST_F(Translation, TheFileIsReadAndWrittenWithTheProfileFunctionsRules) {
     EXPECT_EQ(Read_File(File("Test")), expected);
 }
 
-TEST_F(Translation, PhrasesEndingInABlankComeBackExactlyFromTheirOwnWriteBack) {
+TEST_F(Translation, BlanksAfterAPhraseComeBackFromTheirOwnWriteBackAndValuesAreCutAt255Characters) {
     h.ctl.Language("Test");
     EXPECT_EQ(h.ctl.xLate("SetupDI Error "), "SetupDI Error ");  // written now
     EXPECT_EQ(h.ctl.xLate("SetupDI Error "), "SetupDI Error ");  // read back
     EXPECT_EQ(h.ctl.xLate("SetupDI Error"), "SetupDI Error ");   // one key for both: blanks round keys do not count
-}
 
-TEST_F(Translation, TranslationsAreCutAt255Characters) {
-    h.ctl.Language("Test");
-    std::string long_value;
+    std::string long_value, cut;
     for (int i = 0; i < 300; ++i) long_value += "\u00E9";  // two bytes each in UTF-8
+    for (int i = 0; i < 255; ++i) cut += "\u00E9";
     Write_File(File("Test"), "[Translations]\nUSB connection failure=" + long_value +
                                  "\nNo response from device=" + std::string(255, 'x') + "\n");
-    std::string cut;
-    for (int i = 0; i < 255; ++i) cut += "\u00E9";
     EXPECT_EQ(h.ctl.xLate("USB connection failure"), cut);
     EXPECT_EQ(h.ctl.xLate("No response from device"), std::string(255, 'x'));
 }

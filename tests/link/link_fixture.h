@@ -11,13 +11,13 @@
 
 #include "control/control.h"
 #include "link/framing.h"
+#include "support/deframer.h"
 #include "support/host_fixture.h"
 #include "trekcom/trekcom.h"
 
 namespace trekcom::testing {
 
-// The receiver's side: collects the host's frames (receiver-style deframing:
-// DLE starts, a doubled DLE is data, DLE ETX ends) and answers through a script.
+// The receiver's side: collects the host's frames and answers through a script.
 struct Scripted_Receiver : VirtualDevice {
     VirtualLine* line = nullptr;
     std::vector<Bytes> frames;  // unstuffed host packets, in order
@@ -47,40 +47,20 @@ struct Scripted_Receiver : VirtualDevice {
 
 private:
     void Take(std::uint8_t b) {
-        if (!in_frame_) {
-            if (b == link::DLE) {
-                in_frame_ = true;
-                cur_ = {b};
-                dle_ = false;
-            }
-            return;
+        if (auto f = deframer_.Take(b)) {
+            frames.push_back(f->packet);
+            on_packet(f->packet);
         }
-        if (cur_.size() == 1) {  // the id is never stuffed
-            cur_.push_back(b);
-            return;
-        }
-        if (dle_) {
-            dle_ = false;
-            if (b == link::ETX) {
-                in_frame_ = false;
-                cur_.push_back(link::DLE);
-                cur_.push_back(link::ETX);
-                frames.push_back(cur_);
-                on_packet(cur_);
-                return;
-            }
-            cur_.push_back(b);  // a doubled DLE: one data 16
-            return;
-        }
-        if (b == link::DLE)
-            dle_ = true;
-        else
-            cur_.push_back(b);
     }
-    bool in_frame_ = false;
-    bool dle_ = false;
-    Bytes cur_;
+    Deframer deframer_;
 };
+
+inline Bytes Packet(std::uint8_t id, const Bytes& data) { return link::Make_Packet(id, data); }
+// A packet as it goes on the line.
+inline std::string Wire(const Bytes& packet) {
+    const Bytes w = link::Stuff_Packet(packet);
+    return std::string(w.begin(), w.end());
+}
 
 class Link_Test : public ::testing::Test {
 protected:
@@ -92,11 +72,6 @@ protected:
     link::Link& L() { return detail::Control::Of(ctl).link; }
     // Lets the line and the control run for a while of virtual time.
     void Run(double ms = 100) { vp->Advance(ms); }
-    static Bytes Packet(std::uint8_t id, const Bytes& data) { return link::Make_Packet(id, data); }
-    static std::string Wire(const Bytes& packet) {
-        const Bytes w = link::Stuff_Packet(packet);
-        return std::string(w.begin(), w.end());
-    }
 
     std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
     std::shared_ptr<Scripted_Receiver> device = std::make_shared<Scripted_Receiver>();

@@ -13,11 +13,8 @@ struct Frame_Case {
     std::vector<Bytes> packets;  // what the host must receive, in order
 };
 
-Bytes P(std::uint8_t id, const Bytes& data) { return link::Make_Packet(id, data); }
-std::string W(const Bytes& packet) {
-    const Bytes w = link::Stuff_Packet(packet);
-    return std::string(w.begin(), w.end());
-}
+constexpr auto P = Packet;
+constexpr auto W = Wire;
 
 std::vector<Frame_Case> Cases() {
     const Bytes sixteen_bytes(16, 0x41);                 // size byte 16 is doubled
@@ -81,7 +78,10 @@ TEST_F(Link_Test, AStuffedDleEtxAtTheVeryStartOfTheDataReadsAsAShortFrame) {
     EXPECT_TRUE(rec.received.empty());
 }
 
-TEST_F(Link_Test, LinesWaitBelow83CharactersAndAreDroppedAt83) {
+// Lines wait below 83 characters and are dropped at 83; bytes that are
+// neither frame nor line go through the next CR LF; a line switches to NMEA
+// mode and a DLE switches back.
+TEST_F(Link_Test, TheParsersRulesForLinesAndNoise) {
     L().Parse_Input("$GPGGA," + std::string(70, 'x'));
     EXPECT_EQ(L().ReceiveBuffer.size(), 77u);
     L().Parse_Input(std::string(5, 'y'));
@@ -89,16 +89,13 @@ TEST_F(Link_Test, LinesWaitBelow83CharactersAndAreDroppedAt83) {
     L().Parse_Input("z");
     EXPECT_TRUE(L().ReceiveBuffer.empty());
     EXPECT_TRUE(rec.nmea.empty());
-}
 
-TEST_F(Link_Test, BytesThatAreNeitherFrameNorLineGoThroughTheNextCrLf) {
     L().Parse_Input("noise\r\nmore");
     EXPECT_EQ(L().ReceiveBuffer.View(), "more");
     L().Parse_Input("");
     EXPECT_TRUE(L().ReceiveBuffer.empty());
-}
+    EXPECT_FALSE(L().NMEAMode);
 
-TEST_F(Link_Test, ALineSwitchesToNmeaModeAndADleSwitchesBack) {
     L().Parse_Input("$GPRMC,1*00\r\n");
     EXPECT_TRUE(L().NMEAMode);
     EXPECT_EQ(L().Settings, "4800,N,8,1");
@@ -110,25 +107,25 @@ TEST_F(Link_Test, ALineSwitchesToNmeaModeAndADleSwitchesBack) {
 
 TEST_F(Link_Test, GoodPacketsAreAcknowledgedStreamedOnesNever) {
     Open();
-    device->Send(Packet(35, {1, 2, 3}));
-    device->Send(Packet(51, {1}));   // PVT
-    device->Send(Packet(114, {1}));  // satellites
-    device->Send(Packet(69, {1}));   // display data
+    device->Send(P(35, {1, 2, 3}));
+    device->Send(P(51, {1}));   // PVT
+    device->Send(P(114, {1}));  // satellites
+    device->Send(P(69, {1}));   // display data
     Run();
     ASSERT_EQ(rec.received.size(), 4u);
     ASSERT_EQ(device->frames.size(), 1u);
-    EXPECT_EQ(device->frames[0], Packet(6, {35, 0}));
-    EXPECT_EQ(L().LastPacket, Packet(6, {35, 0}));
+    EXPECT_EQ(device->frames[0], P(6, {35, 0}));
+    EXPECT_EQ(L().LastPacket, P(6, {35, 0}));
 }
 
 TEST_F(Link_Test, BadChecksumsAreRefusedAndTheSixthIsAnError) {
     Open();
-    Bytes bad = Packet(35, {7});
+    Bytes bad = P(35, {7});
     bad[bad.size() - 3] ^= 0x55;
     for (int i = 0; i < 6; ++i) device->Send(bad);
     Run();
     EXPECT_EQ(device->Count(21), 5u);  // five NAKs, then the error
-    EXPECT_EQ(device->frames[0], Packet(21, {35, 0}));
+    EXPECT_EQ(device->frames[0], P(21, {35, 0}));
     ASSERT_EQ(rec.errors.size(), 1u);
     EXPECT_EQ(rec.errors[0].code, 3);
     EXPECT_EQ(rec.errors[0].message, "Invalid message received from device");
@@ -138,7 +135,7 @@ TEST_F(Link_Test, BadChecksumsAreRefusedAndTheSixthIsAnError) {
     EXPECT_EQ(rec.received.size(), 6u);
     EXPECT_EQ(device->Count(6), 0u);
     // A streamed packet with a bad checksum is not refused either.
-    Bytes bad_pvt = Packet(51, {7});
+    Bytes bad_pvt = P(51, {7});
     bad_pvt[bad_pvt.size() - 3] ^= 1;
     device->Send(bad_pvt);
     Run();
@@ -147,7 +144,7 @@ TEST_F(Link_Test, BadChecksumsAreRefusedAndTheSixthIsAnError) {
 
 TEST_F(Link_Test, NakResendsTheLastPacketFiveTimesThenErrorTwo) {
     Open();
-    const Bytes command = Packet(10, {7, 0});
+    const Bytes command = P(10, {7, 0});
     device->on_packet = [this](const Bytes& p) { device->Nak(p[1]); };
     ctl.Send(command, 0, 0);
     Run(1000);
@@ -164,12 +161,12 @@ TEST_F(Link_Test, UserFlowControlSilencesAckNakAndWatchdog) {
     ctl.UserFlowControl(true);
     Open();
     device->on_packet = [](const Bytes&) {};
-    Bytes bad = Packet(35, {7});
+    Bytes bad = P(35, {7});
     bad[bad.size() - 3] ^= 1;
-    device->Send(Packet(35, {1}));
+    device->Send(P(35, {1}));
     for (int i = 0; i < 8; ++i) device->Send(bad);
-    device->Send(Packet(21, {35, 0}));
-    ctl.Send(Packet(10, {7, 0}), 0, 0);
+    device->Send(P(21, {35, 0}));
+    ctl.Send(P(10, {7, 0}), 0, 0);
     Run(20000);
     EXPECT_EQ(device->frames.size(), 1u);  // only the host's own send
     EXPECT_TRUE(rec.errors.empty());
@@ -184,12 +181,6 @@ TEST_F(Link_Test, LineErrorEventDiscardsBufferedInput) {
     Run(20);
     EXPECT_TRUE(L().ReceiveBuffer.empty());
 }
-
-}  // namespace
-}  // namespace trekcom::testing
-
-namespace trekcom::testing {
-namespace {
 
 // Any byte sequence is safe: random streams heavy in the bytes the parser
 // cares about, in random chunks, never crash, hang or keep garbage around.
@@ -221,9 +212,9 @@ TEST_F(Link_Test, AFrameStartWithNoEndIsGivenUpInsteadOfGrowingForever) {
     EXPECT_TRUE(L().ReceiveBuffer.empty());
     L().Parse_Input(std::string("\x10\x10") + std::string(5000, 'b'));
     EXPECT_TRUE(L().ReceiveBuffer.empty());
-    L().Parse_Input(Wire(Packet(0x22, {1})));
+    L().Parse_Input(W(P(0x22, {1})));
     ASSERT_EQ(rec.received.size(), 1u);
-    EXPECT_EQ(rec.received[0], Packet(0x22, {1}));
+    EXPECT_EQ(rec.received[0], P(0x22, {1}));
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ struct Count_Case {
 
 class Counts : public Protocol_Test, public ::testing::WithParamInterface<Count_Case> {};
 
-TEST_P(Counts, GivesTheFourCountsAndSuppressesCompletion) {
+TEST_P(Counts, GivesTheFourCountsAndSuppressesCompletionUntilTheNextRequest) {
     auto unit = Attach_Unit(sim::Profile::Named(GetParam().profile));
     const sim::Data_Set& d = unit->Sim().Data();
     const sim::Profile& p = unit->Sim().Unit_Profile();
@@ -51,6 +51,8 @@ TEST_P(Counts, GivesTheFourCountsAndSuppressesCompletion) {
     // A completion packet now raises nothing, until the next request.
     C().Dispatch_Packet(link::Make_Packet(ctl.PID_Xfer_Cmplt(), {ctl.CMND_Transfer_Wpt(), 0}));
     EXPECT_EQ(rec.waypoints, 0);
+    ctl.Request_Waypoints();
+    EXPECT_TRUE(vp->Run_Until([&] { return rec.waypoints == 1; }, 30000));
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, Counts,
@@ -60,13 +62,6 @@ INSTANTIATE_TEST_SUITE_P(Profiles, Counts,
                                            // which it does not answer.
                                            Count_Case{"l002", false, false, 1}),
                          [](const auto& info) { return std::string(info.param.profile); });
-
-TEST_F(Protocol_Test, RequestAfterCountsRaisesItsEventAgain) {
-    Attach_Unit(sim::Profile::Named("current"));
-    ctl.Request_Counts();
-    ctl.Request_Waypoints();
-    EXPECT_TRUE(vp->Run_Until([&] { return rec.waypoints == 1; }, 30000));
-}
 
 // The product table moves every id to L002 but the proximity ones: such a
 // unit is asked with the A010 code 3 and the simulator, which expects 17,

@@ -39,34 +39,12 @@ sim::Subclass Subclass_Of(const std::string& text) {
 }
 
 sim::Waypoint To_Sim(const cWaypoint& w) {
-    sim::Waypoint s;
-    s.ident = w.Ident;
-    s.lat = sim::Deg_To_Semi(w.Lat);
-    s.lon = sim::Deg_To_Semi(w.Lon);
-    s.comment = w.Cmnt;
-    s.facility = w.Facility;
-    s.city = w.City;
-    s.state = w.State;
-    s.country = w.Country;
-    s.address = w.Address;
-    s.cross_road = w.Cross_Road;
-    s.link = w.Link;
-    s.alt = w.Alt;
-    s.depth = w.Dpth;
-    s.dist = w.Dist;
-    s.temp = w.Temp;
-    s.symbol = w.Smbl;
-    s.wpt_class = static_cast<std::uint8_t>(w.Wpt_Class);
-    s.color = static_cast<std::uint8_t>(w.Color);
-    s.display = static_cast<std::uint8_t>(w.Dspl);
-    s.attr = static_cast<std::uint8_t>(w.Attrib);
-    s.subclass = Subclass_Of(w.Sub_Class);
-    s.ete = static_cast<std::uint32_t>(w.Ete);
-    s.time = static_cast<std::uint32_t>(w.Time_Seconds);
-    s.category = static_cast<std::uint16_t>(w.Wpt_Category);
-    s.prox_index = w.Prox_Index;
-    s.unused = static_cast<std::uint32_t>(w.Unused1);
-    return s;
+    return {w.Ident, sim::Deg_To_Semi(w.Lat), sim::Deg_To_Semi(w.Lon), w.Cmnt, w.Facility, w.City, w.State,
+            w.Country, w.Address, w.Cross_Road, w.Link, w.Alt, w.Dpth, w.Dist, w.Temp, w.Smbl,
+            static_cast<std::uint8_t>(w.Wpt_Class), static_cast<std::uint8_t>(w.Color),
+            static_cast<std::uint8_t>(w.Dspl), static_cast<std::uint8_t>(w.Attrib), Subclass_Of(w.Sub_Class),
+            static_cast<std::uint32_t>(w.Ete), static_cast<std::uint32_t>(w.Time_Seconds),
+            static_cast<std::uint16_t>(w.Wpt_Category), w.Prox_Index, static_cast<std::uint32_t>(w.Unused1)};
 }
 
 sim::Track_Point To_Sim(const cTrack& t) {

@@ -2,23 +2,19 @@
 // virtual serial port and reads the unit's frames back, with virtual time.
 #pragma once
 
+#include <deque>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "link/framing.h"
+#include "support/deframer.h"
 #include "trekcom/virtual_platform.h"
 #include "trekcom_sim/unit.h"
 
 namespace sim_test {
 
 using trekcom::Bytes;
-
-struct Frame {
-    std::uint8_t id = 0;
-    Bytes data;
-    bool good = false;  // checksum and size agree
-};
+using trekcom::testing::Frame;
 
 class Host {
 public:
@@ -82,61 +78,21 @@ public:
             if (auto f = Next(end - Now())) out.push_back(*f);
         return out;
     }
-    std::string Raw_Text() { return pending_ + port_->Input(); }
 
 private:
     std::optional<Frame> Take() {
-        pending_ += port_->Input();
-        // Drop noise before a frame start.
-        const auto start = pending_.find('\x10');
-        if (start == std::string::npos) {
-            pending_.clear();
-            return std::nullopt;
-        }
-        pending_.erase(0, start);
-        if (pending_.size() >= 2 && pending_[1] == '\x03') {  // a lone DLE ETX
-            pending_.erase(0, 2);
-            return Take();
-        }
-        for (std::size_t i = 2; i + 1 < pending_.size(); ++i) {
-            if (pending_[i] != '\x10') continue;
-            if (pending_[i + 1] == '\x10') {
-                ++i;
-                continue;
-            }
-            if (pending_[i + 1] != '\x03') continue;
-            if (i < 4) {  // too short for a frame: noise that looked like one
-                pending_.erase(0, i + 2);
-                return Take();
-            }
-            const std::string frame = pending_.substr(0, i + 2);
-            pending_.erase(0, i + 2);
-            Frame f;
-            f.id = static_cast<std::uint8_t>(frame[1]);
-            auto packet = trekcom::link::Unstuff_Frame(frame);
-            if (packet && packet->size() == frame.size() - Stuffing(frame)) {
-                f.data = trekcom::link::Packet_Data(*packet);
-                f.good = trekcom::link::Calc_Checksum(*packet) == (*packet)[packet->size() - 3] &&
-                         (*packet)[2] == f.data.size();
-            }
-            return f;
-        }
-        return std::nullopt;
-    }
-    // Doubled DLEs between the id and the trailer.
-    static std::size_t Stuffing(const std::string& frame) {
-        std::size_t n = 0;
-        for (std::size_t i = 2; i + 2 < frame.size(); ++i)
-            if (frame[i] == '\x10' && frame[i + 1] == '\x10') {
-                ++n;
-                ++i;
-            }
-        return n;
+        for (const char c : port_->Input())
+            if (auto f = deframer_.Take(static_cast<std::uint8_t>(c)); f && f->packet.size() >= 6) frames_.push_back(*f);
+        if (frames_.empty()) return std::nullopt;
+        Frame f = std::move(frames_.front());
+        frames_.pop_front();
+        return f;
     }
 
     trekcom::VirtualPlatform& platform_;
     std::unique_ptr<trekcom::SerialPort> port_;
-    std::string pending_;
+    trekcom::testing::Deframer deframer_;
+    std::deque<Frame> frames_;  // read, not yet taken
 };
 
 // A simulated unit on the virtual port "gps".

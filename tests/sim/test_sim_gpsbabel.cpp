@@ -1,12 +1,6 @@
 // Interoperability with an independent host: gpsbabel, run as a black box
 // against the trekcom-sim tool over a real pseudo-terminal. Its downloads must
 // give back exactly the unit's data, and its uploads must be stored exactly.
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -16,9 +10,12 @@
 #include <pugixml.hpp>
 
 #include "civil_time.h"
+#include "support/scratch.h"
+#include "support/sim_process.h"
 #include "trekcom_sim/unit.h"
 
 using namespace trekcom::sim;
+using trekcom::testing::Sim_Process;
 namespace fs = std::filesystem;
 
 namespace {
@@ -38,59 +35,8 @@ std::string Iso(std::uint32_t t) {
     return buf;
 }
 
-// The tool in a child process, stopped with SIGTERM.
-class Sim_Process {
-public:
-    Sim_Process(const fs::path& dir, const std::string& profile) : link_(dir / "gps"), dump_(dir / "dump.json") {
-        int out[2];
-        if (pipe(out) != 0) return;
-        pid_ = fork();
-        if (pid_ == 0) {
-            dup2(out[1], STDOUT_FILENO);
-            close(out[0]);
-            close(out[1]);
-            const std::string l = link_.string(), d = dump_.string();
-            execl(TREKCOM_SIM_TOOL, TREKCOM_SIM_TOOL, "--link", l.c_str(), "--profile", profile.c_str(), "--dump",
-                  d.c_str(), static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        close(out[1]);
-        pollfd p{out[0], POLLIN, 0};
-        std::string line;
-        char c;
-        while (line.find('\n') == std::string::npos && poll(&p, 1, 5000) > 0 && read(out[0], &c, 1) == 1) line += c;
-        close(out[0]);
-        ready_ = line.rfind("trekcom-sim: ready on ", 0) == 0;
-    }
-    ~Sim_Process() { Stop(); }
-    bool Ready() const { return ready_; }
-    const fs::path& Link() const { return link_; }
-    const fs::path& Dump() const { return dump_; }
-    // The exit status, -1 when it did not exit normally.
-    int Stop() {
-        if (pid_ <= 0) return status_;
-        kill(pid_, SIGTERM);
-        int st = 0;
-        waitpid(pid_, &st, 0);
-        pid_ = -1;
-        status_ = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-        return status_;
-    }
-
-private:
-    fs::path link_, dump_;
-    pid_t pid_ = -1;
-    bool ready_ = false;
-    int status_ = -1;
-};
-
 int Babel(const std::string& args, const fs::path& log) {
     return std::system(("timeout 60 gpsbabel " + args + " > '" + log.string() + "' 2>&1").c_str());
-}
-
-fs::path Temp_Dir() {
-    std::string tmpl = (fs::temp_directory_path() / "trekcom-sim-XXXXXX").string();
-    return mkdtemp(tmpl.data()) ? fs::path(tmpl) : fs::path();
 }
 
 bool Has_Altitude(std::uint16_t wpt_type) { return wpt_type >= 108 && wpt_type != 400 && wpt_type != 403; }
@@ -99,13 +45,9 @@ class SimGpsbabel : public ::testing::TestWithParam<std::string> {
 protected:
     void SetUp() override {
         if (!Have_Gpsbabel()) GTEST_SKIP() << "gpsbabel is not installed";
-        dir_ = Temp_Dir();
-        ASSERT_FALSE(dir_.empty());
     }
-    void TearDown() override {
-        if (!dir_.empty()) fs::remove_all(dir_);
-    }
-    fs::path dir_;
+    trekcom::testing::Scratch_Folder scratch;
+    const fs::path& dir_ = scratch.path;
 };
 
 }  // namespace
@@ -113,10 +55,10 @@ protected:
 TEST_P(SimGpsbabel, DownloadsGiveBackTheUnitsData) {
     const Profile profile = Profile::Named(GetParam());
     const Data_Set want = Unit(profile).Visible_Data();
-    Sim_Process sim(dir_, GetParam());
+    Sim_Process sim(dir_, {"--profile", GetParam(), "--dump", (dir_ / "dump.json").string()});
     ASSERT_TRUE(sim.Ready());
     for (const char* kind : {"-w", "-r", "-t"})
-        ASSERT_EQ(Babel(std::string(kind) + " -i garmin -f " + sim.Link().string() + " -o gpx -F " +
+        ASSERT_EQ(Babel(std::string(kind) + " -i garmin -f " + sim.Link() + " -o gpx -F " +
                             (dir_ / (kind + 1)).string() + ".gpx",
                         dir_ / "log"),
                   0)
@@ -227,18 +169,18 @@ TEST_P(SimGpsbabel, UploadsAreStoredExactly) {
 </gpx>
 )";
     }
-    Sim_Process sim(dir_, GetParam());
+    Sim_Process sim(dir_, {"--profile", GetParam(), "--dump", (dir_ / "dump.json").string()});
     ASSERT_TRUE(sim.Ready());
     for (const char* kind : {"-w", "-r", "-t"})
         ASSERT_EQ(Babel(std::string(kind) + " -i gpx -f " + (dir_ / "in.gpx").string() + " -o garmin -F " +
-                            sim.Link().string(),
+                            sim.Link(),
                         dir_ / "log"),
                   0)
             << kind;
     ASSERT_EQ(sim.Stop(), 0);
     Data_Set up;
     std::string error;
-    ASSERT_TRUE(Load_Data(sim.Dump().string(), up, error)) << error;
+    ASSERT_TRUE(Load_Data((dir_ / "dump.json").string(), up, error)) << error;
 
     auto at = [](std::int32_t semi, double deg) { return std::fabs(Semi_To_Deg(semi) - deg) <= 1e-6; };
     ASSERT_EQ(up.waypoints.size(), 2u);

@@ -108,13 +108,10 @@ TEST(SimLink, StopAndWaitResendsOnNakAndOnceAfterTimeout) {
     EXPECT_TRUE(host.Send_Acked(10, {0, 0}));
 }
 
-TEST(SimLink, HostAtAnotherRateHearsNothingAndBaudChangeMovesTheUnit) {
+// (That a line at another rate carries nothing is the virtual platform's,
+// checked in platform/.)
+TEST(SimLink, BaudChangeMovesTheUnitOnceItsReplyIsAcknowledged) {
     Bench b;
-    {
-        Host wrong(b.platform, "19200,N,8,1");
-        wrong.Send(10, {0, 0});
-        EXPECT_FALSE(wrong.Next(3000).has_value());
-    }
     Host host(b.platform);
     ASSERT_TRUE(host.Send_Acked(48, {0x00, 0xE1, 0x00, 0x00}));  // 57600
     auto reply = host.Next_Data();
@@ -125,8 +122,6 @@ TEST(SimLink, HostAtAnotherRateHearsNothingAndBaudChangeMovesTheUnit) {
     host.Ack(49);
     host.Drain(10);
     EXPECT_EQ(b.Sim().Baud(), 57600);
-    host.Send(10, {0, 0});
-    EXPECT_FALSE(host.Next(3000).has_value());
     host.Port().Settings("57600,N,8,1");
     EXPECT_TRUE(host.Send_Acked(10, {0, 0}));
 }

@@ -1,17 +1,17 @@
 // The unit's USB side as a host driver meets it: the session start, answers
 // read from the interrupt pipe in 64-byte blocks, record transfers announced
-// by Data Available and read from the bulk pipe, and hostile packets.
+// by Data Available and read from the bulk pipe, and hostile packets. (Only
+// the test driver in usb/ drives this side; the host's transport over it is
+// checked there, against the serial line.)
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <random>
 
 #include "sim_host.h"
 #include "trekcom_sim/unit.h"
 #include "usb_packet.h"
 
 using namespace trekcom::sim;
-using sim_test::U16;
 using trekcom::Bytes;
 
 namespace {
@@ -51,17 +51,13 @@ public:
         return out;
     }
 
-    std::size_t reads = 0;
-
 private:
     std::vector<usb::Packet> Collect(const std::function<Bytes()>& read, std::size_t max) {
         std::vector<usb::Packet> out;
         for (Bytes packet = read(); !packet.empty(); packet = read()) {
-            ++reads;
             EXPECT_LE(packet.size(), max);
             while (packet.size() < usb::kHeaderSize || packet.size() < usb::kHeaderSize + Size_Field(packet)) {
                 const Bytes more = read();
-                ++reads;
                 if (more.empty()) {
                     ADD_FAILURE() << "the pipe ran dry inside a packet";
                     return out;
@@ -85,39 +81,24 @@ std::vector<std::uint16_t> Ids(const std::vector<usb::Packet>& packets) {
     return ids;
 }
 
-bool Serves_Session_Start(Unit& unit) {
-    Usb_Host host(unit);
-    host.Write(usb::kProtocol, usb::kStartSession);
-    const auto answer = host.Interrupt();
-    return answer.size() == 1 && answer[0].type == usb::kProtocol && answer[0].id == usb::kSessionStarted;
-}
-
 }  // namespace
 
-TEST(SimUsb, SessionProductDataAndWaypointDownload) {
+// (What the answers and transfers hold is compared with the serial ones
+// through the host's transport in usb/.)
+TEST(SimUsb, SessionAnswersAndTransfersTakeTheirPipes) {
     Unit unit(Profile::Named("current"));
     Usb_Host host(unit);
-
     host.Write(usb::kProtocol, usb::kStartSession);
     auto got = host.Interrupt();
     ASSERT_EQ(got.size(), 1u);
-    EXPECT_EQ(got[0].type, usb::kProtocol);
     EXPECT_EQ(got[0].id, usb::kSessionStarted);
     EXPECT_EQ(got[0].data, (Bytes{0x14, 0x6A, 0x0A, 0xCE}));  // the unit id, 3456789012
-    host.Write(usb::kProtocol, usb::kStartSession2);
-    got = host.Interrupt();
-    ASSERT_EQ(got.size(), 1u);
-    EXPECT_EQ(got[0].id, usb::kSessionStarted2);
-    EXPECT_TRUE(got[0].data.empty());
 
-    // Short answers come on the interrupt pipe, unacknowledged, some longer than a block.
-    host.reads = 0;
+    // Short answers come on the interrupt pipe, unacknowledged.
     host.Write(usb::kApplication, 254);
     got = host.Interrupt();
     EXPECT_EQ(Ids(got), (std::vector<std::uint16_t>{255, 248, 253}));
-    EXPECT_GT(host.reads, got.size());
     for (const auto& p : got) EXPECT_EQ(p.type, usb::kApplication);
-    EXPECT_EQ(U16(got.at(0).data), unit.Unit_Profile().product_id);
     EXPECT_TRUE(unit.Usb_Bulk_Read(4096).empty());
 
     // A transfer is announced on the interrupt pipe and travels on the bulk pipe.
@@ -127,44 +108,11 @@ TEST(SimUsb, SessionProductDataAndWaypointDownload) {
     EXPECT_EQ(got[0].type, usb::kProtocol);
     EXPECT_EQ(got[0].id, usb::kDataAvailable);
     const auto transfer = host.Bulk();
-    const auto expected = unit.Visible_Data().waypoints;
-    ASSERT_EQ(transfer.size(), expected.size() + 2);
+    ASSERT_EQ(transfer.size(), unit.Visible_Data().waypoints.size() + 2);
     EXPECT_EQ(transfer.front().id, 27);
-    EXPECT_EQ(U16(transfer.front().data), expected.size());
-    // (The records themselves are compared with the serial ones in usb/.)
-    for (std::size_t i = 0; i < expected.size(); ++i) EXPECT_EQ(transfer[i + 1].id, 35);
     EXPECT_EQ(transfer.back().id, 12);
-    EXPECT_EQ(U16(transfer.back().data), 7);
     EXPECT_TRUE(unit.Usb_Interrupt_Read().empty());
     EXPECT_EQ(unit.Stats().acks_sent, 0);
-}
-
-TEST(SimUsb, PacketsSplitAcrossReadsOfAnySize) {
-    Unit unit(Profile::Named("current"));
-    Usb_Host host(unit);
-    host.Write(usb::kApplication, 254);
-    const auto whole = host.Interrupt(4096);
-    for (std::size_t block : {64u, 13u, 7u, 1u}) {
-        host.Write(usb::kApplication, 254);
-        const auto split = host.Interrupt(block);
-        ASSERT_EQ(split.size(), whole.size()) << block;
-        for (std::size_t i = 0; i < split.size(); ++i) EXPECT_EQ(split[i].data, whole[i].data) << block;
-    }
-    // The protocol array is one packet over two blocks: 64 bytes, then the rest.
-    host.Write(usb::kApplication, 254);
-    Bytes block;
-    while ((block = unit.Usb_Interrupt_Read()).size() != 64 || block[4] != 253) ASSERT_FALSE(block.empty());
-    EXPECT_EQ(unit.Usb_Interrupt_Read().size(), usb::kHeaderSize + whole.back().data.size() - 64);
-    EXPECT_TRUE(unit.Usb_Interrupt_Read(0).empty());
-
-    host.Command(7);
-    EXPECT_EQ(Ids(host.Interrupt()), std::vector<std::uint16_t>{usb::kDataAvailable});
-    const auto small = host.Bulk(64);
-    host.Command(7);
-    host.Interrupt();
-    const auto large = host.Bulk(4096);
-    ASSERT_EQ(small.size(), large.size());
-    for (std::size_t i = 0; i < small.size(); ++i) EXPECT_EQ(small[i].data, large[i].data);
 }
 
 TEST(SimUsb, AbortDropsUnreadBulkDataButNotAHalfReadPacket) {
@@ -201,29 +149,6 @@ TEST(SimUsb, MalformedHostPacketsAreIgnored) {
     EXPECT_EQ(unit.Stats().frames_received, 3);
     EXPECT_EQ(unit.Stats().unknown_packets, 3);
     EXPECT_TRUE(host.Read().empty());
-    EXPECT_TRUE(Serves_Session_Start(unit));
-}
-
-TEST(SimUsb, RandomPacketsNeverBreakTheUnit) {
-    std::mt19937 rng(1046);
-    for (const char* profile : {"current", "l002", "legacy25"}) {
-        Unit unit(Profile::Named(profile));
-        auto byte = [&] { return static_cast<std::uint8_t>(rng()); };
-        for (int i = 0; i < 4000; ++i) {
-            Bytes data(rng() % 80);
-            for (auto& b : data) b = byte();
-            if (i % 2) {
-                unit.Usb_Host_Wrote(data);  // raw garbage
-            } else {
-                const std::uint8_t type = i % 8 == 0 ? byte() : (i % 4 ? usb::kApplication : usb::kProtocol);
-                unit.Usb_Host_Wrote(usb::Make_Packet(type, static_cast<std::uint16_t>(rng() % 300), data));
-            }
-            const std::size_t max = rng() % 100;
-            while (!unit.Usb_Interrupt_Read(max + 1).empty()) {}
-            if (i % 3 == 0)
-                while (!unit.Usb_Bulk_Read(max + 1).empty()) {}
-            if (!unit.Powered()) unit.Power_On();
-        }
-        EXPECT_TRUE(Serves_Session_Start(unit)) << profile;
-    }
+    host.Write(usb::kProtocol, usb::kStartSession);  // and it still serves
+    EXPECT_EQ(Ids(host.Interrupt()), std::vector<std::uint16_t>{usb::kSessionStarted});
 }
