@@ -85,8 +85,12 @@ std::uint32_t Size_Of(const Bytes& usb) {
 struct Checks : cUSBEvents {
     void USBReceived(Bytes& packet, Bytes& usb) override {
         const std::uint32_t size = usb.size() >= 12 ? Size_Of(usb) : 0;
+        const unsigned id = usb.size() >= 12 ? usb[4] | (usb[5] << 8) : 0;
+        // The expanded form is chosen by id and size: an application packet
+        // whose id is 123 itself comes out in the normal form.
+        const bool expanded = id >= 256 || size >= 256;
         const bool whole = usb.size() >= 12 && size >= 1 && size <= cUSB::kMax_Data && usb.size() == 12 + size &&
-                           packet.size() == size + (packet[1] == cUSB::kExpanded_Id ? 12u : 6u);
+                           packet.size() == size + (expanded ? 12u : 6u);
         if (!whole) std::abort();
     }
     void USBError(std::int16_t& seq, std::string&, Bytes&) override { seq = 0; }  // never search again
