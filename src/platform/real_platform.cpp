@@ -9,6 +9,7 @@
 // running. A work guard keeps the io_context from ever running out of work,
 // so it never stops and never needs restart(), which would be wrong inside a
 // nested wait.
+#include <algorithm>
 #include <asio.hpp>
 #include <chrono>
 #include <ctime>
@@ -85,11 +86,19 @@ protected:
 
     void Wait_For_Events(double max_ms) override {
         try {
+            // During a transfer the answer to an ACK is often only tens of
+            // microseconds away: a short look before sleeping saves a sleep
+            // and a wake-up per packet. Only after a wait that I/O ended, so
+            // an idle loop never spins.
+            if (io_ended_last_wait_ && Poll_For(std::min(max_ms, kSpin_ms))) return;
             // Sleep in the reactor until the first I/O completes or the time
             // is up, then handle whatever else is ready without waiting.
-            if (max_ms > 0) io_.run_one_for(std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                std::chrono::duration<double, std::milli>(max_ms)));
-            io_.poll();
+            std::size_t handled = 0;
+            if (max_ms > 0)
+                handled = io_.run_one_for(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                    std::chrono::duration<double, std::milli>(max_ms)));
+            handled += io_.poll();
+            io_ended_last_wait_ = handled > 0;
         } catch (const std::exception& e) {
             // Only a failing reactor gets here (our handlers do not throw).
             // Tell the host once; later waits still must not spin.
@@ -101,7 +110,19 @@ protected:
     }
 
 private:
+    static constexpr double kSpin_ms = 0.05;
+
+    // Handles what is ready, looking again until something was or ms pass.
+    bool Poll_For(double ms) {
+        const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double, std::milli>(ms);
+        do {
+            if (io_.poll() > 0) return true;
+        } while (std::chrono::steady_clock::now() < until);
+        return false;
+    }
+
     asio::io_context io_;
+    bool io_ended_last_wait_ = false;
     asio::executor_work_guard<asio::io_context::executor_type> work_;
     bool loop_failed_ = false;
 };
