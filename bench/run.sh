@@ -59,6 +59,11 @@ line "  trekcom, fraction of line limit" \
     ">= 97%" "$(verdict "$(kv trekcom_paced_fraction) >= 0.97")"
 [ -n "$(kv gpsbabel_paced_fraction)" ] && line "  gpsbabel, same line" \
     "$(calc %.1f "$(kv gpsbabel_paced_fraction) * 100")% ($(kv gpsbabel_paced_s) s / $(kv gpsbabel_paced_limit_s) s)" "" ""
+line "  a host that only ACKs (the pty's ceiling)" \
+    "$(calc %.1f "$(kv ack_host_paced_fraction) * 100")% ($(kv ack_host_paced_s) s / $(kv ack_host_paced_limit_s) s)" "" ""
+line "  trekcom, fraction of the pty's ceiling" \
+    "$(calc %.1f "$(kv trekcom_paced_fraction) / $(kv ack_host_paced_fraction) * 100")%" ">= 97%" \
+    "$(verdict "$(kv trekcom_paced_fraction) / $(kv ack_host_paced_fraction) >= 0.97")"
 line "host CPU during the paced download: trekcom" "$(calc %.2f "$(kv trekcom_paced_cpu) * 100")% of a core" "" ""
 [ -n "$(kv gpsbabel_paced_cpu)" ] && line "  gpsbabel" "$(calc %.2f "$(kv gpsbabel_paced_cpu) * 100")% of a core" "" ""
 line "host CPU in a 2 s wait (Run_Until)" "$idle% of a core" "< 5%" "$(verdict "$idle < 5")"
