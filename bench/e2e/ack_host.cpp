@@ -10,10 +10,10 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <string>
 
 #include "link/framing.h"
 #include "link/packet_ids.h"
+#include "deframer.h"  // the simulated unit's own reading of a byte stream
 
 namespace {
 
@@ -27,16 +27,6 @@ bool Write_All(int fd, const Bytes& packet) {
         if (n > 0) done += static_cast<std::size_t>(n);
     }
     return true;
-}
-
-// The end of the first frame in buf (one past its ETX), or 0: a DLE ETX ends
-// it unless the DLE is the second of a doubled pair.
-std::size_t Frame_End(const std::string& buf) {
-    for (std::size_t i = 1, dles = 0; i < buf.size(); ++i) {
-        if (buf[i] == '\x03' && dles % 2 == 1) return i + 1;
-        dles = buf[i] == '\x10' ? dles + 1 : 0;
-    }
-    return 0;
 }
 
 }  // namespace
@@ -58,18 +48,17 @@ int main(int argc, char** argv) {
 
     const link::Packet_Ids ids;
     if (!Write_All(fd, link::Make_Packet(ids.PID_Command_Data, {ids.CMND_Transfer_Trk, 0}))) return 1;
-    std::string buf;
+    int result = -1;
+    sim::Deframer frames([&](const sim::Deframer::Frame& f) {
+        if (result >= 0 || !f.good || f.id == ids.PID_Ack_Byte) return;
+        if (!Write_All(fd, link::Make_Packet(ids.PID_Ack_Byte, {f.id, 0}))) result = 1;
+        else if (f.id == ids.PID_Xfer_Cmplt) result = 0;
+    });
     char chunk[4096];
-    for (;;) {
+    while (result < 0) {
         const ssize_t n = ::read(fd, chunk, sizeof chunk);
         if (n <= 0) return 1;
-        buf.append(chunk, static_cast<std::size_t>(n));
-        for (std::size_t end; (end = Frame_End(buf)) != 0; buf.erase(0, end)) {
-            if (buf[0] != '\x10') continue;  // noise before a frame
-            const std::uint8_t id = static_cast<std::uint8_t>(buf[1]);
-            if (id == ids.PID_Ack_Byte) continue;
-            if (!Write_All(fd, link::Make_Packet(ids.PID_Ack_Byte, {id, 0}))) return 1;
-            if (id == ids.PID_Xfer_Cmplt) return 0;
-        }
+        frames.Feed(Bytes(chunk, chunk + n));
     }
+    return result;
 }
