@@ -40,7 +40,7 @@ bool Control::USB_Wait(std::uint8_t expected, std::int32_t wait_time) {
         // A read further down the stack is assembling: its packets are ours too.
         if (usb->Busy()) return false;
         if (usb->Read_Packets(expected)) return true;
-        if (!usb->Is_Open() || link.Terminating || platform->Now_ms() >= until) return false;
+        if (!usb->Is_Open() || link.Abandoned() || platform->Now_ms() >= until) return false;
         platform->DoEvents();
     }
 }

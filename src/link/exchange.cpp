@@ -133,7 +133,7 @@ bool Link::Wait_Response(std::uint8_t expected, std::int32_t WaitTime) {
     double start_ms = platform_.Now_ms();
     std::string local;
     constexpr std::string_view kDleEtx("\x10\x03", 2);
-    while (!Terminating) {
+    while (!Abandoned()) {
         if (!port_.PortOpen()) {
             port_.RThreshold(1);
             return false;
@@ -177,7 +177,7 @@ bool Link::Wait_Response(std::uint8_t expected, std::int32_t WaitTime) {
 // otherwise wait for the next bytes on the line, which may never come.
 void Link::Drain(std::string_view rest) {
     Parse_Input(rest);
-    while (!ReceiveBuffer.empty() && !Terminating) {
+    while (!ReceiveBuffer.empty() && !Abandoned()) {
         const std::size_t before = ReceiveBuffer.size();
         Parse_Input({});
         if (ReceiveBuffer.size() == before) break;
@@ -227,7 +227,7 @@ void Link::Reset() {
 }
 
 void Link::WaitFor(std::int32_t WaitTime) {
-    platform_.Run_Until([this] { return Terminating; }, Wait_Period_ms(WaitTime));
+    platform_.Run_Until([this] { return Abandoned(); }, Wait_Period_ms(WaitTime));
 }
 
 }  // namespace trekcom::link

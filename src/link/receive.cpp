@@ -55,7 +55,7 @@ void Link::OnComm() {
         // frame is still on the line: the next receive event picks it up
         // (spinning here would never let it arrive).
         bool progress = true;
-        while (progress && !Terminating) {
+        while (progress && !Abandoned()) {
             port_.RThreshold(0);
             const std::string chunk = port_.InBufferCount() >= 1 ? port_.Input() : std::string();
             const std::size_t before = ReceiveBuffer.size();
