@@ -12,7 +12,7 @@
 
 #include "deframer.h"
 #include "formats.h"
-#include "link/framing.h"
+#include "framer.h"
 #include "nmea.h"
 #include "trekcom_sim/unit.h"
 #include "usb_packet.h"
@@ -144,7 +144,7 @@ struct Unit::Impl {
     std::function<void(char, std::uint8_t, const Bytes&)> trace;
 
     void Trace(char from, const Bytes& packet) {
-        if (trace && packet.size() >= link::kFrameOverhead) trace(from, packet[1], link::Packet_Data(packet));
+        if (trace && packet.size() >= frame::kOverhead) trace(from, packet[1], frame::Data(packet));
     }
 
     // ---------------------------------------------------------------- time
@@ -188,14 +188,14 @@ struct Unit::Impl {
         Bytes p = packet;
         if (faults.corrupt_every > 0 && data_transmissions % faults.corrupt_every == 0)
             p[p.size() - 3] = static_cast<std::uint8_t>(p[p.size() - 3] ^ 0x5A);
-        Bytes wire = link::Stuff_Packet(p);
+        Bytes wire = frame::Wire(p);
         if (faults.drop_byte_every > 0 && data_transmissions % faults.drop_byte_every == 0)
             wire.erase(wire.begin() + static_cast<std::ptrdiff_t>(wire.size() / 2));
         Transmit_Wire(std::move(wire));
     }
 
     void Send_Link(std::uint8_t pid, std::uint8_t about) {
-        Transmit_Wire(link::Stuff_Packet(link::Make_Packet(pid, {about, 0})));
+        Transmit_Wire(frame::Wire(frame::Packet(pid, {about, 0})));
         ++(pid == kAck ? counters.acks_sent : counters.naks_sent);
     }
 
@@ -203,13 +203,13 @@ struct Unit::Impl {
     void Queue(int id, Bytes data, int record = -1) {
         if (id < 0 || id > 255) return;
         if (usb) return Usb_Send(static_cast<std::uint8_t>(id), data, record);
-        queue.push_back({link::Make_Packet(static_cast<std::uint8_t>(id), data), record});
+        queue.push_back({frame::Packet(static_cast<std::uint8_t>(id), data), record});
     }
 
     // A packet that goes at once and is never acknowledged.
     void Stream(std::uint8_t id, const Bytes& data) {
         if (usb) return Usb_Send(id, data, -1);
-        Transmit_Data(link::Make_Packet(id, data));
+        Transmit_Data(frame::Packet(id, data));
     }
 
     void Pump() {

@@ -11,7 +11,7 @@
 
 #include "control/control.h"
 #include "link/framing.h"
-#include "support/deframer.h"
+#include "support/sim_frames.h"
 #include "support/host_fixture.h"
 #include "trekcom/trekcom.h"
 
@@ -31,14 +31,18 @@ struct Scripted_Receiver : VirtualDevice {
     void Attached(VirtualLine& l) override { line = &l; }
     void Host_Wrote(const Bytes& bytes) override {
         raw.insert(raw.end(), bytes.begin(), bytes.end());
-        for (std::uint8_t b : bytes) Take(b);
+        for (const Frame& f : deframer_.Feed(bytes)) {
+            if (!f.good) continue;
+            frames.push_back(f.packet);
+            on_packet(f.packet);
+        }
     }
-    void Send(const Bytes& packet) { line->Send(link::Stuff_Packet(packet), line->Now_ms() + reply_delay_ms); }
+    void Send(const Bytes& packet) { line->Send(sim::frame::Wire(packet), line->Now_ms() + reply_delay_ms); }
     void Send_Raw(const std::string& bytes) {
         line->Send(Bytes(bytes.begin(), bytes.end()), line->Now_ms() + reply_delay_ms);
     }
-    void Ack(std::uint8_t id) { Send(link::Make_Packet(6, {id, 0})); }
-    void Nak(std::uint8_t id) { Send(link::Make_Packet(21, {id, 0})); }
+    void Ack(std::uint8_t id) { Send(sim::frame::Packet(6, {id, 0})); }
+    void Nak(std::uint8_t id) { Send(sim::frame::Packet(21, {id, 0})); }
     std::size_t Count(std::uint8_t id) const {
         std::size_t n = 0;
         for (const Bytes& f : frames) n += f.size() > 1 && f[1] == id;
@@ -46,19 +50,13 @@ struct Scripted_Receiver : VirtualDevice {
     }
 
 private:
-    void Take(std::uint8_t b) {
-        if (auto f = deframer_.Take(b)) {
-            frames.push_back(f->packet);
-            on_packet(f->packet);
-        }
-    }
     Deframer deframer_;
 };
 
-inline Bytes Packet(std::uint8_t id, const Bytes& data) { return link::Make_Packet(id, data); }
+inline Bytes Packet(std::uint8_t id, const Bytes& data) { return sim::frame::Packet(id, data); }
 // A packet as it goes on the line.
 inline std::string Wire(const Bytes& packet) {
-    const Bytes w = link::Stuff_Packet(packet);
+    const Bytes w = sim::frame::Wire(packet);
     return std::string(w.begin(), w.end());
 }
 

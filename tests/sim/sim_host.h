@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "support/deframer.h"
+#include "link/framing.h"
+#include "support/sim_frames.h"
 #include "trekcom/virtual_platform.h"
 #include "trekcom_sim/unit.h"
 
@@ -81,8 +82,8 @@ public:
 
 private:
     std::optional<Frame> Take() {
-        for (const char c : port_->Input())
-            if (auto f = deframer_.Take(static_cast<std::uint8_t>(c)); f && f->packet.size() >= 6) frames_.push_back(*f);
+        const std::string input = port_->Input();
+        for (Frame& f : deframer_.Feed(Bytes(input.begin(), input.end()))) frames_.push_back(std::move(f));
         if (frames_.empty()) return std::nullopt;
         Frame f = std::move(frames_.front());
         frames_.pop_front();
