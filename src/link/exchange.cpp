@@ -131,52 +131,43 @@ bool Link::Wait_Response(std::uint8_t expected, std::int32_t WaitTime) {
     if (WaitTime < 1) WaitTime = time_out_ms_;
     const double period_ms = Wait_Period_ms(WaitTime);
     double start_ms = platform_.Now_ms();
-    std::string local;
-    constexpr std::string_view kDleEtx("\x10\x03", 2);
+    // The wait reads the port itself and hands every byte to the one parser;
+    // the answer counts once that parser has taken it as a good packet.
+    Awaited wait{expected};
+    awaited_.push_back(&wait);
+    struct Done {
+        std::vector<Awaited*>& waits;
+        Awaited* mine;
+        ~Done() { std::erase(waits, mine); }
+    } done{awaited_, &wait};
     while (!Abandoned()) {
         if (!port_.PortOpen()) {
             port_.RThreshold(1);
             return false;
         }
-        local += port_.Input();
-        std::size_t end = local.find(kDleEtx);
-        // DLE DLE ETX is a stuffed 16 and a data 3, unless a stuffed 16 (a
-        // checksum of 16, say) ends the frame: DLE DLE DLE ETX. One look past;
-        // the parser judges the rest.
-        if (end != std::string::npos && end >= 2 && local[end - 1] == static_cast<char>(DLE) &&
-            local[end - 2] != static_cast<char>(DLE))
-            end = local.find(kDleEtx, end + 2);
-        if (end != std::string::npos) {
-            const std::string frame = local.substr(0, end + kDleEtx.size());
-            local.erase(0, frame.size());
-            // Line noise may come before the frame: its id follows the first DLE.
-            const std::size_t dle = frame.find(static_cast<char>(DLE));
-            const auto id = static_cast<std::uint8_t>(dle + 1 < frame.size() ? frame[dle + 1] : 0);
-            Parse_Input(frame);
-            if (id == ids_.PID_Nak_Byte) start_ms = platform_.Now_ms();  // re-sent: the period starts again
-            if (id == expected) {
-                Drain(local);
-                port_.RThreshold(1);
-                return true;
-            }
+        Parse_All(port_.Input());
+        if (wait.arrived) {
+            port_.RThreshold(1);
+            return true;
+        }
+        if (wait.refused) {  // re-sent: the period starts again
+            wait.refused = false;
+            start_ms = platform_.Now_ms();
         }
         if (platform_.Now_ms() > start_ms + period_ms) break;
         platform_.DoEvents();
     }
     host_.Raise_HexDebug(host_.xLate("Time-out. expecting PID-&H") + Hex2(expected));
-    // One pass only: what stays buffered is what the baud search looks at
-    // (sentences of a receiver talking NMEA at the rate just tried).
-    Parse_Input(local);
     // Late answers still go through the receive handler.
     port_.RThreshold(1);
     return false;
 }
 
-// What the wait read past its answer goes to the parser, every whole packet
-// of it: the parser takes one packet per call, and what it leaves would
-// otherwise wait for the next bytes on the line, which may never come.
-void Link::Drain(std::string_view rest) {
-    Parse_Input(rest);
+// Every whole packet and line of the chunk and of what was buffered: the
+// parser takes one per call, and what it leaves would otherwise wait for the
+// next bytes on the line, which may never come.
+void Link::Parse_All(std::string_view chunk) {
+    Parse_Input(chunk);
     while (!ReceiveBuffer.empty() && !Abandoned()) {
         const std::size_t before = ReceiveBuffer.size();
         Parse_Input({});
@@ -187,7 +178,6 @@ void Link::Drain(std::string_view rest) {
 void Link::Watchdog_Tick() {
     ++RetryCount;
     ReceiveBuffer.Clear();
-    etx_scan_from_ = 0;
     if (RetryCount >= 2) {
         Stop_Watchdog();
         Report(0, NMEAMode ? "No longer receiving NMEA/TEXT data" : "No response from device", LastPacket);
@@ -219,7 +209,6 @@ void Link::Reset() {
     host_.Clear_Error_Latch();
     port_.InBufferCount(0);
     ReceiveBuffer.Clear();
-    etx_scan_from_ = 0;
     timer_.Enabled(false);
     timer_.Interval(time_out_ms_);
     std::uint8_t response = ids_.PID_Ack_Byte;

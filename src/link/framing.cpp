@@ -1,6 +1,7 @@
 #include "link/framing.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace trekcom::link {
 
@@ -45,45 +46,65 @@ Bytes Stuff_Packet(const Bytes& packet) {
     return wire;
 }
 
-std::optional<Bytes> Unstuff_Frame(std::string_view frame) {
-    constexpr std::uint8_t kExpandedId = 123;
-    if (frame.size() < 4) return std::nullopt;
-    Bytes out;
-    out.reserve(frame.size());
-    out.push_back(static_cast<std::uint8_t>(frame[0]));
-    out.push_back(static_cast<std::uint8_t>(frame[1]));
-    const bool expanded = out[1] == kExpandedId;
-    if (expanded && frame.size() < kFrameOverhead) return std::nullopt;
-    if (!expanded) {
-        // Most frames hold no 16 at all: size, data and checksum are then
-        // the wire bytes as they are, copied in one go.
-        const std::size_t length = std::size_t{static_cast<std::uint8_t>(frame[2])} + 4;
-        if (frame.size() >= length && frame.substr(2, length - 2).find(static_cast<char>(DLE)) == std::string_view::npos) {
-            out.assign(frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(length));
-            out.push_back(DLE);
-            out.push_back(ETX);
-            return out;
-        }
+Frame_Reader::Status Frame_Reader::Next(std::string_view stream) {
+    if (read_ == 0) {
+        if (stream.size() < 2) return Status::incomplete;
+        packet_.clear();
+        packet_.push_back(DLE);
+        packet_.push_back(static_cast<std::uint8_t>(stream[1]));  // the id is never doubled
+        read_ = 2;
     }
-    // 1-based position of the checksum: the last one to fill.
-    std::size_t last = expanded ? frame.size() - 2 : 0;
-    bool skipped_dle = false;
-    for (std::size_t i = 2; i < frame.size(); ++i) {
-        const auto b = static_cast<std::uint8_t>(frame[i]);
-        if (b == DLE && !skipped_dle) {
-            skipped_dle = true;
+    const char* const data = stream.data();
+    while (read_ < stream.size()) {
+        if (dle_) {
+            const auto b = static_cast<std::uint8_t>(data[read_]);
+            dle_ = false;
+            if (b == DLE) {
+                packet_.push_back(DLE);
+                ++read_;
+            } else if (b == ETX) {
+                packet_.push_back(DLE);
+                packet_.push_back(ETX);
+                ++read_;
+                return Status::frame;
+            } else {
+                --read_;  // the lone DLE stays for the next frame
+                return Status::broken;
+            }
             continue;
         }
-        skipped_dle = false;
-        out.push_back(b);
-        if (out.size() == 3 && !expanded) last = std::size_t{b} + 4;
-        if (out.size() == last) {
-            out.push_back(DLE);
-            out.push_back(ETX);
-            return out;
+        // Copy the run up to the next DLE in one go: most bytes are plain.
+        const void* hit = std::memchr(data + read_, DLE, stream.size() - read_);
+        const std::size_t run_end = hit ? static_cast<std::size_t>(static_cast<const char*>(hit) - data) : stream.size();
+        packet_.insert(packet_.end(), data + read_, data + run_end);
+        read_ = run_end;
+        if (hit) {
+            dle_ = true;
+            ++read_;
         }
     }
-    return std::nullopt;
+    return Status::incomplete;
+}
+
+void Frame_Reader::Reset() {
+    read_ = 0;
+    dle_ = false;
+    packet_.clear();
+}
+
+bool Length_Agrees(const Bytes& packet) {
+    constexpr std::uint8_t kExpandedId = 123;
+    if (packet.size() < kFrameOverhead) return false;
+    if (packet[1] == kExpandedId) return true;
+    return std::size_t{packet[2]} + kFrameOverhead == packet.size();
+}
+
+std::optional<Bytes> Unstuff_Frame(std::string_view frame) {
+    if (frame.empty() || static_cast<std::uint8_t>(frame[0]) != DLE) return std::nullopt;
+    Frame_Reader reader;
+    if (reader.Next(frame) != Frame_Reader::Status::frame || reader.Length() != frame.size()) return std::nullopt;
+    if (!Length_Agrees(reader.Packet())) return std::nullopt;
+    return std::move(reader.Packet());
 }
 
 Bytes Packet_Data(const Bytes& packet) {

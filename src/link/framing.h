@@ -32,9 +32,45 @@ Bytes Make_Packet(std::uint8_t id, const Bytes& data);
 // framing DLE ETX as they are.
 Bytes Stuff_Packet(const Bytes& packet);
 
-// Unstuffs one wire frame (DLE through ETX) into a packet. The size byte says
-// where the checksum is, except for id 123 (the expanded form), where the
-// frame's length does. Returns nothing when the frame runs out first.
+// Reads the frame at the front of a byte stream, a byte at a time. After the
+// opening DLE and the id (taken as it is, whatever its value), a DLE is
+// followed either by a second DLE (one data byte 16) or by ETX (the end):
+// pairs are read in order, so a run of 16s before a 3 ends the frame exactly
+// when the run is odd. A DLE followed by anything else breaks the frame; that
+// DLE may well open the next one.
+//
+// The stream may arrive in pieces: Next() is called again with the same front
+// and more bytes behind it, and goes on where it stopped. Anything that moves
+// the front of the stream must Reset() the reader.
+class Frame_Reader {
+public:
+    enum class Status {
+        incomplete,  // more bytes are needed
+        frame,       // Packet() is the frame, unstuffed; Length() wire bytes hold it
+        broken,      // the first Length() bytes are no frame; a new one may start there
+    };
+
+    // `stream` starts with the frame's opening DLE.
+    Status Next(std::string_view stream);
+    std::size_t Length() const { return read_; }
+    // DLE, id, the unstuffed bytes between the id and the end, DLE, ETX.
+    Bytes& Packet() { return packet_; }
+    void Reset();
+
+private:
+    std::size_t read_ = 0;  // wire bytes consumed so far
+    bool dle_ = false;      // the last byte read was a DLE inside the frame
+    Bytes packet_;
+};
+
+// Whether an unstuffed frame's length agrees with its size byte: data size +
+// 6 elements. The expanded form (id 123) carries its size elsewhere, so only
+// its length can be judged.
+bool Length_Agrees(const Bytes& packet);
+
+// Unstuffs one whole wire frame (DLE through ETX) into a packet. Returns
+// nothing when it is not exactly one frame or its length disagrees with its
+// size byte.
 std::optional<Bytes> Unstuff_Frame(std::string_view frame);
 
 // The data bytes of an unstuffed packet (elements 3 .. n-4), clipped to what exists.

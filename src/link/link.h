@@ -12,7 +12,9 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "link/framing.h"
 #include "link/link_host.h"
 #include "link/packet_ids.h"
 #include "trekcom/platform.h"
@@ -21,7 +23,9 @@
 namespace trekcom::link {
 
 // Bytes received and not yet consumed. Consuming from the front is cheap, so
-// a large chunk holding thousands of frames parses in linear time.
+// a large chunk holding thousands of frames parses in linear time. The frame
+// reader's place goes with the buffer: whatever moves or empties the front
+// starts the next frame search afresh.
 class Receive_Buffer {
 public:
     std::string_view View() const { return std::string_view(data_).substr(head_); }
@@ -35,9 +39,14 @@ public:
     void Consume(std::size_t n);
     void Clear();
 
+    // Reads on in the frame that opens the buffer (its first byte is a DLE).
+    Frame_Reader::Status Read_Frame() { return reader_.Next(View()); }
+    Frame_Reader& Reader() { return reader_; }
+
 private:
     std::string data_;
     std::size_t head_ = 0;
+    Frame_Reader reader_;
 };
 
 class Link {
@@ -88,9 +97,11 @@ public:
     void OnComm();
     // Appends a chunk and consumes at most one packet or line.
     void Parse_Input(std::string_view chunk);
-    // Unstuffs, traces, acknowledges or refuses, and dispatches one frame.
-    // Returns whether the frame unstuffed (packet is then filled).
-    bool Process_Packet(std::string_view frame, Bytes& packet);
+    // Traces, acknowledges or refuses, and dispatches one unstuffed frame.
+    // Returns whether the host may see it (a packet whose length disagrees
+    // with its size byte was damaged on the line: it is refused like a bad
+    // checksum, so that the receiver sends it again, and raised nowhere).
+    bool Process_Packet(const Bytes& packet);
     // One trace line as HexDebug (only with DebugLog on, except ":" notes).
     void Trace_Packet(const Bytes& packet, std::string_view direction);
 
@@ -118,7 +129,9 @@ public:
 
 private:
     void Packet_Path();
-    void Drain(std::string_view rest);
+    void Parse_All(std::string_view chunk);
+    void Arrived(std::uint8_t id, bool nak);
+    void Refuse(const Bytes& packet);
     void Line_Path(std::size_t line_start);
     void Stop_Watchdog();
     void Restart_Watchdog();
@@ -135,8 +148,16 @@ private:
     const Packet_Ids& ids_;
     Link_Host& host_;
     std::int16_t time_out_ms_ = 2000;
-    std::size_t etx_scan_from_ = 0;  // no DLE ETX before this offset of the buffer
-    std::string frame_scratch_;
+    // The waits in progress, innermost last: a packet that arrives is marked
+    // in each that awaits its id, so a wait nested in a handler cannot steal
+    // an outer wait's answer.
+    struct Awaited {
+        std::uint8_t id = 0;
+        bool arrived = false;
+        bool refused = false;  // a NAK came: the packet was sent again
+    };
+    std::vector<Awaited*> awaited_;
+    long lines_received_ = 0;
 };
 
 }  // namespace trekcom::link

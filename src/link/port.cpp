@@ -56,7 +56,6 @@ bool Link::PortOpen() {
         if (opened) RetryCount = 0;
     }
     ReceiveBuffer.Clear();
-    etx_scan_from_ = 0;
     return opened;
 }
 
@@ -87,12 +86,11 @@ std::int32_t Link::FindBaud(std::string& isettings) {
         Settings = entry;
         if (!PortOpen()) return 0;
         response = ids_.PID_Ack_Byte;
+        const long lines_before = lines_received_;
         if (Send_Packet(PingPacket, response, 0)) return Baud_Of(entry);
         // A receiver talking NMEA at this rate does not answer pings, but its
         // sentences are readable: that is the rate too.
-        if (ReceiveBuffer.Find('$') != std::string_view::npos &&
-            ReceiveBuffer.Find(std::string_view("\r\n", 2)) != std::string_view::npos)
-            return Baud_Of(entry);
+        if (lines_received_ != lines_before) return Baud_Of(entry);
     }
     host_.Raise_Error(0,
                       host_.xLate("Can't determine present GPS baud rate.") + "\r\n" +

@@ -8,7 +8,6 @@
 namespace trekcom::link {
 
 namespace {
-constexpr std::string_view kDleEtx("\x10\x03", 2);
 constexpr std::string_view kCrLf("\r\n", 2);
 // An NMEA sentence is at most 82 characters with its CR LF: a line start
 // that has not ended by then is noise.
@@ -30,11 +29,13 @@ void Receive_Buffer::Append(std::string_view bytes) {
 }
 
 void Receive_Buffer::Consume(std::size_t n) {
+    reader_.Reset();
     head_ = std::min(data_.size(), head_ + n);
     if (head_ == data_.size()) Clear();
 }
 
 void Receive_Buffer::Clear() {
+    reader_.Reset();
     data_.clear();
     head_ = 0;
 }
@@ -50,10 +51,12 @@ void Link::OnComm() {
             ReceiveBuffer.Clear();
         }
     } else {
-        // One packet per pass, without yielding, while bytes keep coming. A
-        // pass that neither got bytes nor consumed any means the rest of a
-        // frame is still on the line: the next receive event picks it up
-        // (spinning here would never let it arrive).
+        // One packet or line per pass, without yielding, while bytes keep
+        // coming: every complete line of a read is raised now, not when the
+        // next byte happens to arrive. A pass that neither got bytes nor
+        // consumed any means the rest of a frame or line is still on the
+        // line: the next receive event picks it up (spinning here would
+        // never let it arrive).
         bool progress = true;
         while (progress && !Abandoned()) {
             port_.RThreshold(0);
@@ -61,7 +64,7 @@ void Link::OnComm() {
             const std::size_t before = ReceiveBuffer.size();
             Parse_Input(chunk);
             progress = !chunk.empty() || ReceiveBuffer.size() != before;
-            if (!((port_.InBufferCount() >= 1 || !ReceiveBuffer.empty()) && !NMEAMode)) break;
+            if (port_.InBufferCount() < 1 && ReceiveBuffer.empty()) break;
         }
     }
     port_.RThreshold(1);
@@ -88,11 +91,9 @@ void Link::Parse_Input(std::string_view chunk) {
         ReceiveBuffer.Clear();
     else
         ReceiveBuffer.Consume(crlf + kCrLf.size());
-    etx_scan_from_ = 0;
 }
 
 void Link::Line_Path(std::size_t line_start) {
-    etx_scan_from_ = 0;
     // The start position found before trimming is kept for cutting the line:
     // a first line that had stray bytes before it comes out shifted by them.
     const std::size_t found_at = line_start;
@@ -107,60 +108,48 @@ void Link::Line_Path(std::size_t line_start) {
     Settings = "4800,N,8,1";  // the NMEA line rate, used at the next PortOpen
     const std::string line(ReceiveBuffer.View().substr(std::min(found_at, ReceiveBuffer.size()), crlf));
     ReceiveBuffer.Consume(crlf + kCrLf.size());
+    ++lines_received_;
     host_.Line_Received(line, text_line);
     Restart_Watchdog();
 }
 
 void Link::Packet_Path() {
+    using Status = Frame_Reader::Status;
     for (;;) {
         if (ReceiveBuffer[0] != static_cast<char>(DLE)) {
             const std::size_t dle = ReceiveBuffer.Find(static_cast<char>(DLE));
             if (dle == std::string_view::npos) {
                 ReceiveBuffer.Clear();
-                etx_scan_from_ = 0;
                 return;
             }
             ReceiveBuffer.Consume(dle);
-            etx_scan_from_ = 0;
         }
-        std::size_t end = ReceiveBuffer.Find(kDleEtx, etx_scan_from_);
-        if (end == std::string_view::npos) {
-            if (ReceiveBuffer.size() > kMaxFrame) {
-                // No frame is this long: the DLE that opened it was noise.
-                ReceiveBuffer.Consume(1);
-                etx_scan_from_ = 0;
-                if (ReceiveBuffer.Find(static_cast<char>(DLE)) == std::string_view::npos) ReceiveBuffer.Clear();
-                if (ReceiveBuffer.empty()) return;
-                continue;
-            }
-            // Resume the search here when more bytes come.
-            etx_scan_from_ = ReceiveBuffer.size() > 0 ? ReceiveBuffer.size() - 1 : 0;
-            return;
-        }
-        if (end < 5) {
-            // Too short for a frame with data (a Size 0 frame ends here too):
-            // thrown away, and the search starts again behind it.
-            ReceiveBuffer.Consume(end + kDleEtx.size());
-            etx_scan_from_ = 0;
+        const Status status = ReceiveBuffer.Read_Frame();
+        Frame_Reader& reader = ReceiveBuffer.Reader();
+        if (status == Status::incomplete) {
+            if (reader.Length() <= kMaxFrame) return;  // more bytes are awaited
+            // No frame is this long: the DLE that opened it was noise, and a
+            // real frame may start at any later DLE.
+            ReceiveBuffer.Consume(1);
             if (ReceiveBuffer.empty()) return;
             continue;
         }
-        // DLE DLE ETX is a stuffed data 16 followed by a data 3, unless it is
-        // the tail of DLE DLE DLE ETX (a stuffed 16 right before the end).
-        while (ReceiveBuffer[end - 1] == static_cast<char>(DLE) &&
-               ReceiveBuffer.View().substr(end - 2, 4) != std::string_view("\x10\x10\x10\x03", 4)) {
-            end = ReceiveBuffer.Find(kDleEtx, end + 2);
-            if (end == std::string_view::npos) return;
+        if (status == Status::broken) {
+            // Only the broken piece goes: its lone DLE may open the next frame.
+            ReceiveBuffer.Consume(reader.Length());
+            continue;
         }
         // The frame leaves the buffer before it is processed: handlers that
-        // run from here may parse again. Process_Packet unstuffs the scratch
-        // copy before it calls anything, so a nested parse may reuse it.
-        const std::size_t frame_length = end + kDleEtx.size();
-        frame_scratch_.assign(ReceiveBuffer.View().substr(0, frame_length));
-        ReceiveBuffer.Consume(frame_length);
-        etx_scan_from_ = 0;
-        Bytes packet;
-        if (Process_Packet(frame_scratch_, packet) && !RawSuppressed) host_.Raise_Receive(packet);
+        // run from here may parse again.
+        const Bytes packet = std::move(reader.Packet());
+        ReceiveBuffer.Consume(reader.Length());
+        // A frame with no data (Size 0, or shorter) carries nothing to answer:
+        // thrown away, and the search goes on behind it.
+        if (packet.size() <= kFrameOverhead) {
+            if (ReceiveBuffer.empty()) return;
+            continue;
+        }
+        if (Process_Packet(packet) && !RawSuppressed) host_.Raise_Receive(packet);
         return;
     }
 }
@@ -180,10 +169,7 @@ bool Link::Streamed(std::uint8_t id) const {
     return id == ids_.PID_Pvt_Data || id == ids_.PID_Sats || id == ids_.PID_Display_Data;
 }
 
-bool Link::Process_Packet(std::string_view frame, Bytes& packet) {
-    auto unstuffed = Unstuff_Frame(frame);
-    if (!unstuffed) return false;
-    packet = std::move(*unstuffed);
+bool Link::Process_Packet(const Bytes& packet) {
     if (DebugLog) Trace_Packet(packet, "I");
 
     const std::uint8_t id = packet[1];
@@ -195,8 +181,20 @@ bool Link::Process_Packet(std::string_view frame, Bytes& packet) {
         if (Multi_Record(id) && !UserFlowControl) timer_.Enabled(true);  // more records must follow
     }
 
-    if (id == ids_.PID_Ack_Byte) return true;
+    const bool link_answer = id == ids_.PID_Ack_Byte || id == ids_.PID_Nak_Byte;
+    if (!Length_Agrees(packet)) {
+        // Bytes went missing or crept in on the line. Dropping the packet
+        // quietly would lose it: a receiver that hears the host's next
+        // repeated ACK takes it for this packet's. Refused, it is sent again.
+        if (!link_answer) Refuse(packet);
+        return false;
+    }
+    if (id == ids_.PID_Ack_Byte) {
+        Arrived(id, false);
+        return true;
+    }
     if (id == ids_.PID_Nak_Byte) {
+        Arrived(id, true);
         if (++NakCount < kMaxNaks) {
             if (UserFlowControl) {
                 NakCount = 0;
@@ -218,9 +216,19 @@ bool Link::Process_Packet(std::string_view frame, Bytes& packet) {
         NakCount = 0;
         const bool unacknowledged = Streamed(id) || (id == ids_.PID_Records && RawSuppressed) || UserFlowControl;
         if (!unacknowledged) Answer(AckPacket, id, true);
+        Arrived(id, false);
         host_.Dispatch_Packet(packet);
-    } else if (++NakCount < kMaxNaks) {
-        NakPacket[3] = id;
+    } else {
+        Refuse(packet);
+    }
+    return true;
+}
+
+// A damaged packet: refused with a NAK so that the receiver sends it again,
+// and the sixth in a row is an error.
+void Link::Refuse(const Bytes& packet) {
+    const std::uint8_t id = packet[1];
+    if (++NakCount < kMaxNaks) {
         if (Streamed(id)) {
             // streamed packets are never answered, not even refused
         } else if (UserFlowControl) {
@@ -232,7 +240,13 @@ bool Link::Process_Packet(std::string_view frame, Bytes& packet) {
         NakCount = 0;
         Report(3, "Invalid message received from device", packet);
     }
-    return true;
+}
+
+void Link::Arrived(std::uint8_t id, bool nak) {
+    for (Awaited* wait : awaited_) {
+        if (wait->id == id) wait->arrived = true;
+        if (nak) wait->refused = true;
+    }
 }
 
 // Sends the ACK or NAK template for `id`; an ACK is remembered as the last
