@@ -73,6 +73,7 @@ bool Link::Send_Packet(Bytes packet, std::uint8_t& Response, std::int32_t WaitTi
     if (Serial()) Trace_Packet(packet, "O");
 
     const std::uint8_t id = packet[1];
+    if (id != ids_.PID_Ack_Byte && id != ids_.PID_Nak_Byte) gave_up_ = false;  // a new exchange
     if (id != ids_.PID_Ack_Byte) {
         // Re-armed without clearing RetryCount: a re-send from the watchdog
         // must still end in an error when the second period passes silently.

@@ -158,6 +158,7 @@ private:
     };
     std::vector<Awaited*> awaited_;
     long lines_received_ = 0;
+    bool gave_up_ = false;  // damaged packets ended the exchange
 };
 
 }  // namespace trekcom::link

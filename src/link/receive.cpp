@@ -214,6 +214,7 @@ bool Link::Process_Packet(const Bytes& packet) {
 
     if (Calc_Checksum(packet) == packet[packet.size() - 3]) {
         NakCount = 0;
+        gave_up_ = false;
         const bool unacknowledged = Streamed(id) || (id == ids_.PID_Records && RawSuppressed) || UserFlowControl;
         if (!unacknowledged) Answer(AckPacket, id, true);
         Arrived(id, false);
@@ -225,9 +226,16 @@ bool Link::Process_Packet(const Bytes& packet) {
 }
 
 // A damaged packet: refused with a NAK so that the receiver sends it again,
-// and the sixth in a row is an error.
+// and the sixth in a row is an error that ends the exchange. A receiver that
+// damages every packet would otherwise be refused, re-send and be refused for
+// ever; after the error the host stays quiet (no NAK, no watchdog re-send)
+// until a good packet comes or the host sends again.
 void Link::Refuse(const Bytes& packet) {
     const std::uint8_t id = packet[1];
+    if (gave_up_) {
+        Stop_Watchdog();
+        return;
+    }
     if (++NakCount < kMaxNaks) {
         if (Streamed(id)) {
             // streamed packets are never answered, not even refused
@@ -238,6 +246,8 @@ void Link::Refuse(const Bytes& packet) {
         }
     } else {
         NakCount = 0;
+        gave_up_ = true;
+        Stop_Watchdog();
         Report(3, "Invalid message received from device", packet);
     }
 }

@@ -151,8 +151,7 @@ struct Fault {
     int error = 0;
     // The unit's faults on its data packets spare its ACKs: uploads complete.
     bool spares_uploads = false;
-    // Whether the exchange falls quiet afterwards. Not yet with a unit that
-    // corrupts every packet: the host keeps re-sending (an open finding).
+    // Whether the exchange falls quiet afterwards.
     bool settles = true;
 };
 
@@ -161,7 +160,7 @@ const Fault kFaults[] = {
     {"nak_storm", [](sim::Faults& f) { f.nak_first = 5; }, -1, false, 0},
     {"nak_storm_unending", [](sim::Faults& f) { f.nak_first = 1000000; }, -1, false, 2},
     {"corrupt_checksums", [](sim::Faults& f) { f.corrupt_every = 3; }, -1, false, 0},
-    {"corrupt_every_packet", [](sim::Faults& f) { f.corrupt_every = 1; }, -1, false, 3, true, false},
+    {"corrupt_every_packet", [](sim::Faults& f) { f.corrupt_every = 1; }, -1, false, 3, true},
     {"dropped_bytes", [](sim::Faults& f) { f.drop_byte_every = 3; }, -1, false, 0},
     // Line noise without DLE ETX in it (noise that holds one: an open finding).
     {"garbage_between_frames", [](sim::Faults& f) { f.garbage = {0x00, 0xFF, 0x03, '$', 'G', '\r', '\n', 0x55}; },

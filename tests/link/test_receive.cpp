@@ -229,6 +229,17 @@ TEST_F(Link_Test, TheParsersRulesForLinesAndNoise) {
     EXPECT_FALSE(L().NMEAMode);
 }
 
+// Every complete line of a read is raised at once, the last ones too, not
+// when the next byte happens to arrive.
+TEST_F(Link_Test, EveryLineOfAReadIsRaisedAtOnce) {
+    Open();
+    device->Send_Raw("$GPGLL,1*00\r\n$GPGLL,2*00\r\n$GPGLL,3*00\r\n$GPG");
+    Run(20);
+    ASSERT_EQ(rec.nmea.size(), 3u);
+    EXPECT_EQ(rec.nmea[2].first, "$GPGLL,3*00");
+    EXPECT_EQ(L().ReceiveBuffer.View(), "$GPG");
+}
+
 TEST_F(Link_Test, GoodPacketsAreAcknowledgedStreamedOnesNever) {
     Open();
     device->Send(P(35, {1, 2, 3}));
@@ -264,6 +275,34 @@ TEST_F(Link_Test, BadChecksumsAreRefusedAndTheSixthIsAnError) {
     device->Send(bad_pvt);
     Run();
     EXPECT_EQ(device->Count(21), 5u);
+}
+
+// A unit that damages every packet, and sends it again on every NAK and
+// whenever it hears nothing: after the sixth the host reports once and stays
+// quiet (no more NAKs, no watchdog re-sends) instead of refusing for ever;
+// the next good packet is taken as usual.
+TEST_F(Link_Test, AUnitThatDamagesEveryPacketEndsTheExchangeOnce) {
+    Open();
+    Bytes bad = P(35, {7});
+    bad[bad.size() - 3] ^= 0x55;
+    device->on_packet = [&](const Bytes& p) {
+        if (p[1] == 21) device->Send(bad);
+    };
+    ctl.Send(P(10, {7, 0}), 0, 0);
+    for (int i = 0; i < 20; ++i) {  // the unit's own time-outs
+        device->Send(bad);
+        Run(1500);
+    }
+    Run(20000);
+    EXPECT_EQ(device->Count(21), 5u);
+    EXPECT_EQ(device->Count(10), 1u);
+    ASSERT_EQ(rec.errors.size(), 1u);
+    EXPECT_EQ(rec.errors[0].code, 3);
+    EXPECT_FALSE(detail::Control::Of(ctl).tmrTimeout->Enabled());
+
+    device->Send(P(35, {8}));
+    Run(100);
+    EXPECT_EQ(device->frames.back(), P(6, {35, 0}));
 }
 
 TEST_F(Link_Test, NakResendsTheLastPacketFiveTimesThenErrorTwo) {

@@ -307,6 +307,80 @@ TEST(UsbAgainstSerial, IdentificationAndDownloadsMatch) {
     EXPECT_EQ(usb, Run_Requests(false));
 }
 
+// Coordinates whose bytes hold runs of 16s before a 3 (and a 3 before 16s):
+// every frame that carries them is full of what framing gets wrong.
+std::int32_t Awkward_Semicircles(std::mt19937& rng) {
+    static const std::vector<Bytes> runs = {{0x10, 0x03}, {0x10, 0x10, 0x03}, {0x10, 0x10, 0x10, 0x03}, {0x03, 0x10, 0x10}};
+    const Bytes& run = runs[rng() % runs.size()];
+    Bytes bytes(4);
+    for (auto& b : bytes) b = static_cast<std::uint8_t>(rng());
+    bytes[3] &= 0x3F;  // within the globe
+    const std::size_t at = rng() % (5 - run.size());
+    std::copy(run.begin(), run.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at));
+    return static_cast<std::int32_t>(bytes[0] | bytes[1] << 8 | bytes[2] << 16 | std::uint32_t{bytes[3]} << 24);
+}
+
+sim::Data_Set Awkward_Data() {
+    std::mt19937 rng(1810);
+    sim::Data_Set data;
+    sim::Track track;
+    track.ident = "AWKWARD";
+    for (int i = 0; i < 400; ++i) {
+        sim::Waypoint w;
+        w.ident = "W" + std::to_string(i);
+        w.lat = Awkward_Semicircles(rng);
+        w.lon = Awkward_Semicircles(rng);
+        data.waypoints.push_back(w);
+        track.points.push_back({Awkward_Semicircles(rng), Awkward_Semicircles(rng)});
+    }
+    data.tracks.push_back(track);
+    return data;
+}
+
+// Every waypoint and track point of the awkward data set comes down intact,
+// over USB and over a serial line.
+TEST(UsbAgainstSerial, AwkwardBytesArriveIntactOverBoth) {
+    const sim::Data_Set data = Awkward_Data();
+    for (const bool over_usb : {true, false}) {
+        SCOPED_TRACE(over_usb ? "USB" : "serial");
+        auto vp = std::make_shared<VirtualPlatform>();
+        auto receiver = Plug_In(vp);
+        receiver->unit.Data() = data;
+        TrekcomCtl ctl(vp);
+        Recorder rec;
+        ctl.Advise(rec);
+        if (over_usb) {
+            ctl.Port(0);
+        } else {
+            vp->Attach(1, std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current"), data));
+            ASSERT_TRUE(ctl.PortOpen());
+        }
+        ctl.Request_Waypoints();
+        ASSERT_TRUE(vp->Run_Until([&] { return rec.waypoints == 1; }, 60000));
+        ctl.Request_Tracks();
+        ASSERT_TRUE(vp->Run_Until([&] { return rec.tracks == 1; }, 60000));
+        EXPECT_TRUE(rec.errors.empty()) << (rec.errors.empty() ? "" : rec.errors[0].message);
+
+        ASSERT_EQ(ctl.Waypoints()->Count(), 400);
+        for (std::int32_t i = 1; i <= 400; ++i) {
+            const cWaypoint& got = *ctl.Waypoints()->Item(i);
+            const sim::Waypoint& want = data.waypoints[static_cast<std::size_t>(i - 1)];
+            ASSERT_EQ(got.Ident, want.ident);
+            ASSERT_EQ(sim::Deg_To_Semi(got.Lat), want.lat) << want.ident;
+            ASSERT_EQ(sim::Deg_To_Semi(got.Lon), want.lon) << want.ident;
+        }
+        // The track's header comes first, then its points.
+        ASSERT_EQ(ctl.Tracks()->Count(), 401);
+        std::vector<std::pair<std::int32_t, std::int32_t>> points;
+        for (std::int32_t i = 2; i <= 401; ++i) {
+            const cTrack& t = *ctl.Tracks()->Item(i);
+            points.emplace_back(sim::Deg_To_Semi(t.Lat), sim::Deg_To_Semi(t.Lon));
+        }
+        for (std::size_t i = 0; i < points.size(); ++i)
+            ASSERT_EQ(points[i], std::pair(data.tracks[0].points[i].lat, data.tracks[0].points[i].lon)) << i;
+    }
+}
+
 TEST_F(Usb_Control, UploadAndPvtPolling) {
     ctl.Request_Product_Data();
     ASSERT_TRUE(rec.errors.empty());
