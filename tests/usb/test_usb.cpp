@@ -265,18 +265,27 @@ TEST_F(Usb_Control, SessionThatFailsGetsOneReset) {
 // The same requests over a serial line and over USB give the same packets.
 // What a host learns from identification and three downloads: the product
 // and protocols, then each data packet as id and data.
-std::vector<Bytes> Run_Requests(bool over_usb) {
-    auto vp = std::make_shared<VirtualPlatform>();
-    auto receiver = Plug_In(vp);
-    TrekcomCtl ctl(vp);
-    Recorder rec;
-    ctl.Advise(rec);
-    if (over_usb) {
-        ctl.Port(0);
-    } else {
-        vp->Attach(1, std::make_shared<sim::Virtual_Unit>());
-        EXPECT_TRUE(ctl.PortOpen());
+// A control on a simulated unit holding `data`, over USB or a serial line.
+struct Either_Transport {
+    Either_Transport(bool over_usb, const sim::Data_Set& data) {
+        receiver->unit.Data() = data;
+        ctl.Advise(rec);
+        if (over_usb) {
+            ctl.Port(0);
+        } else {
+            vp->Attach(1, std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current"), data));
+            EXPECT_TRUE(ctl.PortOpen());
+        }
     }
+    std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
+    std::shared_ptr<Sim_Usb_Receiver> receiver = Plug_In(vp);
+    TrekcomCtl ctl{vp};
+    Recorder rec;
+};
+
+std::vector<Bytes> Run_Requests(bool over_usb) {
+    Either_Transport t(over_usb, sim::Builtin_Data());
+    auto& [vp, receiver, ctl, rec] = t;
     ctl.Request_Product_Data();
     for (auto [request, event] : {std::pair{&TrekcomCtl::Request_Waypoints, &Recorder::waypoints},
                                   {&TrekcomCtl::Request_Routes, &Recorder::routes},
@@ -343,18 +352,8 @@ TEST(UsbAgainstSerial, AwkwardBytesArriveIntactOverBoth) {
     const sim::Data_Set data = Awkward_Data();
     for (const bool over_usb : {true, false}) {
         SCOPED_TRACE(over_usb ? "USB" : "serial");
-        auto vp = std::make_shared<VirtualPlatform>();
-        auto receiver = Plug_In(vp);
-        receiver->unit.Data() = data;
-        TrekcomCtl ctl(vp);
-        Recorder rec;
-        ctl.Advise(rec);
-        if (over_usb) {
-            ctl.Port(0);
-        } else {
-            vp->Attach(1, std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current"), data));
-            ASSERT_TRUE(ctl.PortOpen());
-        }
+        Either_Transport t(over_usb, data);
+        auto& [vp, receiver, ctl, rec] = t;
         ctl.Request_Waypoints();
         ASSERT_TRUE(vp->Run_Until([&] { return rec.waypoints == 1; }, 60000));
         ctl.Request_Tracks();
