@@ -50,6 +50,9 @@ Frame_Reader::Status Frame_Reader::Next(std::string_view stream) {
     if (read_ == 0) {
         if (stream.size() < 2) return Status::incomplete;
         packet_.clear();
+        // The size byte (even doubled) gives the packet's size: one allocation.
+        const std::size_t size = stream.size() > 2 ? static_cast<std::uint8_t>(stream[2]) : 255;
+        packet_.reserve(size + kFrameOverhead);
         packet_.push_back(DLE);
         packet_.push_back(static_cast<std::uint8_t>(stream[1]));  // the id is never doubled
         read_ = 2;
