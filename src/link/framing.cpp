@@ -79,7 +79,10 @@ Frame_Reader::Status Frame_Reader::Next(std::string_view stream) {
         // Copy the run up to the next DLE in one go: most bytes are plain.
         const void* hit = std::memchr(data + read_, DLE, stream.size() - read_);
         const std::size_t run_end = hit ? static_cast<std::size_t>(static_cast<const char*>(hit) - data) : stream.size();
-        packet_.insert(packet_.end(), data + read_, data + run_end);
+        if (run_end == read_ + 1)
+            packet_.push_back(static_cast<std::uint8_t>(data[read_]));
+        else
+            packet_.insert(packet_.end(), data + read_, data + run_end);
         read_ = run_end;
         if (hit) {
             dle_ = true;
