@@ -161,7 +161,8 @@ public:
     void Start_of_Records(std::int16_t& ocount);
     void End_of_Records();
 
-    // ---- record objects and collections
+    // ---- record objects and collections. Setting Product_Data or Counts to
+    // null gives the control a fresh, empty object instead.
     std::shared_ptr<cProduct_Data> Product_Data() const;
     void Product_Data(std::shared_ptr<cProduct_Data> value);
     std::shared_ptr<cRecord_Counts> Counts() const;

@@ -66,6 +66,27 @@ INSTANTIATE_TEST_SUITE_P(Profiles, Counts,
 // The product table moves every id to L002 but the proximity ones: such a
 // unit is asked with the A010 code 3 and the simulator, which expects 17,
 // stays silent. Identified by its capability array it gets 17.
+// Identification, the dispatcher and the counts write into Product_Data and
+// Counts; a host that set them to null gets fresh objects filled, not a crash.
+TEST_F(Protocol_Test, NullProductDataAndCountsAreFilledAfresh) {
+    auto unit = Attach_Unit(sim::Profile::Named("current"));
+    ctl.Product_Data(nullptr);
+    ctl.Counts(nullptr);
+    ASSERT_TRUE(ctl.Product_Data());
+    ASSERT_TRUE(ctl.Counts());
+    ctl.Request_Counts();
+    EXPECT_EQ(ctl.Counts()->Waypoint_Records, static_cast<std::int16_t>(unit->Sim().Data().waypoints.size()));
+    EXPECT_EQ(ctl.Product_Data()->Product_ID, unit->Sim().Unit_Profile().product_id);
+    ctl.Product_Data(nullptr);
+    C().Dispatch_Packet(link::Make_Packet(ctl.PID_Unit_ID(), {1, 0, 0, 0}));
+    EXPECT_EQ(ctl.Product_Data()->Unit_ID, "1");
+    ctl.Product_Data(nullptr);
+    ctl.Request_Waypoints();
+    EXPECT_TRUE(vp->Run_Until([&] { return rec.waypoints == 1; }, 30000));
+    EXPECT_EQ(ctl.Product_Data()->Product_ID, unit->Sim().Unit_Profile().product_id);
+    EXPECT_TRUE(rec.errors.empty());
+}
+
 TEST_F(Protocol_Test, L002ProximityDependsOnHowTheUnitWasIdentified) {
     Attach_Unit(sim::Profile::Named("l002"));
     ctl.Request_Prox_Waypoints();
