@@ -175,7 +175,11 @@ private:
     // A transfer failed: the error event, then the device is closed so the
     // next request reopens it instead of waiting on a dead one.
     void Device_Failed(const std::string& phrase);
-    bool Read_Bulk(std::vector<Bytes>& chunks, std::uint16_t expected);
+    // How a read ended: every packet read, the receiver fell silent in the
+    // middle of a record transfer, the device failed, or the transport was
+    // closed meanwhile (by a handler of the host's loop).
+    enum class Read_End { complete, stalled, failed, closed };
+    Read_End Read_Bulk(std::vector<Bytes>& chunks, std::uint16_t expected);
     void Deliver(const std::vector<Bytes>& chunks, std::uint16_t expected, std::uint16_t second, bool& came);
     void Pause(double ms);
     std::string xLate(const std::string& phrase) const { return sak_.xLate(phrase); }

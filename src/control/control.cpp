@@ -43,13 +43,16 @@ void Control::Raise_Receive(const Bytes& packet) {
 }
 
 void Control::Raise_Error(std::int16_t code, const std::string& message, const Bytes& packet) {
-    if (!sink) return;
-    std::int16_t cErr = code;
-    std::string text = message;
-    Bytes bytes = packet;
-    sink->cError(cErr, text, bytes);
-    std::string as_text = Bytes2String(bytes);
-    sink->vcError(cErr, text, as_text);
+    if (sink) {
+        std::int16_t cErr = code;
+        std::string text = message;
+        Bytes bytes = packet;
+        sink->cError(cErr, text, bytes);
+        std::string as_text = Bytes2String(bytes);
+        sink->vcError(cErr, text, as_text);
+    }
+    // The link has given up: a download still open has ended with it.
+    engine.Transfer_Interrupted();
 }
 
 void Control::Raise_HexDebug(const std::string& text) {

@@ -26,11 +26,13 @@ void Control::USB_USBError(std::int16_t& seq, std::string& message, Bytes& Packe
     // Without a host to plug the receiver in, a device search ends here.
     if (!sink) {
         seq = 0;
-        return;
+    } else {
+        sink->cError(seq, message, Packet);
+        std::string as_text = Bytes2String(Packet);
+        sink->vcError(seq, message, as_text);
     }
-    sink->cError(seq, message, Packet);
-    std::string as_text = Bytes2String(Packet);
-    sink->vcError(seq, message, as_text);
+    // The transport has given up: a download still open has ended with it.
+    engine.Transfer_Interrupted();
 }
 
 bool Control::USB_Wait(std::uint8_t expected, std::int32_t wait_time) {
