@@ -153,9 +153,9 @@ struct Fault {
     int error = 0;
     // The unit's faults on its data packets spare its ACKs: uploads complete.
     bool spares_uploads = false;
-    // Whether the exchange falls quiet afterwards. Not yet with a unit that
-    // corrupts every packet: the host keeps re-sending (an open finding).
-    bool settles = true;
+    // needs the new frame reader: what of this case the link as it stands
+    // cannot meet yet (the line falling quiet, or the case at all).
+    enum Waiting { ready, to_settle, to_pass } needs_new_frame_reader = ready;
 };
 
 const Fault kFaults[] = {
@@ -163,14 +163,20 @@ const Fault kFaults[] = {
     {"nak_storm", [](sim::Faults& f) { f.nak_first = 5; }, -1, false, 0},
     {"nak_storm_unending", [](sim::Faults& f) { f.nak_first = 1000000; }, -1, false, 2},
     {"corrupt_checksums", [](sim::Faults& f) { f.corrupt_every = 3; }, -1, false, 0},
-    {"corrupt_every_packet", [](sim::Faults& f) { f.corrupt_every = 1; }, -1, false, 3, true, false},
+    // The host refuses every packet and must give up re-sending in the end.
+    // needs the new frame reader
+    {"corrupt_every_packet", [](sim::Faults& f) { f.corrupt_every = 1; }, -1, false, 3, true, Fault::to_settle},
     {"dropped_bytes", [](sim::Faults& f) { f.drop_byte_every = 3; }, -1, false, 0},
-    // Line noise without DLE ETX in it (noise that holds one: an open finding).
     {"garbage_between_frames", [](sim::Faults& f) { f.garbage = {0x00, 0xFF, 0x03, '$', 'G', '\r', '\n', 0x55}; },
      -1, false, 0},
+    // Noise holding DLE ETX costs only itself: every frame after it is found.
+    // needs the new frame reader
+    {"dle_etx_noise_between_frames", [](sim::Faults& f) { f.garbage = sim::Dle_Etx_Noise(); }, -1, false, 0, false,
+     Fault::to_pass},
     {"stall_after_record", [](sim::Faults& f) { f.stall_after_record = kRecord_K; }, kRecord_K, false, 0},
     // A download's line goes with record K + 1 still on it.
     {"line_closed_mid_transfer", [](sim::Faults& f) { f.hang_up_after_record = kRecord_K + 1; }, kRecord_K, true, 0},
+    {"switched_off_mid_transfer", [](sim::Faults& f) { f.off_after_record = kRecord_K; }, kRecord_K, false, 0},
 };
 
 bool Ends_Without_Transfer(const Fault& f) { return f.error != 0 || f.cut_after >= 0; }
@@ -208,6 +214,10 @@ protected:
 
 TEST_P(Faults, TransferEndsAsTheErrorHandlingSays) {
     const auto& [kind, fault] = GetParam();
+    if (fault.needs_new_frame_reader == Fault::to_pass) {
+        // needs the new frame reader
+        GTEST_SKIP() << "a DLE ETX in the noise ends the next frame early until frames are read byte by byte";
+    }
     auto unit = std::make_shared<sim::Virtual_Unit>(sim::Profile::Named(kind.profile));
     auto cable = std::make_shared<Cable>(unit);
     vp->Attach(1, cable);
@@ -282,9 +292,11 @@ TEST_P(Faults, TransferEndsAsTheErrorHandlingSays) {
         Run(30000);
         quiet = rec.order.size() == events && !C().tmrTimeout->Enabled();
     }
-    if (fault.settles) {
-        EXPECT_TRUE(quiet);
+    if (!quiet && fault.needs_new_frame_reader == Fault::to_settle) {
+        // needs the new frame reader
+        GTEST_SKIP() << "the host keeps answering this unit until the link bounds its re-sends";
     }
+    EXPECT_TRUE(quiet);
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, Faults, ::testing::Combine(::testing::ValuesIn(kKinds), ::testing::ValuesIn(kFaults)),

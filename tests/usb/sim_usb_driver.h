@@ -6,6 +6,7 @@
 
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,8 @@ struct Sim_Usb_Receiver : sim::Line {
     void Send(const Bytes&, double) override {}
     void Wake_At(double) override {}
     void Cancel_Wake() override {}
+    // The unit's hang-up on USB: the cable is pulled.
+    void Hang_Up() override { present = false; }
 
     Platform& platform;
     sim::Unit unit;
@@ -78,8 +81,10 @@ public:
             return Usb_Status::gone;
         }
         r_->unit.Wake();
-        out = r_->unit.Usb_Bulk_Read(max);
-        return out.empty() ? Usb_Status::timed_out : Usb_Status::ok;
+        std::optional<Bytes> transfer = r_->unit.Usb_Bulk_Transfer(max);
+        if (!transfer) return Lost() ? Usb_Status::gone : Usb_Status::timed_out;
+        out = std::move(*transfer);  // empty: a zero-length packet
+        return Usb_Status::ok;
     }
     Usb_Status Write(const Bytes& packet) override {
         if (Lost()) return Usb_Status::gone;
@@ -113,7 +118,11 @@ private:
                 r.interrupt_blocks.pop_front();
             } else {
                 r.unit.Wake();
-                block = r.unit.Usb_Interrupt_Read(kInterrupt_Block);
+                std::optional<Bytes> transfer = r.unit.Usb_Interrupt_Transfer(kInterrupt_Block);
+                if (!transfer) return driver.Lost() ? Usb_Status::gone : Usb_Status::timed_out;
+                block = std::move(*transfer);  // empty: a zero-length packet
+                at_once = true;
+                return Usb_Status::ok;
             }
             at_once = !block.empty();
             return block.empty() ? Usb_Status::timed_out : Usb_Status::ok;

@@ -165,7 +165,7 @@ TEST_F(Usb_Transport, SessionStartAndDeviceThatVanishesMidTransfer) {
     receiver->vanish_after_bulk_reads = 3;
     EXPECT_TRUE(usb.Write_Packet({16, 10, 2, 7, 0, 0, 16, 3}));  // waypoints, please
     const double start = vp->Now_ms();
-    EXPECT_FALSE(usb.Read_Packets(27));
+    EXPECT_TRUE(usb.Read_Packets(27));  // the records packet came before the device went
     EXPECT_LT(vp->Now_ms() - start, 1000);
     ASSERT_EQ(rec.errors.size(), 1u);
     EXPECT_EQ(rec.errors[0].second, "USB device read failed");
@@ -264,6 +264,122 @@ TEST_F(Usb_Control, SessionThatFailsGetsOneReset) {
     EXPECT_EQ(rec.errors[0].message, "USB Device failed to reset after error");
     EXPECT_EQ(rec.errors[1].message, "USB connection failure");
 }
+
+// ---------------------------------------------------------------- faults mid-transfer
+
+// A receiver on USB that fails in the middle of a record transfer, kind by
+// kind: the download ends within bounded (virtual) time with the transport's
+// error and the control's count report, the records read before the fault
+// stay in their collection, and once the receiver is back a new download is
+// whole. Zero-length packets after every packet cost nothing.
+constexpr int kRecord_K = 1;
+
+struct Usb_Fault {
+    const char* name;
+    void (*arm)(Sim_Usb_Receiver&);
+    const char* error;  // the transport's report; null: the transfer completes
+};
+
+const Usb_Fault kUsb_Faults[] = {
+    {"stall", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().stall_after_record = kRecord_K; },
+     "No response from device"},
+    {"hang_up", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().hang_up_after_record = kRecord_K; },
+     "USB device read failed"},
+    {"switched_off", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().off_after_record = kRecord_K; },
+     "No response from device"},
+    // Pulled out by the user: the records packet and K records were read.
+    {"unplugged", [](Sim_Usb_Receiver& r) { r.vanish_after_bulk_reads = r.bulk_reads + kRecord_K + 1; },
+     "USB device read failed"},
+    {"zero_length_packets", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().usb_zero_length = true; }, nullptr},
+};
+
+struct Usb_Kind {
+    const char* name;
+    void (TrekcomCtl::*request)();
+    std::int32_t (*items)(TrekcomCtl&);  // what its collection holds
+};
+
+const Usb_Kind kUsb_Kinds[] = {
+    {"waypoints", &TrekcomCtl::Request_Waypoints, [](TrekcomCtl& c) { return c.Waypoints()->Count(); }},
+    // Route headers and waypoints; the links fill the current route in place.
+    {"routes", &TrekcomCtl::Request_Routes,
+     [](TrekcomCtl& c) {
+         std::int32_t n = c.Routes()->Count();
+         for (const auto& r : *c.Routes()) n += r->Waypoints->Count();
+         return n;
+     }},
+    {"tracks", &TrekcomCtl::Request_Tracks, [](TrekcomCtl& c) { return c.Tracks()->Count(); }},
+    {"laps", &TrekcomCtl::Request_Laps, [](TrekcomCtl& c) { return c.Laps()->Count(); }},
+};
+
+class Usb_Faults : public Usb_Control, public ::testing::WithParamInterface<std::tuple<Usb_Kind, Usb_Fault>> {
+protected:
+    // The count the last records packet announced, and the packets of the
+    // transfer after it (the completion aside).
+    std::pair<int, int> Announced_And_Arrived(std::size_t from) const {
+        int announced = -1, arrived = 0;
+        for (std::size_t i = from; i < rec.received.size(); ++i) {
+            const Bytes& p = rec.received[i];
+            if (p[1] == ctl.PID_Records()) {
+                announced = p[3] | (p[4] << 8);
+                arrived = 0;
+            } else if (p[1] != ctl.PID_Xfer_Cmplt()) {
+                ++arrived;
+            }
+        }
+        return {announced, arrived};
+    }
+};
+
+TEST_P(Usb_Faults, DownloadEndsWithTheErrorAndKeepsWhatCame) {
+    const auto& [kind, fault] = GetParam();
+    ctl.Request_Product_Data();
+    ASSERT_TRUE(rec.errors.empty());
+    fault.arm(*receiver);
+    const double start = vp->Now_ms();
+    const std::size_t from = rec.received.size();
+    (ctl.*kind.request)();
+    // The transport reads the whole transfer inside the request.
+    EXPECT_LT(vp->Now_ms() - start, 15000);
+    const auto [announced, arrived] = Announced_And_Arrived(from);
+    ASSERT_GT(announced, kRecord_K + 1) << (rec.errors.empty() ? "" : rec.errors[0].message);
+    if (!fault.error) {
+        EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+        EXPECT_EQ(arrived, announced);
+    } else {
+        EXPECT_EQ(arrived, kRecord_K);
+        ASSERT_EQ(rec.errors.size(), 2u) << rec.errors[0].message << " | " << rec.errors.back().message;
+        EXPECT_EQ(rec.errors[0].message, fault.error);
+        EXPECT_EQ(rec.errors[1].code, 7);
+        EXPECT_EQ(rec.errors[1].message, "Incomplete transfer: " + std::to_string(kRecord_K) + " of " +
+                                             std::to_string(announced) + " records received");
+    }
+    if (std::string(kind.name) != "routes") {
+        EXPECT_EQ(kind.items(ctl), arrived);
+    }
+    // Nothing more comes of it.
+    const std::size_t events = rec.order.size();
+    vp->Advance(30000);
+    EXPECT_EQ(rec.order.size(), events);
+
+    // Back on, plugged in: the next download is whole.
+    receiver->present = true;
+    receiver->vanish_after_bulk_reads = -1;
+    receiver->unit.Power_On();
+    rec.errors.clear();
+    const std::size_t again = rec.received.size();
+    (ctl.*kind.request)();
+    const auto [announced_again, arrived_again] = Announced_And_Arrived(again);
+    EXPECT_EQ(arrived_again, announced_again);
+    EXPECT_EQ(announced_again, announced);
+    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, Usb_Faults,
+                         ::testing::Combine(::testing::ValuesIn(kUsb_Kinds), ::testing::ValuesIn(kUsb_Faults)),
+                         [](const auto& info) {
+                             return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
+                         });
 
 // The same requests over a serial line and over USB give the same packets.
 // What a host learns from identification and three downloads: the product

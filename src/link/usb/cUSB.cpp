@@ -31,6 +31,8 @@ constexpr std::size_t kBulk_Buffer = 4096;
 // One read collects at most this many blocks: a receiver that never stops
 // talking still ends the read.
 constexpr std::size_t kMax_Blocks = 200000;
+// Zero-length packets read past in one read of the interrupt pipe.
+constexpr int kMax_Zero_Lengths = 64;
 
 std::uint32_t Le32(const std::uint8_t* p) {
     return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
@@ -315,12 +317,22 @@ bool cUSB::Read_Packets(std::uint16_t expected, std::uint16_t second) {
     std::vector<Bytes> blocks;
     Bytes block;
     std::int32_t count = 0;
-    std::int32_t ready = ioctl_.GetIO(block, count);
     auto failed = [&] {
         const Usb_Status s = ioctl_.Last_Status();
         return s != Usb_Status::ok && s != Usb_Status::timed_out;
     };
-    if (count == 0) {
+    // The next block with data; false when a read finds none. A zero-length
+    // packet ends one USB transfer, not the data: reading goes on past it
+    // (a few times per call, for a device that sends nothing else).
+    int zero_lengths = 0;
+    auto next_block = [&] {
+        for (;;) {
+            ioctl_.GetIO(block, count);
+            if (count > 0) return true;
+            if (ioctl_.Last_Status() != Usb_Status::ok || ++zero_lengths > kMax_Zero_Lengths) return false;
+        }
+    };
+    if (!next_block()) {
         if (failed()) Device_Failed("USB device read failed");
         return false;
     }
@@ -331,15 +343,10 @@ bool cUSB::Read_Packets(std::uint16_t expected, std::uint16_t second) {
         if (end == Read_End::closed) return false;
     } else {
         blocks.reserve(5000);
-        while ((ready == 1 || count > 0) && blocks.size() < kMax_Blocks) {
-            if (count > 0) blocks.push_back(std::move(block));
-            ready = ioctl_.GetIO(block, count);
-            if (failed()) {
-                end = Read_End::failed;
-                break;
-            }
-            if (ready == 1 && count == 0) break;  // completed with nothing: the pipe is empty
-        }
+        do {
+            blocks.push_back(std::move(block));
+        } while (blocks.size() < kMax_Blocks && next_block());
+        if (failed()) end = Read_End::failed;
     }
     bool came = false;
     // The whole packets read before a stall or a failure are delivered
@@ -347,7 +354,7 @@ bool cUSB::Read_Packets(std::uint16_t expected, std::uint16_t second) {
     Deliver(blocks, expected, second, came);
     if (end == Read_End::failed) {
         Device_Failed("USB device read failed");
-        return false;
+        return came;  // the answer awaited may have come before the failure
     }
     // Stalled: the host hears of it once the records that came are in.
     if (end == Read_End::stalled) Raise_Error(0, xLate("No response from device"));
