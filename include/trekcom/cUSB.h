@@ -144,6 +144,20 @@ public:
     [[noreturn]] void USBHandle(std::int32_t value);
     // True while a read is assembling packets.
     bool Busy() const { return busy_; }
+    // An exchange waiting for its answer, from its write's pause to the end
+    // of its wait, for the scope's life: meanwhile a poll (Read_Packets with
+    // expected 0, as the timers make) reads nothing, so the answer is left
+    // for the exchange's own reads. Scopes nest.
+    class Exchange_Scope {
+    public:
+        explicit Exchange_Scope(cUSB& usb) : usb_(usb) { ++usb_.exchanges_; }
+        ~Exchange_Scope() { --usb_.exchanges_; }
+        Exchange_Scope(const Exchange_Scope&) = delete;
+        Exchange_Scope& operator=(const Exchange_Scope&) = delete;
+
+    private:
+        cUSB& usb_;
+    };
     // Whether the second id of the last read came.
     bool Second_Came() const { return second_came_; }
     // The driver's answers to the session start's queries.
@@ -191,6 +205,7 @@ private:
     cUSBEvents* sink_ = nullptr;
     std::string device_path_;
     bool busy_ = false;
+    int exchanges_ = 0;
     bool second_came_ = false;
     std::uint32_t driver_version_ = 0;
     std::uint32_t max_packet_size_ = 0;

@@ -40,6 +40,8 @@ struct Sim_Usb_Receiver : sim::Line {
     bool reset_fails = false;
     int swallow_session_starts = 0;  // the next N Start Session requests get no answer
     int vanish_after_bulk_reads = -1;  // the receiver goes away after N bulk reads
+    int slow_answers = 0;              // after each write, N interrupt reads find nothing yet
+    int not_yet = 0;
     std::deque<Bytes> interrupt_blocks;  // read before anything the unit sends
     std::vector<Bytes> written;
     long searches = 0, resets = 0, interrupt_reads = 0, bulk_reads = 0;
@@ -89,6 +91,7 @@ public:
     Usb_Status Write(const Bytes& packet) override {
         if (Lost()) return Usb_Status::gone;
         r_->written.push_back(packet);
+        r_->not_yet = r_->slow_answers;
         const bool session_start = packet.size() >= 12 && packet[0] == 0 && packet[4] == 5;
         if (session_start && r_->swallow_session_starts > 0) {
             --r_->swallow_session_starts;
@@ -113,6 +116,10 @@ private:
             if (driver.Lost()) return Usb_Status::gone;
             Sim_Usb_Receiver& r = *driver.r_;
             ++r.interrupt_reads;
+            if (r.not_yet > 0) {
+                --r.not_yet;
+                return Usb_Status::timed_out;
+            }
             if (!r.interrupt_blocks.empty()) {
                 block = std::move(r.interrupt_blocks.front());
                 r.interrupt_blocks.pop_front();

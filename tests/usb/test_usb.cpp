@@ -4,6 +4,7 @@
 // with the same requests over a serial line.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 #include "control/control.h"
@@ -380,6 +381,89 @@ INSTANTIATE_TEST_SUITE_P(Table, Usb_Faults,
                          [](const auto& info) {
                              return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
                          });
+
+// A packet sent on USB without a wait arms the watchdog as on a serial line:
+// unanswered, it goes once more, then the host hears "No response".
+TEST_F(Usb_Control, AnUnansweredSendEndsWithNoResponse) {
+    ctl.Request_Product_Data();
+    ASSERT_TRUE(rec.errors.empty());
+    const std::size_t before = receiver->written.size();
+    ctl.Send(link::Make_Packet(ctl.PID_Command_Data(), {99, 0}));  // a command the unit does not know
+    vp->Advance(3 * ctl.Time_Out());
+    EXPECT_EQ(receiver->written.size(), before + 2);
+    ASSERT_EQ(rec.errors.size(), 1u);
+    EXPECT_EQ(rec.errors[0].message, "No response from device");
+    vp->Advance(10000);
+    EXPECT_EQ(receiver->written.size(), before + 2);
+    EXPECT_EQ(rec.errors.size(), 1u);
+}
+
+// ---------------------------------------------------------------- requests beside polling
+
+// In asynchronous mode the host polls USB every millisecond, in PVT mode
+// every second. A request made meanwhile gets its own reply: the poll must
+// not read it away from the request's wait.
+enum class Polling { async, pvt };
+
+class Usb_Polling : public Usb_Control, public ::testing::WithParamInterface<Polling> {
+protected:
+    std::size_t Received(std::uint8_t id) const {
+        return static_cast<std::size_t>(
+            std::count_if(rec.received.begin(), rec.received.end(), [id](const Bytes& p) { return p[1] == id; }));
+    }
+    bool Written(std::uint16_t id) const {
+        return std::any_of(receiver->written.begin(), receiver->written.end(),
+                           [id](const Bytes& u) { return u.size() >= 12 && u[0] == 20 && (u[4] | (u[5] << 8)) == id; });
+    }
+};
+
+TEST_P(Usb_Polling, RequestsGetTheirRepliesWhileTheHostPolls) {
+    const bool async = GetParam() == Polling::async;
+    ctl.Request_Product_Data();
+    async ? ctl.Async_Start() : ctl.Pvt_Data_Start();
+    const long reads = receiver->interrupt_reads;
+    vp->Advance(3 * ctl.Time_Out());
+    // Asynchronous mode reads about every millisecond; the PVT stream keeps
+    // the watchdog of its start command quiet.
+    EXPECT_GT(receiver->interrupt_reads - reads, async ? 1000 : 1);
+    EXPECT_EQ(receiver->unit.Pvt_On(), !async);
+    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+
+    // Requests at many points of the poll's period, to a unit whose answers
+    // come during the write's pause or only during the wait.
+    for (int round = 0; round < 100; ++round) {
+        receiver->slow_answers = round % 2 ? 0 : 3;
+        ctl.Date_Time(std::make_shared<cDate_Time>());
+        ctl.Request_Date_Time();
+        EXPECT_GE(ctl.Date_Time()->year, 2000);
+        if (round % 10 == 0) {
+            const int before = rec.waypoints;
+            ctl.Request_Waypoints();
+            EXPECT_TRUE(vp->Run_Until([&] { return rec.waypoints == before + 1; }, 5000));
+            EXPECT_EQ(ctl.Waypoints()->Count(), static_cast<std::int32_t>(receiver->unit.Data().waypoints.size()));
+        }
+        vp->Advance(7);
+    }
+    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+    if (!async) {
+        EXPECT_GE(Received(ctl.PID_Pvt_Data()), 5u);  // the stream went on meanwhile
+    }
+
+    // Stopped: the unit is told, and the polling ends.
+    async ? ctl.Async_Stop() : ctl.Pvt_Data_Stop();
+    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+    if (async) {
+        EXPECT_TRUE(Written(28));  // asynchronous messages off
+    }
+    EXPECT_FALSE(receiver->unit.Pvt_On());
+    const long stopped = receiver->interrupt_reads;
+    vp->Advance(5000);
+    EXPECT_EQ(receiver->interrupt_reads, stopped);
+    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, Usb_Polling, ::testing::Values(Polling::async, Polling::pvt),
+                         [](const auto& info) { return info.param == Polling::async ? "async" : "pvt"; });
 
 // The same requests over a serial line and over USB give the same packets.
 // What a host learns from identification and three downloads: the product

@@ -300,12 +300,16 @@ bool cUSB::Write_Packet(const Bytes& packet, int wait_mode) {
         return false;
     }
     ++stats_.packets_sent;
-    if (wait_mode != 2) Pause(kWrite_Pause_ms);
+    if (wait_mode != 2) {
+        // The answer may come during the pause: it is the writer's to read.
+        Exchange_Scope exchange(*this);
+        Pause(kWrite_Pause_ms);
+    }
     return true;
 }
 
 bool cUSB::Read_Packets(std::uint16_t expected, std::uint16_t second) {
-    if (busy_) return false;
+    if (busy_ || (expected == 0 && exchanges_ > 0)) return false;
     // The link's acknowledgement and the bare protocol answers have no USB
     // counterpart: waiting for them succeeds at once.
     if (expected == kSession_Started || expected == kData_Available) return true;
