@@ -52,7 +52,7 @@ void Control::Raise_Error(std::int16_t code, const std::string& message, const B
         sink->vcError(cErr, text, as_text);
     }
     // The link has given up: a download still open has ended with it.
-    engine.Transfer_Interrupted();
+    engine.Close_Tally();
 }
 
 void Control::Raise_HexDebug(const std::string& text) {

@@ -33,7 +33,7 @@ void Control::USB_USBError(std::int16_t& seq, std::string& message, Bytes& Packe
         sink->vcError(seq, message, as_text);
     }
     // The transport has given up: a download still open has ended with it.
-    engine.Transfer_Interrupted();
+    engine.Close_Tally();
 }
 
 bool Control::USB_Wait(std::uint8_t expected, std::int32_t wait_time) {

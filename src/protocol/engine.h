@@ -140,9 +140,10 @@ public:
     void Request_Counts();
     void Start_of_Records(std::int16_t& ocount);
     void End_of_Records();
-    // The link or the USB transport gave up: a download still open ends
-    // here, reported as incomplete when records are missing.
-    void Transfer_Interrupted();
+    // The end of a download's count: its completion packet, or an error (the
+    // link or the USB transport gave up). Error 7 when the number of records
+    // that arrived is not the number announced; nothing when none is open.
+    void Close_Tally();
 
     // ---- prebuilt packets, laid out as serial frames (DLE, id, size, data)
     struct Prebuilt {
@@ -206,8 +207,6 @@ private:
     };
     Tally tally_;
     void Open_Tally(const Bytes& records_packet);
-    // Closes the tally; error 7 when the numbers differ.
-    void Close_Tally();
     std::uint8_t Command_Of_Record(std::uint8_t pid) const;
     // What every request does first: clear the flags, identify the unit again.
     void Begin_Request();

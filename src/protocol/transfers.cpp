@@ -178,8 +178,6 @@ void Engine::Close_Tally() {
     host_.Raise_Error(kIncomplete_Transfer, message, t.records_packet);
 }
 
-void Engine::Transfer_Interrupted() { Close_Tally(); }
-
 // ---------------------------------------------------------------- uploads
 
 void Engine::Start_of_Records(std::int16_t& ocount) {
