@@ -9,6 +9,7 @@
 #include <limits>
 #include <numbers>
 #include <optional>
+#include <tuple>
 #include <utility>
 
 #include "deframer.h"
@@ -772,10 +773,12 @@ struct Unit::Impl {
     bool Usb_Cut_Here(int record) {
         if (record == 0) usb_cutting = false;
         if (usb_cutting) return true;
-        for (auto [knob, cut] : {std::pair{&faults.stall_after_record, Usb_Cut::stall},
-                                 {&faults.hang_up_after_record, Usb_Cut::hang_up},
-                                 {&faults.off_after_record, Usb_Cut::off}}) {
-            if (*knob < 0 || record <= *knob) continue;
+        // As on the serial line, the hang-up takes record K with it.
+        for (auto [knob, cut, first_lost] :
+             {std::tuple{&faults.stall_after_record, Usb_Cut::stall, faults.stall_after_record + 1},
+              {&faults.hang_up_after_record, Usb_Cut::hang_up, faults.hang_up_after_record},
+              {&faults.off_after_record, Usb_Cut::off, faults.off_after_record + 1}}) {
+            if (*knob < 0 || record < first_lost) continue;
             *knob = -1;
             usb_cutting = true;
             usb_after_read = cut;

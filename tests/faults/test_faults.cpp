@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <functional>
 #include <optional>
+#include <random>
 
 #include "protocol/protocol_fixture.h"
 
@@ -303,6 +304,57 @@ INSTANTIATE_TEST_SUITE_P(Table, Faults, ::testing::Combine(::testing::ValuesIn(k
                          [](const auto& info) {
                              return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
                          });
+
+// The control against the simulated unit on random sets and random stall
+// points, over a random fault: whatever arrived stays, and the control's
+// count report says exactly how many of how many, or nothing when all came.
+TEST(RandomStalls, CountReportMatchesWhatTheUnitSent) {
+    std::mt19937 random(18);
+    for (int round = 0; round < 24; ++round) {
+        sim::Data_Set data = sim::Builtin_Data();
+        const int n = 1 + static_cast<int>(random() % 40);
+        data.waypoints.resize(static_cast<std::size_t>(n), data.waypoints.front());
+        for (int i = 0; i < n; ++i) {
+            sim::Waypoint& w = data.waypoints[static_cast<std::size_t>(i)];
+            w.ident = "W" + std::to_string(i);
+            w.lat = static_cast<std::int32_t>(random());
+        }
+        auto vp = std::make_shared<VirtualPlatform>();
+        auto unit = std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current"), data);
+        vp->Attach(1, unit);
+        TrekcomCtl ctl(vp);
+        Recorder rec;
+        ctl.Advise(rec);
+        ASSERT_TRUE(ctl.PortOpen());
+        // Stall or switched off after record k, or the line closed with
+        // record k + 1 on it; k = n: no fault.
+        const int k = static_cast<int>(random() % static_cast<unsigned>(n + 1));
+        sim::Faults& f = unit->Sim().Fault_Knobs();
+        const std::pair<int*, int> knobs[] = {{&f.stall_after_record, k}, {&f.hang_up_after_record, k + 1},
+                                              {&f.off_after_record, k}};
+        if (k < n) {
+            const auto& [knob, value] = knobs[random() % 3];
+            *knob = value;
+        }
+        ctl.Request_Waypoints();
+        vp->Advance(30000);
+
+        std::vector<std::string> got, sent;
+        for (const auto& w : *ctl.Waypoints()) got.push_back(w->Ident);
+        for (int i = 0; i < k; ++i) sent.push_back("W" + std::to_string(i));
+        EXPECT_EQ(got, sent) << round;
+        std::vector<std::string> reports;
+        for (const auto& e : rec.errors)
+            if (e.code == kIncomplete) reports.push_back(e.message);
+        if (k == n) {
+            EXPECT_TRUE(rec.errors.empty()) << round << ": " << rec.errors.front().message;
+        } else {
+            EXPECT_EQ(reports, std::vector<std::string>{"Incomplete transfer: " + std::to_string(k) + " of " +
+                                                        std::to_string(n) + " records received"})
+                << round;
+        }
+    }
+}
 
 // The receiver switched off in the middle of the PVT stream: the watchdog
 // commands the stream again every two seconds and says so, the unanswered

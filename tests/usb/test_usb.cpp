@@ -284,7 +284,8 @@ struct Usb_Fault {
 const Usb_Fault kUsb_Faults[] = {
     {"stall", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().stall_after_record = kRecord_K; },
      "No response from device"},
-    {"hang_up", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().hang_up_after_record = kRecord_K; },
+    // The cable goes with record K + 1 on it.
+    {"hang_up", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().hang_up_after_record = kRecord_K + 1; },
      "USB device read failed"},
     {"switched_off", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().off_after_record = kRecord_K; },
      "No response from device"},

@@ -77,8 +77,9 @@ struct Faults {
     int corrupt_every = 0;        // every Kth data packet sent has a wrong checksum
     int drop_byte_every = 0;      // every Kth data packet sent loses one byte
     Bytes garbage;                // written before every packet the unit sends
-    // The next transfer, after record K (once): go silent; close the line (on
-    // USB: unplugged); switch off. On USB the host reads records 0..K first.
+    // The next transfer, once: go silent after record K; close the line (on
+    // USB: unplugged) as record K goes out, so it is lost; switch off after
+    // record K. On USB the host reads the records kept before it happens.
     int stall_after_record = -1;
     int hang_up_after_record = -1;
     int off_after_record = -1;
