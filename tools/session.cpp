@@ -17,6 +17,10 @@ namespace {
 
 // A wait is cut into slices so that Ctrl-C and the progress bar are seen.
 constexpr double kSlice_ms = 50;
+// The control's error for a download that ended short of its announced count.
+constexpr std::int16_t kIncomplete_Transfer = 7;
+// How late the control's watchdog may report on a busy machine.
+constexpr double kWatchdog_Margin_ms = 1000;
 
 bool Blank(const std::string& s) {
     return std::all_of(s.begin(), s.end(), [](unsigned char c) { return std::isspace(c) || c == 0; });
@@ -111,13 +115,14 @@ void Session::Expect_No_New_Errors(std::size_t before, int code, const std::stri
     if (errors_.size() > before) throw Failure(code, doing + ": " + errors_[before]);
 }
 
-void Session::Wait(const char* what, const std::function<bool()>& done) {
+void Session::Wait(const char* what, const std::function<bool()>& done, double silence_ms) {
     auto& platform = *ctl_.Platform();
     last_packet_ms_ = platform.Now_ms();
+    const double limit_ms = std::max<double>(options_.timeout_ms, silence_ms);
     while (!done()) {
         if (g_interrupted) throw Failure(kInterrupted, std::string("interrupted: ") + what);
         platform.Run_Until(done, kSlice_ms);
-        if (!done() && platform.Now_ms() - last_packet_ms_ > options_.timeout_ms)
+        if (!done() && platform.Now_ms() - last_packet_ms_ > limit_ms)
             throw Failure(kTimeout, std::string("timeout: the receiver stopped answering during ") + what);
     }
 }
@@ -155,15 +160,26 @@ void Session::Download_One(Kind k, Data& out) {
     records_seen_ = 0;
     const long completions = completions_;
     Progress bar(name, options_.progress);
-    {
-        const std::size_t before = errors_.size();
-        (ctl_.*kRequest[static_cast<int>(k)])();
+    const std::size_t before = errors_.size();
+    // A short download is never taken for a whole one: the control's count
+    // check comes first, then any other error it raised.
+    auto expect_whole = [&] {
+        for (std::size_t i = before; i < errors_.size(); ++i)
+            if (error_codes_[i] == kIncomplete_Transfer) throw Failure(kIncomplete, name + ": " + errors_[i]);
         Expect_No_New_Errors(before, kTimeout, "timeout: downloading " + name);
-    }
-    Wait(name.c_str(), [&] {
-        bar.Update(records_seen_, static_cast<std::uint16_t>(ctl_.Incoming_Records_Count()));
-        return completions_ > completions;
-    });
+    };
+    (ctl_.*kRequest[static_cast<int>(k)])();
+    expect_whole();
+    // The control ends a download that falls silent by itself, within two
+    // watchdog periods, and says how many records came: give it that long.
+    Wait(
+        name.c_str(),
+        [&] {
+            bar.Update(records_seen_, static_cast<std::uint16_t>(ctl_.Incoming_Records_Count()));
+            return completions_ > completions || errors_.size() > before;
+        },
+        2.0 * ctl_.Time_Out() + kWatchdog_Margin_ms);
+    expect_whole();
 
     switch (k) {
         case Kind::Waypoints:
@@ -334,6 +350,7 @@ void Session::NMEA(std::string& sentence, bool& good) {
 void Session::cError(std::int16_t& code, std::string& message, Bytes&) {
     if (trace_) trace_ << "error " << code << ": " << message << '\n';
     errors_.push_back(message);
+    error_codes_.push_back(code);
 }
 
 void Session::ReceiveCounts(std::int16_t& w, std::int16_t& p, std::int16_t& r, std::int16_t& t) {

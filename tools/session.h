@@ -29,6 +29,7 @@ enum Exit : int {
     kUnsupported = 5,  // the receiver lacks what was asked for
     kBad_File = 6,     // an input file is unreadable or not valid GPX
     kRefused = 7,      // the receiver refused records, or they did not read back
+    kIncomplete = 8,   // a download ended with another number of records than announced
     kInterrupted = 130,
 };
 
@@ -74,8 +75,9 @@ public:
     // One request of the real-time kind, failing with kTimeout when the
     // receiver raises an error instead of answering.
     void Request(const char* what, const std::function<void()>& request);
-    // Runs the loop until done() or interrupted; silence of timeout_ms ends it with kTimeout.
-    void Wait(const char* what, const std::function<bool()>& done);
+    // Runs the loop until done() or interrupted; silence of timeout_ms (or
+    // of silence_ms, when longer) ends it with kTimeout.
+    void Wait(const char* what, const std::function<bool()>& done, double silence_ms = 0);
     // Called for every packet received (after the control has decoded it).
     std::function<void(const Bytes&)> On_Packet;
     std::function<void(const std::string&, bool)> On_Nmea;
@@ -100,6 +102,7 @@ private:
     TrekcomCtl ctl_;
     std::ofstream trace_;
     std::vector<std::string> errors_;
+    std::vector<std::int16_t> error_codes_;  // beside errors_
     double last_packet_ms_ = 0;
     long completions_ = 0;      // transfer-complete packets
     long records_seen_ = 0;     // record packets of the current transfer

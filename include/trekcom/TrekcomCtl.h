@@ -146,7 +146,10 @@ public:
     // Downloads. Each returns once the receiver has announced its record
     // count; the records then arrive while the loop runs, and the matching
     // Received* event carries them (laps and flightbook records raise none:
-    // read Laps() once the transfer is over).
+    // read Laps() once the transfer is over). A download that ends with
+    // another number of records than the receiver announced (a record lost,
+    // or the link gave up half-way) reports error 7, "Incomplete transfer:
+    // N of M records received"; what did arrive stays in the collections.
     void Request_Waypoints();
     void Request_Prox_Waypoints();  // delivered through ReceivedWaypoints
     void Request_Routes();
@@ -161,7 +164,8 @@ public:
     void Start_of_Records(std::int16_t& ocount);
     void End_of_Records();
 
-    // ---- record objects and collections
+    // ---- record objects and collections. Setting Product_Data or Counts to
+    // null gives the control a fresh, empty object instead.
     std::shared_ptr<cProduct_Data> Product_Data() const;
     void Product_Data(std::shared_ptr<cProduct_Data> value);
     std::shared_ptr<cRecord_Counts> Counts() const;

@@ -144,6 +144,20 @@ public:
     [[noreturn]] void USBHandle(std::int32_t value);
     // True while a read is assembling packets.
     bool Busy() const { return busy_; }
+    // An exchange waiting for its answer, from its write's pause to the end
+    // of its wait, for the scope's life: meanwhile a poll (Read_Packets with
+    // expected 0, as the timers make) reads nothing, so the answer is left
+    // for the exchange's own reads. Scopes nest.
+    class Exchange_Scope {
+    public:
+        explicit Exchange_Scope(cUSB& usb) : usb_(usb) { ++usb_.exchanges_; }
+        ~Exchange_Scope() { --usb_.exchanges_; }
+        Exchange_Scope(const Exchange_Scope&) = delete;
+        Exchange_Scope& operator=(const Exchange_Scope&) = delete;
+
+    private:
+        cUSB& usb_;
+    };
     // Whether the second id of the last read came.
     bool Second_Came() const { return second_came_; }
     // The driver's answers to the session start's queries.
@@ -175,7 +189,11 @@ private:
     // A transfer failed: the error event, then the device is closed so the
     // next request reopens it instead of waiting on a dead one.
     void Device_Failed(const std::string& phrase);
-    bool Read_Bulk(std::vector<Bytes>& chunks, std::uint16_t expected);
+    // How a read ended: every packet read, the receiver fell silent in the
+    // middle of a record transfer, the device failed, or the transport was
+    // closed meanwhile (by a handler of the host's loop).
+    enum class Read_End { complete, stalled, failed, closed };
+    Read_End Read_Bulk(std::vector<Bytes>& chunks, std::uint16_t expected);
     void Deliver(const std::vector<Bytes>& chunks, std::uint16_t expected, std::uint16_t second, bool& came);
     void Pause(double ms);
     std::string xLate(const std::string& phrase) const { return sak_.xLate(phrase); }
@@ -187,6 +205,7 @@ private:
     cUSBEvents* sink_ = nullptr;
     std::string device_path_;
     bool busy_ = false;
+    int exchanges_ = 0;
     bool second_came_ = false;
     std::uint32_t driver_version_ = 0;
     std::uint32_t max_packet_size_ = 0;

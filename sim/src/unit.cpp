@@ -9,6 +9,8 @@
 #include <limits>
 #include <numbers>
 #include <optional>
+#include <tuple>
+#include <utility>
 
 #include "deframer.h"
 #include "formats.h"
@@ -139,6 +141,11 @@ struct Unit::Impl {
     bool usb = false;  // the host talks USB: answers go to the two pipes, unframed
     usb::Pipe usb_interrupt;
     usb::Pipe usb_bulk;
+    // A fault that cut the current USB transfer short, and what the unit
+    // does once the host has read what was kept.
+    enum class Usb_Cut { none, stall, hang_up, off };
+    bool usb_cutting = false;
+    Usb_Cut usb_after_read = Usb_Cut::none;
 
     Deframer deframer;
     std::function<void(char, std::uint8_t, const Bytes&)> trace;
@@ -227,14 +234,20 @@ struct Unit::Impl {
         timeouts = 0;
         nak_resends = 0;
         deadline_ms = line_free_ms + options.ack_timeout_ms;
-        const bool hang_up =
-            o.record >= 0 && faults.hang_up_after_record >= 0 && o.record >= faults.hang_up_after_record;
+        const auto after = [&](int& knob) {
+            if (o.record < 0 || knob < 0 || o.record < knob) return false;
+            knob = -1;
+            return true;
+        };
+        const bool hang_up = after(faults.hang_up_after_record);
+        const bool off = after(faults.off_after_record);
         waiting = std::move(o);
         if (hang_up) {
-            faults.hang_up_after_record = -1;
             Drop_Transfer();
             line_free_ms = Now();
             if (line) line->Hang_Up();
+        } else if (off) {
+            Power_Off();  // the record already on the line still arrives
         }
     }
 
@@ -741,11 +754,46 @@ struct Unit::Impl {
     // Data Available, and puts the transfer on the bulk pipe, where the host
     // reads until the pipe is empty.
     void Usb_Send(std::uint8_t id, const Bytes& d, int record) {
+        if (record >= 0 && Usb_Cut_Here(record)) return;
         if (trace) trace('U', id, d);
         Bytes packet = usb::Make_Packet(usb::kApplication, id, d);
-        if (record < 0) return usb_interrupt.Put(std::move(packet));
-        if (record == 0) usb_interrupt.Put(usb::Make_Packet(usb::kProtocol, usb::kDataAvailable, {}));
-        usb_bulk.Put(std::move(packet));
+        if (record < 0) return Usb_Put(usb_interrupt, std::move(packet));
+        if (record == 0) Usb_Put(usb_interrupt, usb::Make_Packet(usb::kProtocol, usb::kDataAvailable, {}));
+        Usb_Put(usb_bulk, std::move(packet));
+    }
+
+    void Usb_Put(usb::Pipe& pipe, Bytes packet) {
+        pipe.Put(std::move(packet));
+        if (faults.usb_zero_length) pipe.Put_Zero_Length();
+    }
+
+    // A record transfer goes onto the bulk pipe at once, so a fault after
+    // record K keeps records 0..K and drops the rest of that transfer; a
+    // hang-up or a power-off follows once the host has read what was kept.
+    bool Usb_Cut_Here(int record) {
+        if (record == 0) usb_cutting = false;
+        if (usb_cutting) return true;
+        // As on the serial line, the hang-up takes record K with it.
+        for (auto [knob, cut, first_lost] :
+             {std::tuple{&faults.stall_after_record, Usb_Cut::stall, faults.stall_after_record + 1},
+              {&faults.hang_up_after_record, Usb_Cut::hang_up, faults.hang_up_after_record},
+              {&faults.off_after_record, Usb_Cut::off, faults.off_after_record + 1}}) {
+            if (*knob < 0 || record < first_lost) continue;
+            *knob = -1;
+            usb_cutting = true;
+            usb_after_read = cut;
+            return true;
+        }
+        return false;
+    }
+
+    std::optional<Bytes> Usb_Read(usb::Pipe& pipe, std::size_t max) {
+        std::optional<Bytes> transfer = pipe.Take(max);
+        if (transfer || usb_bulk.Has_Unread()) return transfer;
+        const Usb_Cut cut = std::exchange(usb_after_read, Usb_Cut::none);
+        if (cut == Usb_Cut::hang_up && line) line->Hang_Up();
+        if (cut == Usb_Cut::off) Power_Off();
+        return transfer;
     }
 
     void Usb_Packet(const Bytes& packet) {
@@ -835,9 +883,17 @@ void Unit::Usb_Host_Wrote(const Bytes& usb_packet) {
     impl_->Usb_Packet(usb_packet);
 }
 
-Bytes Unit::Usb_Interrupt_Read(std::size_t max) { return impl_->usb_interrupt.Read(max); }
+Bytes Unit::Usb_Interrupt_Read(std::size_t max) { return Usb_Interrupt_Transfer(max).value_or(Bytes()); }
 
-Bytes Unit::Usb_Bulk_Read(std::size_t max) { return impl_->usb_bulk.Read(max); }
+Bytes Unit::Usb_Bulk_Read(std::size_t max) { return Usb_Bulk_Transfer(max).value_or(Bytes()); }
+
+std::optional<Bytes> Unit::Usb_Interrupt_Transfer(std::size_t max) {
+    return impl_->Usb_Read(impl_->usb_interrupt, max);
+}
+
+std::optional<Bytes> Unit::Usb_Bulk_Transfer(std::size_t max) { return impl_->Usb_Read(impl_->usb_bulk, max); }
+
+Bytes Dle_Etx_Noise() { return {0x10, 0x03, 0x55, 0x10, 0x41, 0x07, 0x10, 0x10, 0x03, 0x00}; }
 
 Data_Set Unit::Visible_Data() const {
     const Profile& p = impl_->profile;

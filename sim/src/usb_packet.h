@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <deque>
+#include <optional>
 
 #include "trekcom/types.h"
 #include "wire.h"
@@ -65,9 +66,12 @@ public:
     void Put(Bytes packet) {
         if (!packet.empty()) packets_.push_back(std::move(packet));
     }
+    // A zero-length packet: a transfer that ends with no data in it.
+    void Put_Zero_Length() { packets_.emplace_back(); }
 
-    Bytes Read(std::size_t max) {
-        if (packets_.empty() || max == 0) return {};
+    // One transfer: nothing when no packet waits, empty for a zero-length packet.
+    std::optional<Bytes> Take(std::size_t max) {
+        if (packets_.empty() || max == 0) return std::nullopt;
         const Bytes& front = packets_.front();
         const std::size_t n = std::min(max, front.size() - offset_);
         const auto from = front.begin() + static_cast<std::ptrdiff_t>(offset_);
@@ -79,6 +83,8 @@ public:
         }
         return out;
     }
+
+    Bytes Read(std::size_t max) { return Take(max).value_or(Bytes()); }
 
     // Drops what the host has not started to read; a packet it is halfway
     // through stays whole, or the host would lose track of packet starts.

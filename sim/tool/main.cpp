@@ -27,7 +27,7 @@ int main(int argc, char** argv) {
     std::size_t gen_track = 0;
     Options options;
     Faults faults;
-    bool any_baud = false, list = false, trace = false, line_stats = false;
+    bool any_baud = false, list = false, trace = false, line_stats = false, dle_etx_noise = false;
     app.add_option("--link", link_path, "Path of the link to the pty's slave end (the host's port)");
     app.add_option("--profile", profile_name, "Unit profile (--list-profiles)");
     app.add_flag("--list-profiles", list, "List the profiles and exit");
@@ -47,8 +47,11 @@ int main(int argc, char** argv) {
     app.add_option("--corrupt-every", faults.corrupt_every, "Corrupt the checksum of every Kth packet sent");
     app.add_option("--drop-byte-every", faults.drop_byte_every, "Drop one byte of every Kth packet sent");
     app.add_option("--garbage", garbage, "Bytes written before every packet");
+    app.add_flag("--dle-etx-noise", dle_etx_noise, "Write noise holding DLE ETX before every packet (after --garbage)");
     app.add_option("--stall-after", faults.stall_after_record, "Go silent after record K of the next transfer");
     app.add_option("--hang-up-after", faults.hang_up_after_record, "Close the line after record K of the next transfer");
+    app.add_option("--off-after", faults.off_after_record,
+                   "Switch off after record K of the next transfer (see --power-on-after)");
     CLI11_PARSE(app, argc, argv);
 
     if (list) {
@@ -82,6 +85,10 @@ int main(int argc, char** argv) {
     }
     options.mode = mode == "nmea" ? Output_Mode::nmea : mode == "text" ? Output_Mode::text : Output_Mode::garmin;
     faults.garbage.assign(garbage.begin(), garbage.end());
+    if (dle_etx_noise) {
+        const trekcom::Bytes noise = Dle_Etx_Noise();
+        faults.garbage.insert(faults.garbage.end(), noise.begin(), noise.end());
+    }
 
     // Signals arrive only inside the loop's ppoll, so none is missed between checks.
     sigset_t block;

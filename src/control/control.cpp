@@ -43,13 +43,16 @@ void Control::Raise_Receive(const Bytes& packet) {
 }
 
 void Control::Raise_Error(std::int16_t code, const std::string& message, const Bytes& packet) {
-    if (!sink) return;
-    std::int16_t cErr = code;
-    std::string text = message;
-    Bytes bytes = packet;
-    sink->cError(cErr, text, bytes);
-    std::string as_text = Bytes2String(bytes);
-    sink->vcError(cErr, text, as_text);
+    if (sink) {
+        std::int16_t cErr = code;
+        std::string text = message;
+        Bytes bytes = packet;
+        sink->cError(cErr, text, bytes);
+        std::string as_text = Bytes2String(bytes);
+        sink->vcError(cErr, text, as_text);
+    }
+    // The link has given up: a download still open has ended with it.
+    engine.Close_Tally();
 }
 
 void Control::Raise_HexDebug(const std::string& text) {
@@ -135,9 +138,15 @@ void TrekcomCtl::Start_of_Records(std::int16_t& ocount) { impl_->engine.Start_of
 void TrekcomCtl::End_of_Records() { impl_->engine.End_of_Records(); }
 
 std::shared_ptr<cProduct_Data> TrekcomCtl::Product_Data() const { return impl_->engine.Product_Data; }
-void TrekcomCtl::Product_Data(std::shared_ptr<cProduct_Data> value) { impl_->engine.Product_Data = std::move(value); }
+// Identification, the dispatcher and the counts write into these objects
+// at any time: a null one is taken as a fresh, empty object.
+void TrekcomCtl::Product_Data(std::shared_ptr<cProduct_Data> value) {
+    impl_->engine.Product_Data = value ? std::move(value) : std::make_shared<cProduct_Data>();
+}
 std::shared_ptr<cRecord_Counts> TrekcomCtl::Counts() const { return impl_->engine.Counts; }
-void TrekcomCtl::Counts(std::shared_ptr<cRecord_Counts> value) { impl_->engine.Counts = std::move(value); }
+void TrekcomCtl::Counts(std::shared_ptr<cRecord_Counts> value) {
+    impl_->engine.Counts = value ? std::move(value) : std::make_shared<cRecord_Counts>();
+}
 std::shared_ptr<Collection<cWaypoint>> TrekcomCtl::Waypoints() const { return impl_->engine.Waypoints(); }
 std::shared_ptr<Collection<cRoute>> TrekcomCtl::Routes() const { return impl_->engine.Routes(); }
 std::shared_ptr<Collection<cTrack>> TrekcomCtl::Tracks() const { return impl_->engine.Tracks(); }

@@ -13,6 +13,7 @@ void Control::USB_USBReceived(Bytes& Packet, Bytes& usbpacket) {
     if (link.RawSuppressed && type == cUSB::kApplication_Layer && id != ids.PID_Records) return;
     link.Trace_Packet(usbpacket, "I");
     if (Packet.size() > 1 && type == cUSB::kApplication_Layer) {
+        link.Stop_Watchdog();  // the receiver answered
         Dispatch_Packet(Packet);
         Raise_Receive(Packet);
     }
@@ -26,16 +27,20 @@ void Control::USB_USBError(std::int16_t& seq, std::string& message, Bytes& Packe
     // Without a host to plug the receiver in, a device search ends here.
     if (!sink) {
         seq = 0;
-        return;
+    } else {
+        sink->cError(seq, message, Packet);
+        std::string as_text = Bytes2String(Packet);
+        sink->vcError(seq, message, as_text);
     }
-    sink->cError(seq, message, Packet);
-    std::string as_text = Bytes2String(Packet);
-    sink->vcError(seq, message, as_text);
+    // The transport has given up: a download still open has ended with it.
+    engine.Close_Tally();
 }
 
 bool Control::USB_Wait(std::uint8_t expected, std::int32_t wait_time) {
     if (wait_time < 1) wait_time = link.Time_Out();
     const double until = platform->Now_ms() + link::Link::Wait_Period_ms(wait_time);
+    // The timers' polls keep away from the answer while this waits for it.
+    const cUSB::Exchange_Scope exchange(*usb);
     for (;;) {
         // A read further down the stack is assembling: its packets are ours too.
         if (usb->Busy()) return false;

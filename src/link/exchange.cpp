@@ -83,10 +83,9 @@ bool Link::Send_Packet(Bytes packet, std::uint8_t& Response, std::int32_t WaitTi
         const bool command = id == ids_.PID_Command_Data && packet[2] >= 1;
         const bool no_answer = (command && (packet[3] == ids_.CMND_Turn_Off_Pwr || packet[3] == ids_.CMND_Stop_Pvt_Data)) ||
                                id == ids_.PID_Xfer_Cmplt || UserFlowControl;
-        // USB has no link acknowledgement (Port 0): nothing would stop the
-        // watchdog, which would re-send a packet the receiver took and then
-        // fail a healthy exchange. USB reads bound their own waits.
-        if (no_answer || !Serial()) Stop_Watchdog();
+        // On USB (Port 0) the watchdog runs too: a packet read from the
+        // receiver stops it (Stop_Watchdog from the USB receive handler).
+        if (no_answer) Stop_Watchdog();
     }
 
     auto write = [&] {

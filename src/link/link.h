@@ -111,6 +111,9 @@ public:
     bool Send_Packet(Bytes packet, std::uint8_t& Response, std::int32_t WaitTime);
     bool Wait_Response(std::uint8_t expected, std::int32_t WaitTime);
     void Watchdog_Tick();
+    // Stops the watchdog (RetryCount 0): a packet came. The USB receive
+    // handler calls it for every packet, as the parser does for a frame.
+    void Stop_Watchdog();
     void No_Response();
     void Send(const Bytes& packet, std::uint8_t Response, std::int32_t WaitTime);
     void Reset();
@@ -133,7 +136,6 @@ private:
     void Arrived(std::uint8_t id, bool nak);
     void Refuse(const Bytes& packet);
     void Line_Path(std::size_t line_start);
-    void Stop_Watchdog();
     void Restart_Watchdog();
     void Write_Wire(const Bytes& packet);
     void Answer(Bytes& templ, std::uint8_t id, bool remember);

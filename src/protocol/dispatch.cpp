@@ -18,6 +18,7 @@ constexpr std::uint8_t kIcon_Packet_2 = 125;
 void Engine::Dispatch_Packet(const Bytes& packet) {
     if (packet.size() < 2) return;
     const std::uint8_t id = packet[1];
+    if (tally_.open && Command_Of_Record(id) != ids_.CMND_Reset_Transfer) ++tally_.received;
     // The ids are the ones in force, so an L002 unit is routed by its own
     // numbers. Where two of them coincide, the first row wins: the order is
     // part of the behaviour.
@@ -27,6 +28,7 @@ void Engine::Dispatch_Packet(const Bytes& packet) {
         On_Track_Point(packet);
     } else if (id == ids_.PID_Records) {
         Incoming_Records_Count = records::Pkt2Int(packet, 3);
+        Open_Tally(packet);
     } else if (id == ids_.PID_Product_Data) {
         Process_Product_Data(packet);
     } else if (id == kExt_Product_Data) {
@@ -77,6 +79,7 @@ void Engine::Complete_Transfer(const Bytes& packet) {
     if (link_.RawSuppressed) return;
     // The data names the command the transfer answered; only its low byte counts.
     if (packet.size() < 4 || packet[2] < 1) return;
+    Close_Tally();
     const std::uint8_t command = packet[3];
     if (command == ids_.CMND_Transfer_Wpt || command == ids_.CMND_Transfer_Prx) {
         // Proximity waypoints share the waypoint collection and event.

@@ -93,6 +93,9 @@ public:
     bool Protocol_Array_Received = false;
     // The count of the last records packet; -1 while Request_Counts waits for one.
     std::int16_t Incoming_Records_Count = 0;
+    // The error a download reports when it ends with another number of
+    // records than it announced.
+    static constexpr std::int16_t kIncomplete_Transfer = 7;
     // The rate the receiver answered a baud change with.
     std::int32_t Baud_Reply = 0;
     // Set by a refused upload once it has reported, so a batch reports once.
@@ -137,6 +140,10 @@ public:
     void Request_Counts();
     void Start_of_Records(std::int16_t& ocount);
     void End_of_Records();
+    // The end of a download's count: its completion packet, or an error (the
+    // link or the USB transport gave up). Error 7 when the number of records
+    // that arrived is not the number announced; nothing when none is open.
+    void Close_Tally();
 
     // ---- prebuilt packets, laid out as serial frames (DLE, id, size, data)
     struct Prebuilt {
@@ -190,6 +197,16 @@ private:
     bool Exchange(const Bytes& packet, std::uint8_t response, std::int32_t wait_time);
     void Download(Transfer_Kind kind, Bytes Prebuilt::*command);
     void Complete_Transfer(const Bytes& packet);
+    // The download between its records packet and its end: what the unit
+    // announced and what arrived.
+    struct Tally {
+        bool open = false;
+        std::uint16_t announced = 0;  // as the records packet carries it
+        std::uint32_t received = 0;
+        Bytes records_packet;
+    };
+    Tally tally_;
+    void Open_Tally(const Bytes& records_packet);
     std::uint8_t Command_Of_Record(std::uint8_t pid) const;
     // What every request does first: clear the flags, identify the unit again.
     void Begin_Request();

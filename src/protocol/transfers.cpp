@@ -1,5 +1,8 @@
 // Multi-record transfers: the download requests, the record counts, the
 // framing of uploads, and the prebuilt packets they send.
+#include <cstdlib>
+#include <utility>
+
 #include "link/framing.h"
 #include "protocol/engine.h"
 #include "records/fields.h"
@@ -15,6 +18,30 @@ constexpr std::int32_t kCount_Wait = 500;
 constexpr std::int32_t kUpload_Wait = 2;
 
 bool Blank(const std::string& protocol) { return protocol.find_first_not_of(' ') == std::string::npos; }
+
+// The records packet counts in 16 bits. A unit with more records than that
+// sends either the low 16 bits of its count or, in some firmware, the
+// largest count it can (65,535). So what arrives is counted in 32 bits and
+// compared in those 16 bits, and a count stuck at 65,535 is met by anything
+// from 65,535 up. Only a transfer short by a multiple of 65,536 records
+// passes unseen, and no count on the wire could tell that one apart.
+constexpr std::uint32_t kCount_Modulus = 0x10000;
+constexpr std::uint16_t kCount_Largest = 0xFFFF;
+
+bool Count_Met(std::uint16_t announced, std::uint32_t received) {
+    if (received % kCount_Modulus == announced) return true;
+    return announced == kCount_Largest && received >= kCount_Largest;
+}
+
+// The announced count as nearly as its 16 bits tell: the number with those
+// low bits that lies nearest to what arrived.
+std::uint32_t Announced_Total(std::uint16_t announced, std::uint32_t received) {
+    const std::int64_t base = std::int64_t{received} - received % kCount_Modulus + announced;
+    std::int64_t best = base;
+    for (std::int64_t candidate : {base - std::int64_t{kCount_Modulus}, base + std::int64_t{kCount_Modulus}})
+        if (candidate >= 0 && std::llabs(candidate - received) < std::llabs(best - received)) best = candidate;
+    return static_cast<std::uint32_t>(best);
+}
 
 // The completion packet names the transfer it closes, as the unit's own
 // completion packet does, in the command codes in force.
@@ -66,6 +93,8 @@ bool Engine::Exchange(const Bytes& packet, std::uint8_t response, std::int32_t w
 void Engine::Begin_Request() {
     link_.RawSuppressed = false;
     Error_Latch = false;
+    // A new request ends what the unit was sending: the host chose to stop it.
+    tally_ = {};
     // Every download identifies the unit again: it may have been swapped.
     Request_Product_Data();
 }
@@ -127,6 +156,26 @@ void Engine::Request_Counts() {
     // RawSuppressed stays set until the next request clears it.
     const cRecord_Counts c = *Counts;
     host_.Raise_ReceiveCounts(c.Waypoint_Records, c.Prox_Waypoint_records, c.Route_Records, c.Track_Records);
+}
+
+// ---------------------------------------------------------------- download counts
+
+void Engine::Open_Tally(const Bytes& records_packet) {
+    // While counting, the records packets only tell the counts.
+    if (link_.RawSuppressed) return;
+    tally_ = {true, static_cast<std::uint16_t>(records::Pkt2Int(records_packet, 3)), 0, records_packet};
+}
+
+void Engine::Close_Tally() {
+    if (!tally_.open) return;
+    const Tally t = std::move(tally_);
+    tally_ = {};  // closed before reporting: the report may end the download again
+    if (Count_Met(t.announced, t.received)) return;
+    std::string message = host_.xLate("Incomplete transfer: %1 of %2 records received");
+    for (const auto& [mark, value] :
+         {std::pair{"%1", std::to_string(t.received)}, {"%2", std::to_string(Announced_Total(t.announced, t.received))}})
+        if (const std::size_t at = message.find(mark); at != std::string::npos) message.replace(at, 2, value);
+    host_.Raise_Error(kIncomplete_Transfer, message, t.records_packet);
 }
 
 // ---------------------------------------------------------------- uploads

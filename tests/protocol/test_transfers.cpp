@@ -66,6 +66,68 @@ INSTANTIATE_TEST_SUITE_P(Profiles, Counts,
 // The product table moves every id to L002 but the proximity ones: such a
 // unit is asked with the A010 code 3 and the simulator, which expects 17,
 // stays silent. Identified by its capability array it gets 17.
+// The records packet counts in 16 bits; what arrives is counted in full and
+// compared in those 16 bits (a count stuck at 65,535 met by anything from
+// there up). A mismatch names the count arrived and the nearest announced one.
+TEST_F(Protocol_Test, DownloadCountIsCheckedInSixteenBits) {
+    struct Case {
+        std::uint16_t announced;
+        std::uint32_t sent;
+        const char* report;  // null: the transfer is whole
+    };
+    const Case cases[] = {
+        {6, 6, nullptr},
+        {6, 5, "Incomplete transfer: 5 of 6 records received"},
+        {6, 7, "Incomplete transfer: 7 of 6 records received"},
+        {0, 0, nullptr},
+        {0, 65536, nullptr},
+        {70000 % 65536, 70000, nullptr},
+        {70000 % 65536, 69999, "Incomplete transfer: 69999 of 70000 records received"},
+        {65535, 65535, nullptr},
+        {65535, 100000, nullptr},
+        {65535, 65534, "Incomplete transfer: 65534 of 65535 records received"},
+        {40000, 39999, "Incomplete transfer: 39999 of 40000 records received"},
+    };
+    const Bytes point = link::Make_Packet(ctl.PID_Trk_Data(), Bytes(24, 0));
+    for (const Case& c : cases) {
+        rec.errors.clear();
+        ctl.Tracks()->Clear();
+        C().Dispatch_Packet(link::Make_Packet(ctl.PID_Records(), {static_cast<std::uint8_t>(c.announced),
+                                                                   static_cast<std::uint8_t>(c.announced >> 8)}));
+        for (std::uint32_t i = 0; i < c.sent; ++i) C().Dispatch_Packet(point);
+        C().Dispatch_Packet(link::Make_Packet(ctl.PID_Xfer_Cmplt(), {ctl.CMND_Transfer_Trk(), 0}));
+        if (!c.report) {
+            EXPECT_TRUE(rec.errors.empty()) << c.sent << ": " << rec.errors.front().message;
+            continue;
+        }
+        ASSERT_EQ(rec.errors.size(), 1u) << c.sent;
+        EXPECT_EQ(rec.errors[0].code, 7);
+        EXPECT_EQ(rec.errors[0].message, c.report);
+        EXPECT_EQ(ctl.Tracks()->Count(), static_cast<std::int32_t>(c.sent));  // kept all the same
+    }
+}
+
+// Identification, the dispatcher and the counts write into Product_Data and
+// Counts; a host that set them to null gets fresh objects filled, not a crash.
+TEST_F(Protocol_Test, NullProductDataAndCountsAreFilledAfresh) {
+    auto unit = Attach_Unit(sim::Profile::Named("current"));
+    ctl.Product_Data(nullptr);
+    ctl.Counts(nullptr);
+    ASSERT_TRUE(ctl.Product_Data());
+    ASSERT_TRUE(ctl.Counts());
+    ctl.Request_Counts();
+    EXPECT_EQ(ctl.Counts()->Waypoint_Records, static_cast<std::int16_t>(unit->Sim().Data().waypoints.size()));
+    EXPECT_EQ(ctl.Product_Data()->Product_ID, unit->Sim().Unit_Profile().product_id);
+    ctl.Product_Data(nullptr);
+    C().Dispatch_Packet(link::Make_Packet(ctl.PID_Unit_ID(), {1, 0, 0, 0}));
+    EXPECT_EQ(ctl.Product_Data()->Unit_ID, "1");
+    ctl.Product_Data(nullptr);
+    ctl.Request_Waypoints();
+    EXPECT_TRUE(vp->Run_Until([&] { return rec.waypoints == 1; }, 30000));
+    EXPECT_EQ(ctl.Product_Data()->Product_ID, unit->Sim().Unit_Profile().product_id);
+    EXPECT_TRUE(rec.errors.empty());
+}
+
 TEST_F(Protocol_Test, L002ProximityDependsOnHowTheUnitWasIdentified) {
     Attach_Unit(sim::Profile::Named("l002"));
     ctl.Request_Prox_Waypoints();

@@ -194,8 +194,19 @@ protected:
         std::vector<sim::Route> want = visible.routes;
         // The route waypoints of such a unit come with an id the control does
         // not route: its routes arrive as bare headers.
-        if (Table_L002(p))
-            for (sim::Route& r : want) r.points.clear();
+        if (Table_L002(p)) {
+            std::size_t lost = 0;
+            for (sim::Route& r : want) {
+                lost += r.points.size();
+                r.points.clear();
+            }
+            // ...and the control says so: the unit counted them.
+            ASSERT_EQ(rec.errors.size(), 1u);
+            EXPECT_EQ(rec.errors[0].code, 7);
+            EXPECT_EQ(rec.errors[0].message, "Incomplete transfer: " + std::to_string(want.size()) + " of " +
+                                                 std::to_string(want.size() + lost) + " records received");
+            rec.errors.clear();
+        }
         EXPECT_EQ(As_Unit_Reads(p, got).routes, want);
         // A route's waypoints are the ones in Waypoints, shared.
         if (!routes.empty() && routes.back()->Waypoints->Count() > 0) {

@@ -208,6 +208,14 @@ TEST_F(Tool, FailuresGiveTheirCodeAndOneLine) {
     EXPECT_EQ(silent.err, std::string("trekcom: timeout: no receiver answers on ") + name +
                               " (No response from device)\n");
 
+    // A unit that falls silent after two of its waypoints: the tool says how many came.
+    Sim_Process stalling(scratch.path, {"--stall-after", "2"});
+    ASSERT_TRUE(stalling.Ready());
+    const Result stalled = Run_Tool(scratch, {"--port", stalling.Link(), "--timeout", "2000", "get", "waypoints"});
+    EXPECT_EQ(stalled.code, 8);
+    EXPECT_EQ(stalled.err, "trekcom: waypoints: Incomplete transfer: 2 of " +
+                               std::to_string(builtin.waypoints.size()) + " records received\n");
+
     const Result unsupported = Sim({"get", "flightbook"});
     EXPECT_EQ(unsupported.code, 5);
     EXPECT_EQ(unsupported.err, "trekcom: unsupported kind: TREKSIM 60 Software Version 3.80 has no flightbook\n");

@@ -6,6 +6,7 @@
 
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,8 @@ struct Sim_Usb_Receiver : sim::Line {
     void Send(const Bytes&, double) override {}
     void Wake_At(double) override {}
     void Cancel_Wake() override {}
+    // The unit's hang-up on USB: the cable is pulled.
+    void Hang_Up() override { present = false; }
 
     Platform& platform;
     sim::Unit unit;
@@ -37,6 +40,8 @@ struct Sim_Usb_Receiver : sim::Line {
     bool reset_fails = false;
     int swallow_session_starts = 0;  // the next N Start Session requests get no answer
     int vanish_after_bulk_reads = -1;  // the receiver goes away after N bulk reads
+    int slow_answers = 0;              // after each write, N interrupt reads find nothing yet
+    int not_yet = 0;
     std::deque<Bytes> interrupt_blocks;  // read before anything the unit sends
     std::vector<Bytes> written;
     long searches = 0, resets = 0, interrupt_reads = 0, bulk_reads = 0;
@@ -78,12 +83,15 @@ public:
             return Usb_Status::gone;
         }
         r_->unit.Wake();
-        out = r_->unit.Usb_Bulk_Read(max);
-        return out.empty() ? Usb_Status::timed_out : Usb_Status::ok;
+        std::optional<Bytes> transfer = r_->unit.Usb_Bulk_Transfer(max);
+        if (!transfer) return Lost() ? Usb_Status::gone : Usb_Status::timed_out;
+        out = std::move(*transfer);  // empty: a zero-length packet
+        return Usb_Status::ok;
     }
     Usb_Status Write(const Bytes& packet) override {
         if (Lost()) return Usb_Status::gone;
         r_->written.push_back(packet);
+        r_->not_yet = r_->slow_answers;
         const bool session_start = packet.size() >= 12 && packet[0] == 0 && packet[4] == 5;
         if (session_start && r_->swallow_session_starts > 0) {
             --r_->swallow_session_starts;
@@ -108,12 +116,20 @@ private:
             if (driver.Lost()) return Usb_Status::gone;
             Sim_Usb_Receiver& r = *driver.r_;
             ++r.interrupt_reads;
+            if (r.not_yet > 0) {
+                --r.not_yet;
+                return Usb_Status::timed_out;
+            }
             if (!r.interrupt_blocks.empty()) {
                 block = std::move(r.interrupt_blocks.front());
                 r.interrupt_blocks.pop_front();
             } else {
                 r.unit.Wake();
-                block = r.unit.Usb_Interrupt_Read(kInterrupt_Block);
+                std::optional<Bytes> transfer = r.unit.Usb_Interrupt_Transfer(kInterrupt_Block);
+                if (!transfer) return driver.Lost() ? Usb_Status::gone : Usb_Status::timed_out;
+                block = std::move(*transfer);  // empty: a zero-length packet
+                at_once = true;
+                return Usb_Status::ok;
             }
             at_once = !block.empty();
             return block.empty() ? Usb_Status::timed_out : Usb_Status::ok;

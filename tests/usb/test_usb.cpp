@@ -4,6 +4,7 @@
 // with the same requests over a serial line.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 #include "control/control.h"
@@ -165,13 +166,16 @@ TEST_F(Usb_Transport, SessionStartAndDeviceThatVanishesMidTransfer) {
     receiver->vanish_after_bulk_reads = 3;
     EXPECT_TRUE(usb.Write_Packet({16, 10, 2, 7, 0, 0, 16, 3}));  // waypoints, please
     const double start = vp->Now_ms();
-    EXPECT_FALSE(usb.Read_Packets(27));
+    EXPECT_TRUE(usb.Read_Packets(27));  // the records packet came before the device went
     EXPECT_LT(vp->Now_ms() - start, 1000);
     ASSERT_EQ(rec.errors.size(), 1u);
     EXPECT_EQ(rec.errors[0].second, "USB device read failed");
     EXPECT_FALSE(usb.Is_Open());
-    // A transfer read only in part is not handed on.
-    EXPECT_TRUE(rec.serial.empty());
+    // What was read whole before the device went is handed on: the records
+    // packet and the first two records.
+    ASSERT_EQ(rec.serial.size(), 3u);
+    EXPECT_EQ(rec.serial[0][1], 27);
+    EXPECT_EQ(rec.serial[1][1], 35);
 }
 
 // A control on Port 0, its events recorded.
@@ -261,6 +265,206 @@ TEST_F(Usb_Control, SessionThatFailsGetsOneReset) {
     EXPECT_EQ(rec.errors[0].message, "USB Device failed to reset after error");
     EXPECT_EQ(rec.errors[1].message, "USB connection failure");
 }
+
+// ---------------------------------------------------------------- faults mid-transfer
+
+// A receiver on USB that fails in the middle of a record transfer, kind by
+// kind: the download ends within bounded (virtual) time with the transport's
+// error and the control's count report, the records read before the fault
+// stay in their collection, and once the receiver is back a new download is
+// whole. Zero-length packets after every packet cost nothing.
+constexpr int kRecord_K = 1;
+
+struct Usb_Fault {
+    const char* name;
+    void (*arm)(Sim_Usb_Receiver&);
+    const char* error;  // the transport's report; null: the transfer completes
+};
+
+const Usb_Fault kUsb_Faults[] = {
+    {"stall", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().stall_after_record = kRecord_K; },
+     "No response from device"},
+    // The cable goes with record K + 1 on it.
+    {"hang_up", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().hang_up_after_record = kRecord_K + 1; },
+     "USB device read failed"},
+    {"switched_off", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().off_after_record = kRecord_K; },
+     "No response from device"},
+    // Pulled out by the user: the records packet and K records were read.
+    {"unplugged", [](Sim_Usb_Receiver& r) { r.vanish_after_bulk_reads = r.bulk_reads + kRecord_K + 1; },
+     "USB device read failed"},
+    {"zero_length_packets", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().usb_zero_length = true; }, nullptr},
+};
+
+struct Usb_Kind {
+    const char* name;
+    void (TrekcomCtl::*request)();
+    std::int32_t (*items)(TrekcomCtl&);  // what its collection holds
+};
+
+const Usb_Kind kUsb_Kinds[] = {
+    {"waypoints", &TrekcomCtl::Request_Waypoints, [](TrekcomCtl& c) { return c.Waypoints()->Count(); }},
+    // Route headers and waypoints; the links fill the current route in place.
+    {"routes", &TrekcomCtl::Request_Routes,
+     [](TrekcomCtl& c) {
+         std::int32_t n = c.Routes()->Count();
+         for (const auto& r : *c.Routes()) n += r->Waypoints->Count();
+         return n;
+     }},
+    {"tracks", &TrekcomCtl::Request_Tracks, [](TrekcomCtl& c) { return c.Tracks()->Count(); }},
+    {"laps", &TrekcomCtl::Request_Laps, [](TrekcomCtl& c) { return c.Laps()->Count(); }},
+};
+
+class Usb_Faults : public Usb_Control, public ::testing::WithParamInterface<std::tuple<Usb_Kind, Usb_Fault>> {
+protected:
+    // The count the last records packet announced, and the packets of the
+    // transfer after it (the completion aside).
+    std::pair<int, int> Announced_And_Arrived(std::size_t from) const {
+        int announced = -1, arrived = 0;
+        for (std::size_t i = from; i < rec.received.size(); ++i) {
+            const Bytes& p = rec.received[i];
+            if (p[1] == ctl.PID_Records()) {
+                announced = p[3] | (p[4] << 8);
+                arrived = 0;
+            } else if (p[1] != ctl.PID_Xfer_Cmplt()) {
+                ++arrived;
+            }
+        }
+        return {announced, arrived};
+    }
+};
+
+TEST_P(Usb_Faults, DownloadEndsWithTheErrorAndKeepsWhatCame) {
+    const auto& [kind, fault] = GetParam();
+    ctl.Request_Product_Data();
+    ASSERT_TRUE(rec.errors.empty());
+    fault.arm(*receiver);
+    const double start = vp->Now_ms();
+    const std::size_t from = rec.received.size();
+    (ctl.*kind.request)();
+    // The transport reads the whole transfer inside the request.
+    EXPECT_LT(vp->Now_ms() - start, 15000);
+    const auto [announced, arrived] = Announced_And_Arrived(from);
+    ASSERT_GT(announced, kRecord_K + 1) << (rec.errors.empty() ? "" : rec.errors[0].message);
+    if (!fault.error) {
+        EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+        EXPECT_EQ(arrived, announced);
+    } else {
+        EXPECT_EQ(arrived, kRecord_K);
+        ASSERT_EQ(rec.errors.size(), 2u) << rec.errors[0].message << " | " << rec.errors.back().message;
+        EXPECT_EQ(rec.errors[0].message, fault.error);
+        EXPECT_EQ(rec.errors[1].code, 7);
+        EXPECT_EQ(rec.errors[1].message, "Incomplete transfer: " + std::to_string(kRecord_K) + " of " +
+                                             std::to_string(announced) + " records received");
+    }
+    if (std::string(kind.name) != "routes") {
+        EXPECT_EQ(kind.items(ctl), arrived);
+    }
+    // Nothing more comes of it.
+    const std::size_t events = rec.order.size();
+    vp->Advance(30000);
+    EXPECT_EQ(rec.order.size(), events);
+
+    // Back on, plugged in: the next download is whole.
+    receiver->present = true;
+    receiver->vanish_after_bulk_reads = -1;
+    receiver->unit.Power_On();
+    rec.errors.clear();
+    const std::size_t again = rec.received.size();
+    (ctl.*kind.request)();
+    const auto [announced_again, arrived_again] = Announced_And_Arrived(again);
+    EXPECT_EQ(arrived_again, announced_again);
+    EXPECT_EQ(announced_again, announced);
+    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, Usb_Faults,
+                         ::testing::Combine(::testing::ValuesIn(kUsb_Kinds), ::testing::ValuesIn(kUsb_Faults)),
+                         [](const auto& info) {
+                             return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
+                         });
+
+// A packet sent on USB without a wait arms the watchdog as on a serial line:
+// unanswered, it goes once more, then the host hears "No response".
+TEST_F(Usb_Control, AnUnansweredSendEndsWithNoResponse) {
+    ctl.Request_Product_Data();
+    ASSERT_TRUE(rec.errors.empty());
+    const std::size_t before = receiver->written.size();
+    ctl.Send(link::Make_Packet(ctl.PID_Command_Data(), {99, 0}));  // a command the unit does not know
+    vp->Advance(3 * ctl.Time_Out());
+    EXPECT_EQ(receiver->written.size(), before + 2);
+    ASSERT_EQ(rec.errors.size(), 1u);
+    EXPECT_EQ(rec.errors[0].message, "No response from device");
+    vp->Advance(10000);
+    EXPECT_EQ(receiver->written.size(), before + 2);
+    EXPECT_EQ(rec.errors.size(), 1u);
+}
+
+// ---------------------------------------------------------------- requests beside polling
+
+// In asynchronous mode the host polls USB every millisecond, in PVT mode
+// every second. A request made meanwhile gets its own reply: the poll must
+// not read it away from the request's wait.
+enum class Polling { async, pvt };
+
+class Usb_Polling : public Usb_Control, public ::testing::WithParamInterface<Polling> {
+protected:
+    std::size_t Received(std::uint8_t id) const {
+        return static_cast<std::size_t>(
+            std::count_if(rec.received.begin(), rec.received.end(), [id](const Bytes& p) { return p[1] == id; }));
+    }
+    bool Written(std::uint16_t id) const {
+        return std::any_of(receiver->written.begin(), receiver->written.end(),
+                           [id](const Bytes& u) { return u.size() >= 12 && u[0] == 20 && (u[4] | (u[5] << 8)) == id; });
+    }
+};
+
+TEST_P(Usb_Polling, RequestsGetTheirRepliesWhileTheHostPolls) {
+    const bool async = GetParam() == Polling::async;
+    ctl.Request_Product_Data();
+    async ? ctl.Async_Start() : ctl.Pvt_Data_Start();
+    const long reads = receiver->interrupt_reads;
+    vp->Advance(3 * ctl.Time_Out());
+    // Asynchronous mode reads about every millisecond; the PVT stream keeps
+    // the watchdog of its start command quiet.
+    EXPECT_GT(receiver->interrupt_reads - reads, async ? 1000 : 1);
+    EXPECT_EQ(receiver->unit.Pvt_On(), !async);
+    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+
+    // Requests at many points of the poll's period, to a unit whose answers
+    // come during the write's pause or only during the wait.
+    for (int round = 0; round < 100; ++round) {
+        receiver->slow_answers = round % 2 ? 0 : 3;
+        ctl.Date_Time(std::make_shared<cDate_Time>());
+        ctl.Request_Date_Time();
+        EXPECT_GE(ctl.Date_Time()->year, 2000);
+        if (round % 10 == 0) {
+            const int before = rec.waypoints;
+            ctl.Request_Waypoints();
+            EXPECT_TRUE(vp->Run_Until([&] { return rec.waypoints == before + 1; }, 5000));
+            EXPECT_EQ(ctl.Waypoints()->Count(), static_cast<std::int32_t>(receiver->unit.Data().waypoints.size()));
+        }
+        vp->Advance(7);
+    }
+    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+    if (!async) {
+        EXPECT_GE(Received(ctl.PID_Pvt_Data()), 5u);  // the stream went on meanwhile
+    }
+
+    // Stopped: the unit is told, and the polling ends.
+    async ? ctl.Async_Stop() : ctl.Pvt_Data_Stop();
+    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+    if (async) {
+        EXPECT_TRUE(Written(28));  // asynchronous messages off
+    }
+    EXPECT_FALSE(receiver->unit.Pvt_On());
+    const long stopped = receiver->interrupt_reads;
+    vp->Advance(5000);
+    EXPECT_EQ(receiver->interrupt_reads, stopped);
+    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, Usb_Polling, ::testing::Values(Polling::async, Polling::pvt),
+                         [](const auto& info) { return info.param == Polling::async ? "async" : "pvt"; });
 
 // The same requests over a serial line and over USB give the same packets.
 // What a host learns from identification and three downloads: the product

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -76,9 +77,18 @@ struct Faults {
     int corrupt_every = 0;        // every Kth data packet sent has a wrong checksum
     int drop_byte_every = 0;      // every Kth data packet sent loses one byte
     Bytes garbage;                // written before every packet the unit sends
-    int stall_after_record = -1;    // next transfer: go silent after record K (once)
-    int hang_up_after_record = -1;  // next transfer: close the line after record K (once)
+    // The next transfer, once: go silent after record K; close the line (on
+    // USB: unplugged) as record K goes out, so it is lost; switch off after
+    // record K. On USB the host reads the records kept before it happens.
+    int stall_after_record = -1;
+    int hang_up_after_record = -1;
+    int off_after_record = -1;
+    bool usb_zero_length = false;  // USB: every packet on either pipe is followed by a zero-length packet
 };
+
+// Line noise that holds DLE ETX: a bare one, and a frame start whose stuffed
+// DLE runs into an ETX. For Faults::garbage.
+Bytes Dle_Etx_Noise();
 
 struct Options {
     std::int32_t baud = 9600;
@@ -177,6 +187,10 @@ public:
     void Usb_Host_Wrote(const Bytes& usb_packet);
     Bytes Usb_Interrupt_Read(std::size_t max = 64);
     Bytes Usb_Bulk_Read(std::size_t max);
+    // The same reads as USB transfers: nothing when nothing waits, empty for
+    // a zero-length packet (Faults::usb_zero_length).
+    std::optional<Bytes> Usb_Interrupt_Transfer(std::size_t max = 64);
+    std::optional<Bytes> Usb_Bulk_Transfer(std::size_t max);
 
     // Sees every packet: 'H' from the host (good frames), 'U' from the unit.
     void Trace_Handler(std::function<void(char from, std::uint8_t id, const Bytes& data)> handler);

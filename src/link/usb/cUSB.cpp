@@ -31,6 +31,8 @@ constexpr std::size_t kBulk_Buffer = 4096;
 // One read collects at most this many blocks: a receiver that never stops
 // talking still ends the read.
 constexpr std::size_t kMax_Blocks = 200000;
+// Zero-length packets read past in one read of the interrupt pipe.
+constexpr int kMax_Zero_Lengths = 64;
 
 std::uint32_t Le32(const std::uint8_t* p) {
     return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
@@ -298,12 +300,16 @@ bool cUSB::Write_Packet(const Bytes& packet, int wait_mode) {
         return false;
     }
     ++stats_.packets_sent;
-    if (wait_mode != 2) Pause(kWrite_Pause_ms);
+    if (wait_mode != 2) {
+        // The answer may come during the pause: it is the writer's to read.
+        Exchange_Scope exchange(*this);
+        Pause(kWrite_Pause_ms);
+    }
     return true;
 }
 
 bool cUSB::Read_Packets(std::uint16_t expected, std::uint16_t second) {
-    if (busy_) return false;
+    if (busy_ || (expected == 0 && exchanges_ > 0)) return false;
     // The link's acknowledgement and the bare protocol answers have no USB
     // counterpart: waiting for them succeeds at once.
     if (expected == kSession_Started || expected == kData_Available) return true;
@@ -315,36 +321,51 @@ bool cUSB::Read_Packets(std::uint16_t expected, std::uint16_t second) {
     std::vector<Bytes> blocks;
     Bytes block;
     std::int32_t count = 0;
-    std::int32_t ready = ioctl_.GetIO(block, count);
     auto failed = [&] {
         const Usb_Status s = ioctl_.Last_Status();
         return s != Usb_Status::ok && s != Usb_Status::timed_out;
     };
-    if (count == 0) {
+    // The next block with data; false when a read finds none. A zero-length
+    // packet ends one USB transfer, not the data: reading goes on past it
+    // (a few times per call, for a device that sends nothing else).
+    int zero_lengths = 0;
+    auto next_block = [&] {
+        for (;;) {
+            ioctl_.GetIO(block, count);
+            if (count > 0) return true;
+            if (ioctl_.Last_Status() != Usb_Status::ok || ++zero_lengths > kMax_Zero_Lengths) return false;
+        }
+    };
+    if (!next_block()) {
         if (failed()) Device_Failed("USB device read failed");
         return false;
     }
     Header h{};
+    Read_End end = Read_End::complete;
     if (Read_Header(block, h) && h.type == kProtocol_Layer && h.id == kData_Available) {
-        if (!Read_Bulk(blocks, expected)) return false;
+        end = Read_Bulk(blocks, expected);
+        if (end == Read_End::closed) return false;
     } else {
         blocks.reserve(5000);
-        while ((ready == 1 || count > 0) && blocks.size() < kMax_Blocks) {
-            if (count > 0) blocks.push_back(std::move(block));
-            ready = ioctl_.GetIO(block, count);
-            if (failed()) {
-                Device_Failed("USB device read failed");
-                return false;
-            }
-            if (ready == 1 && count == 0) break;  // completed with nothing: the pipe is empty
-        }
+        do {
+            blocks.push_back(std::move(block));
+        } while (blocks.size() < kMax_Blocks && next_block());
+        if (failed()) end = Read_End::failed;
     }
     bool came = false;
+    // The whole packets read before a stall or a failure are delivered
+    // first: the records that did arrive are the host's.
     Deliver(blocks, expected, second, came);
+    if (end == Read_End::failed) {
+        Device_Failed("USB device read failed");
+        return came;  // the answer awaited may have come before the failure
+    }
+    // Stalled: the host hears of it once the records that came are in.
+    if (end == Read_End::stalled) Raise_Error(0, xLate("No response from device"));
     return came || expected == 0;
 }
 
-bool cUSB::Read_Bulk(std::vector<Bytes>& chunks, std::uint16_t expected) {
+cUSB::Read_End cUSB::Read_Bulk(std::vector<Bytes>& chunks, std::uint16_t expected) {
     UsbDriver& driver = Driver();
     chunks.reserve(5000);
     // Where the packets start, to know the id of the last one read.
@@ -354,10 +375,7 @@ bool cUSB::Read_Bulk(std::vector<Bytes>& chunks, std::uint16_t expected) {
     Bytes buffer;
     while (chunks.size() < kMax_Blocks) {
         const Usb_Status s = driver.Bulk_Read(buffer, kBulk_Buffer, UsbDriver::kBulk_Wait_ms);
-        if (s != Usb_Status::ok && s != Usb_Status::timed_out) {
-            Device_Failed("USB device read failed");
-            return false;
-        }
+        if (s != Usb_Status::ok && s != Usb_Status::timed_out) return Read_End::failed;
         if (!buffer.empty()) {
             Header h{};
             if (still_needed == 0 && Read_Header(buffer, h)) {
@@ -378,18 +396,20 @@ bool cUSB::Read_Bulk(std::vector<Bytes>& chunks, std::uint16_t expected) {
         if (expected == kRecords && last_id != kXfer_Complete) {
             if (platform_->Now_ms() - quiet_since < kBulk_Stall_ms) {
                 Pause(kBulk_Pause_ms);
-                if (!Is_Open()) return false;
+                if (!Is_Open()) return Read_End::closed;
                 continue;
             }
-            // Stalled: what came is still delivered, and the host hears of it.
-            Raise_Error(0, xLate("No response from device"));
+            return Read_End::stalled;
         }
         break;
     }
-    return true;
+    return Read_End::complete;
 }
 
 void cUSB::Deliver(const std::vector<Bytes>& blocks, std::uint16_t expected, std::uint16_t second, bool& came) {
+    // A device that failed during the read still has its packets delivered;
+    // only a handler that closes the transport stops the delivery.
+    const bool was_open = Is_Open();
     std::size_t i = 0;
     while (i < blocks.size()) {
         Header h{};
@@ -424,7 +444,7 @@ void cUSB::Deliver(const std::vector<Bytes>& blocks, std::uint16_t expected, std
         Raise_Received(packet, usb);
         platform_->DoEvents();
         i = j;
-        if (!Is_Open()) return;  // a handler closed the transport
+        if (was_open && !Is_Open()) return;  // a handler closed the transport
     }
 }
 
