@@ -128,10 +128,11 @@ Between Noise(std::mt19937& rng) {
     case 1: return {std::string("xx\x10\x03yy", 6), true};
     case 2: return {"$GPGLL,4916.45,N,12311.12,W,225444,A*31\r\n"};
     case 3: {
-        // A frame cut short, never right after a DLE (that would double the next one's).
+        // A frame cut short, never right after a data DLE (that would double
+        // the next frame's); its opening DLE and id always stay.
         std::string cut = Wire(Awkward_Packet(rng, false));
         cut.resize(2 + rng() % (cut.size() - 3));
-        while (cut.back() == '\x10') cut.pop_back();
+        while (cut.size() > 2 && cut.back() == '\x10') cut.pop_back();
         return {cut, true};
     }
     default: return {};
