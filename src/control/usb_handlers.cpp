@@ -31,6 +31,9 @@ void Control::USB_USBError(std::int16_t& seq, std::string& message, Bytes& Packe
     sink->cError(seq, message, Packet);
     std::string as_text = Bytes2String(Packet);
     sink->vcError(seq, message, as_text);
+    // The search goes on only while the host keeps the code at 4; a host
+    // that asked for its waits to be abandoned has stopped it whatever it left.
+    if (link.Abandoned()) seq = 0;
 }
 
 bool Control::USB_Wait(std::uint8_t expected, std::int32_t wait_time) {

@@ -224,6 +224,22 @@ TEST_F(Usb_Control, SearchRepeatsWhileTheHostLeavesCodeFour) {
     ctl.PortClose();
     ctl.Unadvise();
     EXPECT_FALSE(ctl.PortOpen());
+
+    // A host that keeps the code at 4 whatever happens: an interrupt of the
+    // platform (a signal, say) still ends the search.
+    struct Stubborn : Recorder {
+        Platform* platform = nullptr;
+        void cError(std::int16_t& c, std::string& m, Bytes& p) override {
+            Recorder::cError(c, m, p);
+            if (errors.size() == 3) platform->Interrupt();
+            if (errors.size() > 50) c = 0;  // the search failed to stop: end it for the test's sake
+        }
+    } stubborn;
+    stubborn.platform = vp.get();
+    ctl.Advise(stubborn);
+    EXPECT_FALSE(ctl.PortOpen());
+    EXPECT_EQ(stubborn.errors.size(), 3u);
+    vp->Clear_Interrupt();
 }
 
 TEST_F(Usb_Control, OpenFailuresSayWhy) {
