@@ -248,6 +248,27 @@ std::vector<std::string> Pvt_Sentences(const cPvtData& p) {
 
 // ---------------------------------------------------------------- the commands
 
+int Run_Command(Command run, Session_Options& s, const Command_Options& c, std::ostream& err) {
+    if (!s.platform) s.platform = Default_Platform();
+    auto fail = [&](int code, const char* what) {
+        // A wait cut short by an interrupt often surfaces as a timeout or a
+        // refusal: the interrupt is the real reason.
+        if (s.platform->Interrupted() && code != kInterrupted) {
+            err << "trekcom: interrupted\n";
+            return static_cast<int>(kInterrupted);
+        }
+        err << "trekcom: " << what << '\n';
+        return code;
+    };
+    try {
+        return run(s, c);
+    } catch (const Failure& f) {
+        return fail(f.code, f.what());
+    } catch (const std::exception& e) {
+        return fail(kError, e.what());
+    }
+}
+
 int Run_Info(Session_Options& s, const Command_Options& c) {
     Opened o(s);
     const cProduct_Data& pd = *o.ctl().Product_Data();
@@ -342,17 +363,14 @@ int Run_Pvt(Session_Options& s, const Command_Options& c) {
         std::cout.flush();
     };
     ctl.Pvt_Data_Start();
-    int code = kOk;
     try {
         o.session.Wait("the PVT stream", [&] { return c.count > 0 && seen >= c.count; });
-    } catch (const Failure& f) {
-        if (f.code != kInterrupted) {
-            ctl.Pvt_Data_Stop();
-            throw;
-        }
+    } catch (...) {
+        ctl.Pvt_Data_Stop();
+        throw;
     }
     ctl.Pvt_Data_Stop();
-    return code;
+    return kOk;
 }
 
 int Run_Time(Session_Options& s, const Command_Options& c) {
@@ -484,11 +502,7 @@ int Run_Nmea(Session_Options& s, const Command_Options& c) {
         ++seen;
         std::cout << sentence << (good ? "" : "   (checksum not checked or wrong)") << '\n' << std::flush;
     };
-    try {
-        o.session.Wait("NMEA sentences", [&] { return c.count > 0 && seen >= c.count; });
-    } catch (const Failure& f) {
-        if (f.code != kInterrupted) throw;
-    }
+    o.session.Wait("NMEA sentences", [&] { return c.count > 0 && seen >= c.count; });
     return kOk;
 }
 

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -21,7 +22,13 @@
 
 namespace {
 
-extern "C" void On_Interrupt(int) { trekcom::tool::g_interrupted = true; }
+// The loop every wait of this run pumps: SIGINT and SIGTERM ask it to give up.
+std::atomic<trekcom::Platform*> g_platform{nullptr};
+static_assert(std::atomic<trekcom::Platform*>::is_always_lock_free);
+
+extern "C" void On_Interrupt(int) {
+    if (trekcom::Platform* p = g_platform.load()) p->Interrupt();
+}
 
 }  // namespace
 
@@ -86,11 +93,23 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
+        // A mistyped command is not a subcommand, so the parser reports a
+        // missing one; the word the user typed says more.
+        const auto extra = app.remaining();
+        if (app.get_subcommands().empty() && !extra.empty() && e.get_name() == "RequiredError") {
+            std::string names;
+            for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; }))
+                names += (names.empty() ? "" : ", ") + sub->get_name();
+            std::cerr << "trekcom: unknown command \"" << extra.front() << "\" (commands: " << names << ")\n";
+            return kUsage;
+        }
         const int code = app.exit(e);
         return code == 0 ? kOk : kUsage;
     }
     options.progress = !no_progress;
 
+    options.platform = trekcom::Default_Platform();
+    g_platform = options.platform.get();
     struct sigaction sa {};
     sa.sa_handler = On_Interrupt;
     sigemptyset(&sa.sa_mask);
@@ -102,15 +121,7 @@ int main(int argc, char** argv) {
         {time, Run_Time},   {position, Run_Position}, {sats, Run_Sats}, {voltages, Run_Voltages},
         {counts, Run_Counts}, {baud, Run_Baud},     {off, Run_Off},   {nmea, Run_Nmea},
         {replay, Run_Replay}};
-    try {
-        for (const auto& [sub, run] : kCommands)
-            if (sub->parsed()) return run(options, command);
-    } catch (const Failure& f) {
-        std::cerr << "trekcom: " << f.what() << '\n';
-        return f.code;
-    } catch (const std::exception& e) {
-        std::cerr << "trekcom: " << e.what() << '\n';
-        return kError;
-    }
+    for (const auto& [sub, run] : kCommands)
+        if (sub->parsed()) return Run_Command(run, options, command, std::cerr);
     return kUsage;
 }

@@ -11,12 +11,14 @@
 
 namespace trekcom::tool {
 
-std::atomic<bool> g_interrupted{false};
-
 namespace {
 
-// A wait is cut into slices so that Ctrl-C and the progress bar are seen.
+// A wait is cut into slices so that the progress bar moves.
 constexpr double kSlice_ms = 50;
+// What the control raises while it finds no USB receiver; leaving it makes it look again.
+constexpr std::int16_t kUsb_Not_Found = 4;
+// Between two looks for a USB receiver: each look lists the whole bus.
+constexpr double kUsb_Search_Pause_ms = 250;
 
 bool Blank(const std::string& s) {
     return std::all_of(s.begin(), s.end(), [](unsigned char c) { return std::isspace(c) || c == 0; });
@@ -24,11 +26,14 @@ bool Blank(const std::string& s) {
 
 }  // namespace
 
-Session::Session(Session_Options options) : options_(std::move(options)) {
+Session::Session(Session_Options options)
+    : options_(std::move(options)), ctl_(options_.platform ? options_.platform : Default_Platform()) {
     ctl_.Advise(*this);
 }
 
 Session::~Session() {
+    // Message boxes went to this session's trace (Open): no longer.
+    if (ctl_.Platform()) ctl_.Platform()->Message_Box_Handler(nullptr);
     ctl_.Unadvise();
     if (ctl_.Platform()) ctl_.PortClose();
 }
@@ -72,6 +77,10 @@ void Session::Open() {
     ctl_.Track_Point_True_Size(true);
     const std::size_t before = errors_.size();
     if (!ctl_.PortOpen()) {
+        if (ctl_.Platform()->Interrupted()) throw Failure(kInterrupted, "interrupted: opening " + Port_Text());
+        if (usb_search_given_up_)
+            throw Failure(kNo_Device, "no device: no Garmin USB receiver appeared within " +
+                                          std::to_string(options_.timeout_ms) + " ms (--timeout)");
         const std::string why = errors_.size() > before ? errors_.back() : "cannot open the port";
         throw Failure(kNo_Device, "no device: " + Port_Text() + ": " + why);
     }
@@ -115,7 +124,7 @@ void Session::Wait(const char* what, const std::function<bool()>& done) {
     auto& platform = *ctl_.Platform();
     last_packet_ms_ = platform.Now_ms();
     while (!done()) {
-        if (g_interrupted) throw Failure(kInterrupted, std::string("interrupted: ") + what);
+        if (platform.Interrupted()) throw Failure(kInterrupted, std::string("interrupted: ") + what);
         platform.Run_Until(done, kSlice_ms);
         if (!done() && platform.Now_ms() - last_packet_ms_ > options_.timeout_ms)
             throw Failure(kTimeout, std::string("timeout: the receiver stopped answering during ") + what);
@@ -248,7 +257,7 @@ void Session::Upload(const Data& data) {
         const std::size_t before = errors_.size();
         auto sent_one = [&] {
             bar.Update(++sent, static_cast<long>(b.records));
-            if (g_interrupted) throw Failure(kInterrupted, "interrupted: uploading " + name);
+            if (ctl_.Platform()->Interrupted()) throw Failure(kInterrupted, "interrupted: uploading " + name);
             Expect_No_New_Errors(before, kRefused, "uploading " + name);
         };
         std::int16_t count = static_cast<std::int16_t>(b.records);
@@ -333,7 +342,24 @@ void Session::NMEA(std::string& sentence, bool& good) {
 
 void Session::cError(std::int16_t& code, std::string& message, Bytes&) {
     if (trace_) trace_ << "error " << code << ": " << message << '\n';
+    if (code == kUsb_Not_Found && Usb()) {
+        Usb_Not_Found(code);
+        return;
+    }
     errors_.push_back(message);
+}
+
+void Session::Usb_Not_Found(std::int16_t& code) {
+    Platform& platform = *ctl_.Platform();
+    if (usb_search_start_ms_ < 0) {
+        usb_search_start_ms_ = platform.Now_ms();
+        *options_.notes << "trekcom: waiting for a Garmin USB receiver (connect it and switch it on)...\n";
+    }
+    platform.Run_Until([] { return false; }, kUsb_Search_Pause_ms);
+    if (platform.Now_ms() - usb_search_start_ms_ >= options_.timeout_ms) {
+        usb_search_given_up_ = true;
+        code = 0;
+    }
 }
 
 void Session::ReceiveCounts(std::int16_t& w, std::int16_t& p, std::int16_t& r, std::int16_t& t) {
