@@ -11,6 +11,7 @@
 #include <numbers>
 #include <sstream>
 
+#include "devices.h"
 #include "files.h"
 
 namespace trekcom::tool {
@@ -503,6 +504,50 @@ int Run_Nmea(Session_Options& s, const Command_Options& c) {
         std::cout << sentence << (good ? "" : "   (checksum not checked or wrong)") << '\n' << std::flush;
     };
     o.session.Wait("NMEA sentences", [&] { return c.count > 0 && seen >= c.count; });
+    return kOk;
+}
+
+int Run_List(Session_Options& s, const Command_Options& c) {
+    // More than this many receivers on one machine is not a setup anyone has.
+    constexpr int kMax_Usb_Receivers = 16;
+    const auto serial = Serial_Ports(s.system_root);
+    std::vector<std::string> usb_paths;
+    {
+        s.platform->Usb_Device(0);
+        auto driver = s.platform->Create_Usb_Driver();
+        std::string path;
+        while (static_cast<int>(usb_paths.size()) < kMax_Usb_Receivers &&
+               driver->Find(static_cast<int>(usb_paths.size()), path) == Usb_Status::ok)
+            usb_paths.push_back(path);
+    }
+    // Each USB receiver is asked who it is, the way `info` asks.
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < usb_paths.size(); ++i) {
+        Session_Options one = s;
+        one.port = "usb:" + std::to_string(i);
+        try {
+            Opened o(one);
+            names.push_back(o.session.Describe());
+        } catch (const Failure& f) {
+            if (f.code == kInterrupted) throw;
+            names.push_back(std::string("(") + f.what() + ")");
+        }
+    }
+    if (c.json) {
+        json j = {{"serial", json::array()}, {"usb", json::array()}};
+        for (const auto& p : serial) j["serial"].push_back({{"port", p.path}, {"driver", p.driver}});
+        for (std::size_t i = 0; i < names.size(); ++i)
+            j["usb"].push_back({{"port", "usb:" + std::to_string(i)}, {"product", names[i]}});
+        Print_Json(j);
+        return kOk;
+    }
+    std::cout << "Serial ports:\n";
+    for (const auto& p : serial) std::cout << Format("  %-16s %s", p.path.c_str(), p.driver.c_str()) << '\n';
+    if (serial.empty()) std::cout << "  none\n";
+    std::cout << "Garmin receivers on USB:\n";
+    for (std::size_t i = 0; i < names.size(); ++i)
+        std::cout << Format("  %-16s %s", ("usb:" + std::to_string(i)).c_str(), names[i].c_str()) << '\n';
+    if (names.empty()) std::cout << "  none\n";
     return kOk;
 }
 

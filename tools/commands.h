@@ -36,6 +36,8 @@ int Run_Baud(Session_Options& s, const Command_Options& c);
 int Run_Off(Session_Options& s, const Command_Options& c);
 int Run_Nmea(Session_Options& s, const Command_Options& c);
 int Run_Replay(Session_Options& s, const Command_Options& c);
+// The serial ports and the Garmin receivers on USB, each USB one by name.
+int Run_List(Session_Options& s, const Command_Options& c);
 
 using Command = int (*)(Session_Options&, const Command_Options&);
 // Runs a command the way the tool does: a failure becomes one line on err and

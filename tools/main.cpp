@@ -42,7 +42,8 @@ int main(int argc, char** argv) {
     Command_Options command;
     bool no_progress = false;
     app.add_option("--port,-p", options.port,
-                   "Serial device path, port number N (/dev/ttyS<N-1>), usb, or sim (the built-in simulated receiver)")
+                   "Serial device path, port number N (/dev/ttyS<N-1>), usb (the first Garmin receiver on USB), usb:N (the "
+                   "one after N others, as list shows them), or sim (the built-in simulated receiver)")
         ->capture_default_str();
     app.add_option("--settings", options.settings, "Line settings \"baud,parity,data,stop\" (default 9600,N,8,1)");
     app.add_option("--timeout", options.timeout_ms, "Milliseconds of silence before giving up (answers wait 2000..5000)")
@@ -87,6 +88,7 @@ int main(int argc, char** argv) {
     auto* nmea = app.add_subcommand("nmea", "Print the NMEA sentences the receiver sends, or send one");
     nmea->add_option("-n,--count", command.count, "Stop after N sentences");
     nmea->add_option("--send", command.sentence, "Send this sentence (\"$PGRMO,,3\") and exit");
+    auto* list = app.add_subcommand("list", "List the serial ports and the Garmin receivers on USB");
     auto* replay = app.add_subcommand("replay", "Replay a saved packet trace through the control");
     replay->add_option("log", command.input, "Trace file (the lines --trace writes)")->required();
 
@@ -120,7 +122,7 @@ int main(int argc, char** argv) {
         {info, Run_Info},   {get, Run_Get},         {put, Run_Put},   {pvt, Run_Pvt},
         {time, Run_Time},   {position, Run_Position}, {sats, Run_Sats}, {voltages, Run_Voltages},
         {counts, Run_Counts}, {baud, Run_Baud},     {off, Run_Off},   {nmea, Run_Nmea},
-        {replay, Run_Replay}};
+        {list, Run_List},   {replay, Run_Replay}};
     for (const auto& [sub, run] : kCommands)
         if (sub->parsed()) return Run_Command(run, options, command, std::cerr);
     return kUsage;

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "devices.h"
 #include "progress.h"
 
 namespace trekcom::tool {
@@ -19,6 +20,12 @@ constexpr double kSlice_ms = 50;
 constexpr std::int16_t kUsb_Not_Found = 4;
 // Between two looks for a USB receiver: each look lists the whole bus.
 constexpr double kUsb_Search_Pause_ms = 250;
+
+// The control breaks some messages into lines; the tool's failures are one.
+std::string One_Line(std::string s) {
+    for (std::size_t at; (at = s.find("\r\n")) != std::string::npos;) s.replace(at, 2, " ");
+    return s;
+}
 
 bool Blank(const std::string& s) {
     return std::all_of(s.begin(), s.end(), [](unsigned char c) { return std::isspace(c) || c == 0; });
@@ -59,7 +66,12 @@ void Session::Open() {
         sim_ = Sim_Port::Start(options_.sim, error);
         if (!sim_) throw Failure(kNo_Device, "cannot start the simulated receiver: " + error);
         ctl_.Port_Name(sim_->Path());
-    } else if (port == "usb") {
+    } else if (Usb()) {
+        // usb:N, the receiver after N others; plain usb, the first.
+        const std::string n = port == "usb" ? "0" : port.substr(4);
+        if (n.empty() || n.size() > 3 || !std::all_of(n.begin(), n.end(), [](unsigned char c) { return std::isdigit(c); }))
+            throw Failure(kUsage, "--port " + port + ": use usb or usb:N (trekcom list shows N)");
+        ctl_.Platform()->Usb_Device(std::stoi(n));
         ctl_.Port(0);
     } else if (!port.empty() && std::all_of(port.begin(), port.end(), [](unsigned char c) { return std::isdigit(c); })) {
         if (port.size() > 4) throw Failure(kUsage, "--port " + port + ": no such port number");
@@ -78,10 +90,14 @@ void Session::Open() {
     const std::size_t before = errors_.size();
     if (!ctl_.PortOpen()) {
         if (ctl_.Platform()->Interrupted()) throw Failure(kInterrupted, "interrupted: opening " + Port_Text());
+        // What the system shows about a receiver that is there says more
+        // than the driver's status.
+        const std::string diagnosis = Usb() ? Usb_Diagnosis(options_.system_root) : "";
+        if (!diagnosis.empty()) throw Failure(kNo_Device, "no device: " + diagnosis);
         if (usb_search_given_up_)
             throw Failure(kNo_Device, "no device: no Garmin USB receiver appeared within " +
                                           std::to_string(options_.timeout_ms) + " ms (--timeout)");
-        const std::string why = errors_.size() > before ? errors_.back() : "cannot open the port";
+        const std::string why = errors_.size() > before ? One_Line(errors_.back()) : "cannot open the port";
         throw Failure(kNo_Device, "no device: " + Port_Text() + ": " + why);
     }
 }

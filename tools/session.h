@@ -50,6 +50,8 @@ struct Session_Options {
     std::shared_ptr<Platform> platform;
     // Where notes for the user go while a command runs (the device search's).
     std::ostream* notes = &std::cerr;
+    // Where the kernel's files are read to say why a USB receiver cannot be used.
+    std::string system_root = "/";
 };
 
 class Session : private TrekcomCtlEvents {
@@ -90,7 +92,7 @@ private:
     void Download_One(Kind k, Data& out);
     void Expect_No_New_Errors(std::size_t before, int code, const std::string& doing);
     std::string Port_Text() const;
-    bool Usb() const { return options_.port == "usb"; }
+    bool Usb() const { return options_.port == "usb" || options_.port.starts_with("usb:"); }
     // The control's device search asks after each look whether to go on.
     void Usb_Not_Found(std::int16_t& code);
 
