@@ -160,6 +160,25 @@ void Verify(const Data& sent, const Data& read) {
         });
         if (!found) throw Failure(kRefused, "track " + t.header.Ident + " did not read back");
     }
+    // Laps, flights and almanac entries are known by their times and satellite.
+    auto expect = [](const auto& sent_list, const auto& read_list, auto same, auto name) {
+        for (const auto& x : sent_list)
+            if (std::none_of(read_list.begin(), read_list.end(), [&](const auto& r) { return same(x, r); }))
+                throw Failure(kRefused, name(x) + " did not read back");
+    };
+    expect(sent.laps, read.laps,
+           [](const cLap& a, const cLap& b) {
+               return a.Start_Time_Seconds == b.Start_Time_Seconds && a.Total_Time == b.Total_Time;
+           },
+           [](const cLap& l) { return "the lap of " + Record_Iso_Time(l.Start_Time_Seconds); });
+    expect(sent.flights, read.flights,
+           [](const cFlightbook_Record& a, const cFlightbook_Record& b) {
+               return a.Takeoff_Seconds == b.Takeoff_Seconds && a.Landing_Seconds == b.Landing_Seconds;
+           },
+           [](const cFlightbook_Record& f) { return "the flight of " + Record_Iso_Time(f.Takeoff_Seconds); });
+    expect(sent.almanac, read.almanac,
+           [](const cAlmanac& a, const cAlmanac& b) { return a.svid == b.svid && a.wn == b.wn && a.toa == b.toa; },
+           [](const cAlmanac& a) { return "the almanac entry of satellite " + std::to_string(a.svid); });
 }
 
 // ---------------------------------------------------------------- NMEA and PVT text
@@ -321,9 +340,14 @@ int Run_Put(Session_Options& s, const Command_Options& c) {
     Data data;
     std::string error;
     // The whole file is read and checked before the receiver hears a byte.
-    if (!Read_Gpx(c.input, data, error)) throw Failure(kBad_File, "bad file: " + error);
+    if (!Read_Records(c.input, data, error)) throw Failure(kBad_File, "bad file: " + error);
     Opened o(s);
-    o.session.Upload(data);
+    const std::vector<Kind> skipped = o.session.Upload(data);
+    for (Kind k : skipped) {
+        *s.notes << "trekcom: skipped " << data.Count(k) << " " << Kind_Name(k) << ": " << o.session.Describe()
+                 << " takes none\n";
+        data.Clear(k);
+    }
     std::vector<Kind> sent;
     for (Kind k : data.kinds)
         if (data.Count(k) > 0) sent.push_back(k);

@@ -243,24 +243,28 @@ void Session::Download_One(Kind k, Data& out) {
 
 // ---------------------------------------------------------------- uploads
 
-void Session::Upload(const Data& data) {
+std::vector<Kind> Session::Upload(const Data& data) {
     struct Batch {
         Kind kind;
         std::size_t records;
     };
     std::vector<Batch> batches;
+    std::vector<Kind> skipped;
     const bool links = !Blank(ctl_.Route_Link_Format());
     const bool headers = !Blank(ctl_.Track_Header_Format());
     std::size_t route_records = 0, track_records = 0;
     for (const auto& r : data.routes)
         route_records += 1 + r.points.size() + (links && !r.points.empty() ? r.points.size() - 1 : 0);
     for (const auto& t : data.tracks) track_records += (headers ? 1 : 0) + t.points.size();
-    for (auto [kind, n] : {std::pair{Kind::Waypoints, data.waypoints.size()}, {Kind::Proximity, data.proximity.size()},
-                           {Kind::Routes, route_records}, {Kind::Tracks, track_records}}) {
+    for (Kind kind : kAll_Kinds) {
+        const std::size_t n = kind == Kind::Routes ? route_records : kind == Kind::Tracks ? track_records : data.Count(kind);
         if (n == 0) continue;
-        if (!Supports(kind))
-            throw Failure(kUnsupported, "unsupported kind: " + Describe() + " takes no " + std::string(Kind_Name(kind)) +
-                                            "; nothing was uploaded");
+        // An almanac goes up in the unit's own layout, so it needs one.
+        const bool takes = kind == Kind::Almanac ? !Blank(ctl_.Almanac_Data_Format()) : Supports(kind);
+        if (!takes) {
+            skipped.push_back(kind);
+            continue;
+        }
         if (n > 32767)
             throw Failure(kError, "too many " + std::string(Kind_Name(kind)) + " for one upload: " + std::to_string(n));
         batches.push_back({kind, n});
@@ -321,12 +325,32 @@ void Session::Upload(const Data& data) {
                     }
                 }
                 break;
-            default:
+            case Kind::Laps:
+                for (const auto& l : data.laps) {
+                    ctl_.Lap(std::make_shared<cLap>(l));
+                    ctl_.Send_Lap();
+                    sent_one();
+                }
+                break;
+            case Kind::Flightbook:
+                for (const auto& f : data.flights) {
+                    ctl_.Flightbook_Record(std::make_shared<cFlightbook_Record>(f));
+                    ctl_.Send_Flightbook_Record();
+                    sent_one();
+                }
+                break;
+            case Kind::Almanac:
+                for (const auto& a : data.almanac) {
+                    ctl_.Almanac(std::make_shared<cAlmanac>(a));
+                    ctl_.Send_Almanac_Data();
+                    sent_one();
+                }
                 break;
         }
         ctl_.End_of_Records();
         Expect_No_New_Errors(before, kRefused, "uploading " + name);
     }
+    return skipped;
 }
 
 // ---------------------------------------------------------------- events

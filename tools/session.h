@@ -70,10 +70,9 @@ public:
     // Downloads the kinds; a kind the receiver lacks fails with kUnsupported
     // unless skip_unsupported, which leaves it out.
     Data Download(const std::vector<Kind>& kinds, bool skip_unsupported);
-    // Uploads waypoints, proximity waypoints, routes and tracks. Checks first
-    // that the receiver takes every kind the set holds, so a set it cannot
-    // take uploads nothing.
-    void Upload(const Data& data);
+    // Uploads every kind the set holds records of that the receiver takes;
+    // returns the kinds it holds records of that the receiver does not take.
+    std::vector<Kind> Upload(const Data& data);
 
     // One request of the real-time kind, failing with kTimeout when the
     // receiver raises an error instead of answering.

@@ -126,7 +126,7 @@ TEST_F(Tool, GetAllWritesGpxAndSkipsWhatTheUnitLacks) {
         << r.out;
     Data d;
     std::string error;
-    ASSERT_TRUE(Read_Gpx(out.string(), d, error)) << error;
+    ASSERT_TRUE(Read_Records(out.string(), d, error)) << error;
     EXPECT_EQ(d.waypoints.size(), builtin.waypoints.size());
     EXPECT_EQ(d.proximity.size(), builtin.proximity.size());
     EXPECT_EQ(d.tracks.size(), builtin.tracks.size());
