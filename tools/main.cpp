@@ -24,16 +24,27 @@ namespace {
 
 // The loop every wait of this run pumps: SIGINT and SIGTERM ask it to give up.
 std::atomic<trekcom::Platform*> g_platform{nullptr};
-static_assert(std::atomic<trekcom::Platform*>::is_always_lock_free);
+// A signal that came before the platform was there, for main to pass on.
+std::atomic<bool> g_early_interrupt{false};
+static_assert(std::atomic<trekcom::Platform*>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
 extern "C" void On_Interrupt(int) {
-    if (trekcom::Platform* p = g_platform.load()) p->Interrupt();
+    if (trekcom::Platform* p = g_platform.load())
+        p->Interrupt();
+    else
+        g_early_interrupt = true;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     using namespace trekcom::tool;
+    // First of all, so that an interrupt is never lost, however early.
+    struct sigaction sa {};
+    sa.sa_handler = On_Interrupt;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
     CLI::App app{"Talks to a Garmin GPS receiver over a serial port, USB or the built-in simulated receiver."};
     app.require_subcommand(1);
     app.footer("Exit codes: 0 ok, 1 other failure, 2 usage, 3 no device, 4 timeout, 5 unsupported kind,\n"
@@ -112,11 +123,7 @@ int main(int argc, char** argv) {
 
     options.platform = trekcom::Default_Platform();
     g_platform = options.platform.get();
-    struct sigaction sa {};
-    sa.sa_handler = On_Interrupt;
-    sigemptyset(&sa.sa_mask);
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
+    if (g_early_interrupt) options.platform->Interrupt();
 
     const std::pair<CLI::App*, int (*)(Session_Options&, const Command_Options&)> kCommands[] = {
         {info, Run_Info},   {get, Run_Get},         {put, Run_Put},   {pvt, Run_Pvt},
