@@ -142,8 +142,6 @@ void Verify(const Data& sent, const Data& read) {
             throw Failure(kRefused, "route " + (r.header.Ident.empty() ? std::to_string(r.header.Number) : r.header.Ident) +
                                         " did not read back");
     }
-    std::size_t read_points = 0;
-    for (const auto& t : read.tracks) read_points += t.points.size();
     for (const auto& t : sent.tracks) {
         const bool found = std::any_of(read.tracks.begin(), read.tracks.end(), [&](const Track_Data& g) {
             if (!Same_Ident(t.header.Ident, g.header.Ident) && !t.header.Ident.empty() && !g.header.Ident.empty())
