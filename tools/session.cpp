@@ -280,6 +280,14 @@ std::vector<Kind> Session::Upload(const Data& data) {
             if (ctl_.Platform()->Interrupted()) throw Failure(kInterrupted, "interrupted: uploading " + name);
             Expect_No_New_Errors(before, kRefused, "uploading " + name);
         };
+        // Records the control takes as they are: each set as the current one, then sent.
+        auto send_each = [&](const auto& list, auto set_current, void (TrekcomCtl::*send)()) {
+            for (const auto& r : list) {
+                set_current(std::make_shared<std::decay_t<decltype(r)>>(r));
+                (ctl_.*send)();
+                sent_one();
+            }
+        };
         std::int16_t count = static_cast<std::int16_t>(b.records);
         ctl_.Start_of_Records(count);
         Expect_No_New_Errors(before, kTimeout, "timeout: uploading " + name);
@@ -325,26 +333,12 @@ std::vector<Kind> Session::Upload(const Data& data) {
                     }
                 }
                 break;
-            case Kind::Laps:
-                for (const auto& l : data.laps) {
-                    ctl_.Lap(std::make_shared<cLap>(l));
-                    ctl_.Send_Lap();
-                    sent_one();
-                }
-                break;
+            case Kind::Laps: send_each(data.laps, [&](auto r) { ctl_.Lap(r); }, &TrekcomCtl::Send_Lap); break;
             case Kind::Flightbook:
-                for (const auto& f : data.flights) {
-                    ctl_.Flightbook_Record(std::make_shared<cFlightbook_Record>(f));
-                    ctl_.Send_Flightbook_Record();
-                    sent_one();
-                }
+                send_each(data.flights, [&](auto r) { ctl_.Flightbook_Record(r); }, &TrekcomCtl::Send_Flightbook_Record);
                 break;
             case Kind::Almanac:
-                for (const auto& a : data.almanac) {
-                    ctl_.Almanac(std::make_shared<cAlmanac>(a));
-                    ctl_.Send_Almanac_Data();
-                    sent_one();
-                }
+                send_each(data.almanac, [&](auto r) { ctl_.Almanac(r); }, &TrekcomCtl::Send_Almanac_Data);
                 break;
         }
         ctl_.End_of_Records();
