@@ -108,11 +108,15 @@ Field<R> Time(const char* name, std::int32_t R::*m, bool optional) {
                 if (!optional || Has_Time(r.*m)) j[name] = Record_Iso_Time(r.*m);
             },
             [=](const json& v, const std::string& where, R& r) {
-                const auto t = v.is_string() ? Parse_Iso_Time(v.get<std::string>()) : std::nullopt;
-                if (!t) throw Bad_Value{where + " is not an ISO 8601 time"};
+                // A plain value, not the optional itself: g++ 12 at -Os misjudges
+                // the optional as maybe uninitialized.
+                constexpr std::int64_t kNot_A_Time = std::numeric_limits<std::int64_t>::min();
+                const std::int64_t t = v.is_string() ? Parse_Iso_Time(v.get<std::string>()).value_or(kNot_A_Time)
+                                                     : kNot_A_Time;
+                if (t == kNot_A_Time) throw Bad_Value{where + " is not an ISO 8601 time"};
                 // The receiver counts unsigned seconds from its epoch.
-                if (*t < 0 || *t > 0xFFFFFFFFLL) throw Bad_Value{where + " " + v.dump() + " is before 1990 or after 2126"};
-                r.*m = static_cast<std::int32_t>(static_cast<std::uint32_t>(*t));
+                if (t < 0 || t > 0xFFFFFFFFLL) throw Bad_Value{where + " " + v.dump() + " is before 1990 or after 2126"};
+                r.*m = static_cast<std::int32_t>(static_cast<std::uint32_t>(t));
             },
             [=](R& r) {
                 if (optional) r.*m = kNo_Time;
