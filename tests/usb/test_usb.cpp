@@ -298,7 +298,8 @@ std::vector<Bytes> Run_Requests(bool over_usb) {
                                   {&TrekcomCtl::Request_Routes, &Recorder::routes},
                                   {&TrekcomCtl::Request_Tracks, &Recorder::tracks}}) {
         (ctl.*request)();
-        EXPECT_TRUE(vp->Run_Until([&] { return rec.*event == 1; }, 30000)) << over_usb;
+        // A copy: clang 14 cannot capture a structured binding.
+        EXPECT_TRUE(vp->Run_Until([&rec, member = event] { return rec.*member == 1; }, 30000)) << over_usb;
     }
     EXPECT_TRUE(rec.errors.empty()) << (rec.errors.empty() ? "" : rec.errors[0].message);
 
