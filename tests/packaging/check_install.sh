@@ -14,6 +14,10 @@ for f in bin/trekcom bin/trekcom-sim include/trekcom/trekcom.h lib/libtrekcom.a 
   [ -e "$prefix/$f" ] || { echo "not installed: $f" >&2; exit 1; }
 done
 
+# A packager's staged install for /usr: the rule goes where udev reads it, under the stage.
+DESTDIR="$work/stage" cmake --install "$build_dir" --prefix /usr > "$work/stage.log"
+[ -e "$work/stage/usr/lib/udev/rules.d/51-trekcom-garmin.rules" ] || { echo "udev rule not staged" >&2; exit 1; }
+
 cmake -S "$source_dir/examples" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$prefix" > "$work/configure.log"
 cmake --build "$work/cmake" > "$work/build.log"
 export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"
