@@ -11,12 +11,20 @@ FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := receive framing decoders identify nmea usb translate replay gpx
 MAKEFLAGS += --no-print-directory
 JOBS ?= 2
-DEB_PACKAGES := cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev \
-                libasio-dev libusb-1.0-0-dev libpugixml-dev libcli11-dev libfmt-dev \
-                nlohmann-json3-dev gpsbabel g++-mingw-w64-x86-64 umockdev
+# Warnings become errors only when asked (CI: make test WERROR=ON).
+WERROR ?= OFF
+# What the demo builds and runs needs only these: the library, the simulated
+# receiver and the tool.
+DEMO_PACKAGES := cmake g++ make pkg-config libasio-dev libusb-1.0-0-dev libpugixml-dev libcli11-dev \
+                 nlohmann-json3-dev
+# The tests add GoogleTest, Google Benchmark, gpsbabel (interoperability),
+# the MinGW compiler (the Windows driver's compile check) and umockdev (an
+# emulated USB bus).
+DEB_PACKAGES := $(DEMO_PACKAGES) libgtest-dev libgmock-dev libbenchmark-dev libfmt-dev gpsbabel \
+                g++-mingw-w64-x86-64 umockdev
 FUZZ_PACKAGES := clang-14 libclang-rt-14-dev
 
-.PHONY: all setup configure build demo test test-asan fuzz bench clean
+.PHONY: all setup setup-demo configure build demo test test-asan fuzz bench package clean
 
 all: build
 
@@ -27,17 +35,26 @@ setup:
 	if [ -n "$$missing" ]; then \
 	  echo "Installing: $$missing"; \
 	  if [ "$$(id -u)" = 0 ]; then sudo=""; else sudo="sudo"; fi; \
-	  $$sudo apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$sudo apt-get install -y -qq $$missing; \
+	  $$sudo apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$sudo apt-get install -y -qq --no-install-recommends $$missing; \
 	fi
 
+setup-demo:
+	@$(MAKE) setup DEB_PACKAGES="$(DEMO_PACKAGES)"
+
+# $(call configure,TESTS): configures $(BUILD) with or without the tests and benchmarks.
+configure = mkdir -p $(BUILD) && cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTREKCOM_WERROR=$(WERROR) \
+	  -DBUILD_TESTING=$(1) -DTREKCOM_BUILD_BENCH=$(1) > $(BUILD)/configure.log || (cat $(BUILD)/configure.log; exit 1)
+
 configure: setup
-	@mkdir -p $(BUILD) && cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo > $(BUILD)/configure.log \
-	  || (cat $(BUILD)/configure.log; exit 1)
+	@$(call configure,ON)
 
 build: configure
 	@cmake --build $(BUILD) -j $(JOBS)
 
-demo: build
+# Only what the demo runs: the library, the simulated receiver and the tool.
+demo: setup-demo
+	@$(call configure,OFF)
+	@cmake --build $(BUILD) -j $(JOBS) --target trekcom-cli trekcom-sim
 	@sh tools/demo.sh $(BUILD)
 
 test: build
@@ -47,7 +64,7 @@ test: build
 # The whole suite again under ASan and UBSan: any report fails the test that
 # made it (the sanitizers abort; leaks are reported at exit).
 test-asan: setup
-	@mkdir -p $(ASAN_BUILD) && cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTREKCOM_SANITIZE=ON \
+	@mkdir -p $(ASAN_BUILD) && cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTREKCOM_SANITIZE=ON -DTREKCOM_WERROR=$(WERROR) \
 	  -DTREKCOM_BUILD_BENCH=OFF > $(ASAN_BUILD)/configure.log || (cat $(ASAN_BUILD)/configure.log; exit 1)
 	@cmake --build $(ASAN_BUILD) -j $(JOBS)
 	@cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 \
@@ -67,8 +84,18 @@ fuzz:
 	  cmake --build $(FUZZ_BUILD) --target run_fuzz_$$t || exit 1; \
 	done
 
+# A .deb of the library, its headers, both tools and the udev rule, from a
+# Release tree (build-release/trekcom-*.deb); dpkg-shlibdeps fills in its dependencies.
+package:
+	@$(MAKE) setup DEB_PACKAGES="$(DEMO_PACKAGES) dpkg-dev"
+	@mkdir -p build-release && cmake -S . -B build-release -DCMAKE_BUILD_TYPE=Release -DTREKCOM_WERROR=$(WERROR) \
+	  -DBUILD_TESTING=OFF -DTREKCOM_BUILD_BENCH=OFF > build-release/configure.log \
+	  || (cat build-release/configure.log; exit 1)
+	@cmake --build build-release -j $(JOBS)
+	@cd build-release && cpack -G DEB
+
 bench: build
 	@bench/run.sh $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) build-release

@@ -11,6 +11,7 @@
 #include <numbers>
 #include <sstream>
 
+#include "devices.h"
 #include "files.h"
 
 namespace trekcom::tool {
@@ -141,8 +142,6 @@ void Verify(const Data& sent, const Data& read) {
             throw Failure(kRefused, "route " + (r.header.Ident.empty() ? std::to_string(r.header.Number) : r.header.Ident) +
                                         " did not read back");
     }
-    std::size_t read_points = 0;
-    for (const auto& t : read.tracks) read_points += t.points.size();
     for (const auto& t : sent.tracks) {
         const bool found = std::any_of(read.tracks.begin(), read.tracks.end(), [&](const Track_Data& g) {
             if (!Same_Ident(t.header.Ident, g.header.Ident) && !t.header.Ident.empty() && !g.header.Ident.empty())
@@ -159,6 +158,25 @@ void Verify(const Data& sent, const Data& read) {
         });
         if (!found) throw Failure(kRefused, "track " + t.header.Ident + " did not read back");
     }
+    // Laps, flights and almanac entries are known by their times and satellite.
+    auto expect = [](const auto& sent_list, const auto& read_list, auto same, auto name) {
+        for (const auto& x : sent_list)
+            if (std::none_of(read_list.begin(), read_list.end(), [&](const auto& r) { return same(x, r); }))
+                throw Failure(kRefused, name(x) + " did not read back");
+    };
+    expect(sent.laps, read.laps,
+           [](const cLap& a, const cLap& b) {
+               return a.Start_Time_Seconds == b.Start_Time_Seconds && a.Total_Time == b.Total_Time;
+           },
+           [](const cLap& l) { return "the lap of " + Record_Iso_Time(l.Start_Time_Seconds); });
+    expect(sent.flights, read.flights,
+           [](const cFlightbook_Record& a, const cFlightbook_Record& b) {
+               return a.Takeoff_Seconds == b.Takeoff_Seconds && a.Landing_Seconds == b.Landing_Seconds;
+           },
+           [](const cFlightbook_Record& f) { return "the flight of " + Record_Iso_Time(f.Takeoff_Seconds); });
+    expect(sent.almanac, read.almanac,
+           [](const cAlmanac& a, const cAlmanac& b) { return a.svid == b.svid && a.wn == b.wn && a.toa == b.toa; },
+           [](const cAlmanac& a) { return "the almanac entry of satellite " + std::to_string(a.svid); });
 }
 
 // ---------------------------------------------------------------- NMEA and PVT text
@@ -248,6 +266,27 @@ std::vector<std::string> Pvt_Sentences(const cPvtData& p) {
 
 // ---------------------------------------------------------------- the commands
 
+int Run_Command(Command run, Session_Options& s, const Command_Options& c, std::ostream& err) {
+    if (!s.platform) s.platform = Default_Platform();
+    auto fail = [&](int code, const char* what) {
+        // A wait cut short by an interrupt often surfaces as a timeout or a
+        // refusal: the interrupt is the real reason.
+        if (s.platform->Interrupted() && code != kInterrupted) {
+            err << "trekcom: interrupted\n";
+            return static_cast<int>(kInterrupted);
+        }
+        err << "trekcom: " << what << '\n';
+        return code;
+    };
+    try {
+        return run(s, c);
+    } catch (const Failure& f) {
+        return fail(f.code, f.what());
+    } catch (const std::exception& e) {
+        return fail(kError, e.what());
+    }
+}
+
 int Run_Info(Session_Options& s, const Command_Options& c) {
     Opened o(s);
     const cProduct_Data& pd = *o.ctl().Product_Data();
@@ -299,9 +338,14 @@ int Run_Put(Session_Options& s, const Command_Options& c) {
     Data data;
     std::string error;
     // The whole file is read and checked before the receiver hears a byte.
-    if (!Read_Gpx(c.input, data, error)) throw Failure(kBad_File, "bad file: " + error);
+    if (!Read_Records(c.input, data, error)) throw Failure(kBad_File, "bad file: " + error);
     Opened o(s);
-    o.session.Upload(data);
+    const std::vector<Kind> skipped = o.session.Upload(data);
+    for (Kind k : skipped) {
+        *s.notes << "trekcom: skipped " << data.Count(k) << " " << Kind_Name(k) << ": " << o.session.Describe()
+                 << " takes none\n";
+        data.Clear(k);
+    }
     std::vector<Kind> sent;
     for (Kind k : data.kinds)
         if (data.Count(k) > 0) sent.push_back(k);
@@ -342,17 +386,14 @@ int Run_Pvt(Session_Options& s, const Command_Options& c) {
         std::cout.flush();
     };
     ctl.Pvt_Data_Start();
-    int code = kOk;
     try {
         o.session.Wait("the PVT stream", [&] { return c.count > 0 && seen >= c.count; });
-    } catch (const Failure& f) {
-        if (f.code != kInterrupted) {
-            ctl.Pvt_Data_Stop();
-            throw;
-        }
+    } catch (...) {
+        ctl.Pvt_Data_Stop();
+        throw;
     }
     ctl.Pvt_Data_Stop();
-    return code;
+    return kOk;
 }
 
 int Run_Time(Session_Options& s, const Command_Options& c) {
@@ -484,11 +525,51 @@ int Run_Nmea(Session_Options& s, const Command_Options& c) {
         ++seen;
         std::cout << sentence << (good ? "" : "   (checksum not checked or wrong)") << '\n' << std::flush;
     };
-    try {
-        o.session.Wait("NMEA sentences", [&] { return c.count > 0 && seen >= c.count; });
-    } catch (const Failure& f) {
-        if (f.code != kInterrupted) throw;
+    o.session.Wait("NMEA sentences", [&] { return c.count > 0 && seen >= c.count; });
+    return kOk;
+}
+
+int Run_List(Session_Options& s, const Command_Options& c) {
+    // More than this many receivers on one machine is not a setup anyone has.
+    constexpr int kMax_Usb_Receivers = 16;
+    const auto serial = Serial_Ports(s.system_root);
+    std::vector<std::string> usb_paths;
+    {
+        s.platform->Usb_Device(0);
+        auto driver = s.platform->Create_Usb_Driver();
+        std::string path;
+        while (static_cast<int>(usb_paths.size()) < kMax_Usb_Receivers &&
+               driver->Find(static_cast<int>(usb_paths.size()), path) == Usb_Status::ok)
+            usb_paths.push_back(path);
     }
+    // Each USB receiver is asked who it is, the way `info` asks.
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < usb_paths.size(); ++i) {
+        Session_Options one = s;
+        one.port = "usb:" + std::to_string(i);
+        try {
+            Opened o(one);
+            names.push_back(o.session.Describe());
+        } catch (const Failure& f) {
+            if (f.code == kInterrupted) throw;
+            names.push_back(std::string("(") + f.what() + ")");
+        }
+    }
+    if (c.json) {
+        json j = {{"serial", json::array()}, {"usb", json::array()}};
+        for (const auto& p : serial) j["serial"].push_back({{"port", p.path}, {"driver", p.driver}});
+        for (std::size_t i = 0; i < names.size(); ++i)
+            j["usb"].push_back({{"port", "usb:" + std::to_string(i)}, {"product", names[i]}});
+        Print_Json(j);
+        return kOk;
+    }
+    std::cout << "Serial ports:\n";
+    for (const auto& p : serial) std::cout << Format("  %-16s %s", p.path.c_str(), p.driver.c_str()) << '\n';
+    if (serial.empty()) std::cout << "  none\n";
+    std::cout << "Garmin receivers on USB:\n";
+    for (std::size_t i = 0; i < names.size(); ++i)
+        std::cout << Format("  %-16s %s", ("usb:" + std::to_string(i)).c_str(), names[i].c_str()) << '\n';
+    if (names.empty()) std::cout << "  none\n";
     return kOk;
 }
 

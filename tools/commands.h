@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,13 @@ int Run_Baud(Session_Options& s, const Command_Options& c);
 int Run_Off(Session_Options& s, const Command_Options& c);
 int Run_Nmea(Session_Options& s, const Command_Options& c);
 int Run_Replay(Session_Options& s, const Command_Options& c);
+// The serial ports and the Garmin receivers on USB, each USB one by name.
+int Run_List(Session_Options& s, const Command_Options& c);
+
+using Command = int (*)(Session_Options&, const Command_Options&);
+// Runs a command the way the tool does: a failure becomes one line on err and
+// its exit code, and any failure once the platform was interrupted is kInterrupted.
+int Run_Command(Command run, Session_Options& s, const Command_Options& c, std::ostream& err);
 
 // "12 waypoints, 2 routes (9 points), ...": what a set holds.
 std::string Summary(const Data& data);

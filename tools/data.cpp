@@ -164,6 +164,18 @@ std::size_t Data::Count(Kind k) const {
     return 0;
 }
 
+void Data::Clear(Kind k) {
+    switch (k) {
+        case Kind::Waypoints: waypoints.clear(); break;
+        case Kind::Proximity: proximity.clear(); break;
+        case Kind::Routes: routes.clear(); break;
+        case Kind::Tracks: tracks.clear(); break;
+        case Kind::Laps: laps.clear(); break;
+        case Kind::Flightbook: flights.clear(); break;
+        case Kind::Almanac: almanac.clear(); break;
+    }
+}
+
 std::string Iso_Time(std::int64_t garmin_seconds) {
     using namespace std::chrono;
     const sys_seconds t{seconds{garmin_seconds + kGarmin_Epoch_Unix}};

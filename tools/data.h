@@ -45,6 +45,8 @@ struct Data {
 
     bool Has(Kind k) const;
     std::size_t Count(Kind k) const;
+    // Leaves out every record of this kind.
+    void Clear(Kind k);
 };
 
 // Receivers mark an empty float field with 1.0e25 and an empty time with all ones.

@@ -17,11 +17,14 @@ namespace trekcom::tool {
 std::string Gpx_Text(const Data& data);
 std::string Json_Text(const Data& data);
 
-// Reads waypoints, routes and tracks from a GPX file. The file is untrusted:
-// anything that is not well-formed GPX, or a value a receiver cannot take,
-// fails the whole read with "FILE:LINE: what is wrong" in error.
-bool Read_Gpx(const std::string& path, Data& out, std::string& error);
-// The same from text already in memory (name is used in messages).
+// Reads a record set from a GPX file or a JSON file (a JSON object), told
+// apart by their first character. Files are untrusted: anything malformed,
+// or a value a receiver cannot take, fails the whole read with the file's
+// name and what is wrong (its line for GPX, the value's place for JSON).
+bool Read_Records(const std::string& path, Data& out, std::string& error);
+// GPX text already in memory (name is used in messages): waypoints, routes and tracks.
 bool Parse_Gpx(const std::string& text, const std::string& name, Data& out, std::string& error);
+// JSON text as Json_Text writes it: every kind.
+bool Parse_Json(const std::string& text, const std::string& name, Data& out, std::string& error);
 
 }  // namespace trekcom::tool

@@ -332,14 +332,4 @@ bool Parse_Gpx(const std::string& text, const std::string& name, Data& out, std:
     return true;
 }
 
-bool Read_Gpx(const std::string& path, Data& out, std::string& error) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        error = path + ": cannot be read";
-        return false;
-    }
-    const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    return Parse_Gpx(text, path, out, error);
-}
-
 }  // namespace trekcom::tool

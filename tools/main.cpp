@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -21,12 +22,29 @@
 
 namespace {
 
-extern "C" void On_Interrupt(int) { trekcom::tool::g_interrupted = true; }
+// The loop every wait of this run pumps: SIGINT and SIGTERM ask it to give up.
+std::atomic<trekcom::Platform*> g_platform{nullptr};
+// A signal that came before the platform was there, for main to pass on.
+std::atomic<bool> g_early_interrupt{false};
+static_assert(std::atomic<trekcom::Platform*>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
+
+extern "C" void On_Interrupt(int) {
+    if (trekcom::Platform* p = g_platform.load())
+        p->Interrupt();
+    else
+        g_early_interrupt = true;
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
     using namespace trekcom::tool;
+    // First of all, so that an interrupt is never lost, however early.
+    struct sigaction sa {};
+    sa.sa_handler = On_Interrupt;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
     CLI::App app{"Talks to a Garmin GPS receiver over a serial port, USB or the built-in simulated receiver."};
     app.require_subcommand(1);
     app.footer("Exit codes: 0 ok, 1 other failure, 2 usage, 3 no device, 4 timeout, 5 unsupported kind,\n"
@@ -35,7 +53,8 @@ int main(int argc, char** argv) {
     Command_Options command;
     bool no_progress = false;
     app.add_option("--port,-p", options.port,
-                   "Serial device path, port number N (/dev/ttyS<N-1>), usb, or sim (the built-in simulated receiver)")
+                   "Serial device path, port number N (/dev/ttyS<N-1>), usb (the first Garmin receiver on USB), usb:N (the "
+                   "one after N others, as list shows them), or sim (the built-in simulated receiver)")
         ->capture_default_str();
     app.add_option("--settings", options.settings, "Line settings \"baud,parity,data,stop\" (default 9600,N,8,1)");
     app.add_option("--timeout", options.timeout_ms, "Milliseconds of silence before giving up (answers wait 2000..5000)")
@@ -80,37 +99,38 @@ int main(int argc, char** argv) {
     auto* nmea = app.add_subcommand("nmea", "Print the NMEA sentences the receiver sends, or send one");
     nmea->add_option("-n,--count", command.count, "Stop after N sentences");
     nmea->add_option("--send", command.sentence, "Send this sentence (\"$PGRMO,,3\") and exit");
+    auto* list = app.add_subcommand("list", "List the serial ports and the Garmin receivers on USB");
     auto* replay = app.add_subcommand("replay", "Replay a saved packet trace through the control");
     replay->add_option("log", command.input, "Trace file (the lines --trace writes)")->required();
 
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
+        // A mistyped command is not a subcommand, so the parser reports a
+        // missing one; the word the user typed says more.
+        const auto extra = app.remaining();
+        if (app.get_subcommands().empty() && !extra.empty() && e.get_name() == "RequiredError") {
+            std::string names;
+            for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; }))
+                names += (names.empty() ? "" : ", ") + sub->get_name();
+            std::cerr << "trekcom: unknown command \"" << extra.front() << "\" (commands: " << names << ")\n";
+            return kUsage;
+        }
         const int code = app.exit(e);
         return code == 0 ? kOk : kUsage;
     }
     options.progress = !no_progress;
 
-    struct sigaction sa {};
-    sa.sa_handler = On_Interrupt;
-    sigemptyset(&sa.sa_mask);
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
+    options.platform = trekcom::Default_Platform();
+    g_platform = options.platform.get();
+    if (g_early_interrupt) options.platform->Interrupt();
 
     const std::pair<CLI::App*, int (*)(Session_Options&, const Command_Options&)> kCommands[] = {
         {info, Run_Info},   {get, Run_Get},         {put, Run_Put},   {pvt, Run_Pvt},
         {time, Run_Time},   {position, Run_Position}, {sats, Run_Sats}, {voltages, Run_Voltages},
         {counts, Run_Counts}, {baud, Run_Baud},     {off, Run_Off},   {nmea, Run_Nmea},
-        {replay, Run_Replay}};
-    try {
-        for (const auto& [sub, run] : kCommands)
-            if (sub->parsed()) return run(options, command);
-    } catch (const Failure& f) {
-        std::cerr << "trekcom: " << f.what() << '\n';
-        return f.code;
-    } catch (const std::exception& e) {
-        std::cerr << "trekcom: " << e.what() << '\n';
-        return kError;
-    }
+        {list, Run_List},   {replay, Run_Replay}};
+    for (const auto& [sub, run] : kCommands)
+        if (sub->parsed()) return Run_Command(run, options, command, std::cerr);
     return kUsage;
 }

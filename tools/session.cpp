@@ -7,20 +7,29 @@
 #include <cerrno>
 #include <cstring>
 
+#include "devices.h"
 #include "progress.h"
 
 namespace trekcom::tool {
 
-std::atomic<bool> g_interrupted{false};
-
 namespace {
 
-// A wait is cut into slices so that Ctrl-C and the progress bar are seen.
+// A wait is cut into slices so that the progress bar moves.
 constexpr double kSlice_ms = 50;
 // The control's error for a download that ended short of its announced count.
 constexpr std::int16_t kIncomplete_Transfer = 7;
 // How late the control's watchdog may report on a busy machine.
 constexpr double kWatchdog_Margin_ms = 1000;
+// What the control raises while it finds no USB receiver; leaving it makes it look again.
+constexpr std::int16_t kUsb_Not_Found = 4;
+// Between two looks for a USB receiver: each look lists the whole bus.
+constexpr double kUsb_Search_Pause_ms = 250;
+
+// The control breaks some messages into lines; the tool's failures are one.
+std::string One_Line(std::string s) {
+    for (std::size_t at; (at = s.find("\r\n")) != std::string::npos;) s.replace(at, 2, " ");
+    return s;
+}
 
 bool Blank(const std::string& s) {
     return std::all_of(s.begin(), s.end(), [](unsigned char c) { return std::isspace(c) || c == 0; });
@@ -28,11 +37,14 @@ bool Blank(const std::string& s) {
 
 }  // namespace
 
-Session::Session(Session_Options options) : options_(std::move(options)) {
+Session::Session(Session_Options options)
+    : options_(std::move(options)), ctl_(options_.platform ? options_.platform : Default_Platform()) {
     ctl_.Advise(*this);
 }
 
 Session::~Session() {
+    // Message boxes went to this session's trace (Open): no longer.
+    if (ctl_.Platform()) ctl_.Platform()->Message_Box_Handler(nullptr);
     ctl_.Unadvise();
     if (ctl_.Platform()) ctl_.PortClose();
 }
@@ -58,7 +70,12 @@ void Session::Open() {
         sim_ = Sim_Port::Start(options_.sim, error);
         if (!sim_) throw Failure(kNo_Device, "cannot start the simulated receiver: " + error);
         ctl_.Port_Name(sim_->Path());
-    } else if (port == "usb") {
+    } else if (Usb()) {
+        // usb:N, the receiver after N others; plain usb, the first.
+        const std::string n = port == "usb" ? "0" : port.substr(4);
+        if (n.empty() || n.size() > 3 || !std::all_of(n.begin(), n.end(), [](unsigned char c) { return std::isdigit(c); }))
+            throw Failure(kUsage, "--port " + port + ": use usb or usb:N (trekcom list shows N)");
+        ctl_.Platform()->Usb_Device(std::stoi(n));
         ctl_.Port(0);
     } else if (!port.empty() && std::all_of(port.begin(), port.end(), [](unsigned char c) { return std::isdigit(c); })) {
         if (port.size() > 4) throw Failure(kUsage, "--port " + port + ": no such port number");
@@ -76,7 +93,15 @@ void Session::Open() {
     ctl_.Track_Point_True_Size(true);
     const std::size_t before = errors_.size();
     if (!ctl_.PortOpen()) {
-        const std::string why = errors_.size() > before ? errors_.back() : "cannot open the port";
+        if (ctl_.Platform()->Interrupted()) throw Failure(kInterrupted, "interrupted: opening " + Port_Text());
+        // What the system shows about a receiver that is there says more
+        // than the driver's status.
+        const std::string diagnosis = Usb() ? Usb_Diagnosis(options_.system_root) : "";
+        if (!diagnosis.empty()) throw Failure(kNo_Device, "no device: " + diagnosis);
+        if (usb_search_given_up_)
+            throw Failure(kNo_Device, "no device: no Garmin USB receiver appeared within " +
+                                          std::to_string(options_.timeout_ms) + " ms (--timeout)");
+        const std::string why = errors_.size() > before ? One_Line(errors_.back()) : "cannot open the port";
         throw Failure(kNo_Device, "no device: " + Port_Text() + ": " + why);
     }
 }
@@ -120,7 +145,7 @@ void Session::Wait(const char* what, const std::function<bool()>& done, double s
     last_packet_ms_ = platform.Now_ms();
     const double limit_ms = std::max<double>(options_.timeout_ms, silence_ms);
     while (!done()) {
-        if (g_interrupted) throw Failure(kInterrupted, std::string("interrupted: ") + what);
+        if (platform.Interrupted()) throw Failure(kInterrupted, std::string("interrupted: ") + what);
         platform.Run_Until(done, kSlice_ms);
         if (!done() && platform.Now_ms() - last_packet_ms_ > limit_ms)
             throw Failure(kTimeout, std::string("timeout: the receiver stopped answering during ") + what);
@@ -234,24 +259,28 @@ void Session::Download_One(Kind k, Data& out) {
 
 // ---------------------------------------------------------------- uploads
 
-void Session::Upload(const Data& data) {
+std::vector<Kind> Session::Upload(const Data& data) {
     struct Batch {
         Kind kind;
         std::size_t records;
     };
     std::vector<Batch> batches;
+    std::vector<Kind> skipped;
     const bool links = !Blank(ctl_.Route_Link_Format());
     const bool headers = !Blank(ctl_.Track_Header_Format());
     std::size_t route_records = 0, track_records = 0;
     for (const auto& r : data.routes)
         route_records += 1 + r.points.size() + (links && !r.points.empty() ? r.points.size() - 1 : 0);
     for (const auto& t : data.tracks) track_records += (headers ? 1 : 0) + t.points.size();
-    for (auto [kind, n] : {std::pair{Kind::Waypoints, data.waypoints.size()}, {Kind::Proximity, data.proximity.size()},
-                           {Kind::Routes, route_records}, {Kind::Tracks, track_records}}) {
+    for (Kind kind : kAll_Kinds) {
+        const std::size_t n = kind == Kind::Routes ? route_records : kind == Kind::Tracks ? track_records : data.Count(kind);
         if (n == 0) continue;
-        if (!Supports(kind))
-            throw Failure(kUnsupported, "unsupported kind: " + Describe() + " takes no " + std::string(Kind_Name(kind)) +
-                                            "; nothing was uploaded");
+        // An almanac goes up in the unit's own layout, so it needs one.
+        const bool takes = kind == Kind::Almanac ? !Blank(ctl_.Almanac_Data_Format()) : Supports(kind);
+        if (!takes) {
+            skipped.push_back(kind);
+            continue;
+        }
         if (n > 32767)
             throw Failure(kError, "too many " + std::string(Kind_Name(kind)) + " for one upload: " + std::to_string(n));
         batches.push_back({kind, n});
@@ -264,8 +293,16 @@ void Session::Upload(const Data& data) {
         const std::size_t before = errors_.size();
         auto sent_one = [&] {
             bar.Update(++sent, static_cast<long>(b.records));
-            if (g_interrupted) throw Failure(kInterrupted, "interrupted: uploading " + name);
+            if (ctl_.Platform()->Interrupted()) throw Failure(kInterrupted, "interrupted: uploading " + name);
             Expect_No_New_Errors(before, kRefused, "uploading " + name);
+        };
+        // Records the control takes as they are: each set as the current one, then sent.
+        auto send_each = [&](const auto& list, auto set_current, void (TrekcomCtl::*send)()) {
+            for (const auto& r : list) {
+                set_current(std::make_shared<std::decay_t<decltype(r)>>(r));
+                (ctl_.*send)();
+                sent_one();
+            }
         };
         std::int16_t count = static_cast<std::int16_t>(b.records);
         ctl_.Start_of_Records(count);
@@ -312,12 +349,18 @@ void Session::Upload(const Data& data) {
                     }
                 }
                 break;
-            default:
+            case Kind::Laps: send_each(data.laps, [&](auto r) { ctl_.Lap(r); }, &TrekcomCtl::Send_Lap); break;
+            case Kind::Flightbook:
+                send_each(data.flights, [&](auto r) { ctl_.Flightbook_Record(r); }, &TrekcomCtl::Send_Flightbook_Record);
+                break;
+            case Kind::Almanac:
+                send_each(data.almanac, [&](auto r) { ctl_.Almanac(r); }, &TrekcomCtl::Send_Almanac_Data);
                 break;
         }
         ctl_.End_of_Records();
         Expect_No_New_Errors(before, kRefused, "uploading " + name);
     }
+    return skipped;
 }
 
 // ---------------------------------------------------------------- events
@@ -349,8 +392,25 @@ void Session::NMEA(std::string& sentence, bool& good) {
 
 void Session::cError(std::int16_t& code, std::string& message, Bytes&) {
     if (trace_) trace_ << "error " << code << ": " << message << '\n';
+    if (code == kUsb_Not_Found && Usb()) {
+        Usb_Not_Found(code);
+        return;
+    }
     errors_.push_back(message);
     error_codes_.push_back(code);
+}
+
+void Session::Usb_Not_Found(std::int16_t& code) {
+    Platform& platform = *ctl_.Platform();
+    if (usb_search_start_ms_ < 0) {
+        usb_search_start_ms_ = platform.Now_ms();
+        *options_.notes << "trekcom: waiting for a Garmin USB receiver (connect it and switch it on)...\n";
+    }
+    platform.Run_Until([] { return false; }, kUsb_Search_Pause_ms);
+    if (platform.Now_ms() - usb_search_start_ms_ >= options_.timeout_ms) {
+        usb_search_given_up_ = true;
+        code = 0;
+    }
 }
 
 void Session::ReceiveCounts(std::int16_t& w, std::int16_t& p, std::int16_t& r, std::int16_t& t) {

@@ -3,10 +3,10 @@
 // every way it can fail turned into a Failure that carries the exit code.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -38,9 +38,6 @@ struct Failure : std::runtime_error {
     int code;
 };
 
-// Set from the SIGINT handler; every wait gives up when it turns true.
-extern std::atomic<bool> g_interrupted;
-
 struct Session_Options {
     std::string port = "1";  // PATH, N, usb or sim
     std::string settings;    // empty: the control's default
@@ -49,6 +46,13 @@ struct Session_Options {
     std::string trace_file;
     bool progress = true;    // may draw a bar when standard error is a terminal
     Sim_Options sim;
+    // The loop the control runs on; null: the real one. Interrupting it
+    // (Platform::Interrupt) ends whatever the session is waiting for.
+    std::shared_ptr<Platform> platform;
+    // Where notes for the user go while a command runs (the device search's).
+    std::ostream* notes = &std::cerr;
+    // Where the kernel's files are read to say why a USB receiver cannot be used.
+    std::string system_root = "/";
 };
 
 class Session : private TrekcomCtlEvents {
@@ -67,10 +71,9 @@ public:
     // Downloads the kinds; a kind the receiver lacks fails with kUnsupported
     // unless skip_unsupported, which leaves it out.
     Data Download(const std::vector<Kind>& kinds, bool skip_unsupported);
-    // Uploads waypoints, proximity waypoints, routes and tracks. Checks first
-    // that the receiver takes every kind the set holds, so a set it cannot
-    // take uploads nothing.
-    void Upload(const Data& data);
+    // Uploads every kind the set holds records of that the receiver takes;
+    // returns the kinds it holds records of that the receiver does not take.
+    std::vector<Kind> Upload(const Data& data);
 
     // One request of the real-time kind, failing with kTimeout when the
     // receiver raises an error instead of answering.
@@ -90,6 +93,9 @@ private:
     void Download_One(Kind k, Data& out);
     void Expect_No_New_Errors(std::size_t before, int code, const std::string& doing);
     std::string Port_Text() const;
+    bool Usb() const { return options_.port == "usb" || options_.port.starts_with("usb:"); }
+    // The control's device search asks after each look whether to go on.
+    void Usb_Not_Found(std::int16_t& code);
 
     void Receive(Bytes& packet) override;
     void HexDebug(std::string& line) override;
@@ -103,6 +109,8 @@ private:
     std::ofstream trace_;
     std::vector<std::string> errors_;
     std::vector<std::int16_t> error_codes_;  // beside errors_
+    double usb_search_start_ms_ = -1;  // when the device search first found nothing
+    bool usb_search_given_up_ = false;
     double last_packet_ms_ = 0;
     long completions_ = 0;      // transfer-complete packets
     long records_seen_ = 0;     // record packets of the current transfer

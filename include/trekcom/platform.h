@@ -23,8 +23,18 @@
 // * Destroying a SerialPort or Timer from inside its own callback is not
 //   allowed; destroying it anywhere else is, and it stops at once.
 // * The platform must outlive every port and timer created from it.
+//
+// Abandoning a wait
+// -----------------
+// Interrupt() asks every wait to give up: Run_Until returns within about a
+// tenth of a second, and the control's own waits (an answer, a transfer, the
+// baud search, the USB device search) end as if their time had run out. It
+// is the one call that may come from a signal handler or another thread. The
+// request stands until Clear_Interrupt(), so a wait that starts after it ends
+// at once too; a host that goes on talking to the receiver clears it first.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -202,8 +212,14 @@ public:
     // OnComm and Tick events. Waits for I/O or the next timer for about a
     // millisecond at most (the virtual platform moves its clock instead).
     void DoEvents();
-    // Runs the loop until done() is true or timeout_ms have passed; returns done().
+    // Runs the loop until done() is true, timeout_ms have passed or the wait
+    // is interrupted; returns done().
     bool Run_Until(const std::function<bool()>& done, double timeout_ms);
+
+    // ---- abandoning waits (see the top of this file)
+    void Interrupt() noexcept { interrupted_.store(true, std::memory_order_relaxed); }
+    bool Interrupted() const noexcept { return interrupted_.load(std::memory_order_relaxed); }
+    void Clear_Interrupt() noexcept { interrupted_.store(false, std::memory_order_relaxed); }
 
     virtual std::unique_ptr<SerialPort> Create_Serial_Port() = 0;
     std::unique_ptr<Timer> Create_Timer() { return std::make_unique<Timer>(*this); }
@@ -229,12 +245,17 @@ public:
     // another driver on any platform, the simulated receiver's for instance.
     std::unique_ptr<UsbDriver> Create_Usb_Driver();
     void Usb_Driver_Handler(std::function<std::unique_ptr<UsbDriver>()> factory);
+    // Which of several Garmin receivers on USB Port 0 reaches: 0 (the
+    // default) the first found, N the one after N others. Read by each new driver.
+    void Usb_Device(int index) { usb_device_ = index < 0 ? 0 : index; }
+    int Usb_Device() const { return usb_device_; }
 
 protected:
     virtual std::unique_ptr<UsbDriver> System_Usb_Driver();
 
 private:
     std::function<std::unique_ptr<UsbDriver>()> usb_driver_factory_;
+    int usb_device_ = 0;
     // ---- end of USB
 
 protected:
@@ -250,6 +271,9 @@ private:
     void Fire_Due_Timers();
     void Service_Ports();
 
+    // Lock-free, so setting it is safe in a signal handler.
+    static_assert(std::atomic<bool>::is_always_lock_free);
+    std::atomic<bool> interrupted_{false};
     std::vector<Timer*> timers_;
     std::vector<SerialPort*> ports_;
     std::function<void(const std::string&)> message_box_;

@@ -32,6 +32,9 @@ void Control::USB_USBError(std::int16_t& seq, std::string& message, Bytes& Packe
         std::string as_text = Bytes2String(Packet);
         sink->vcError(seq, message, as_text);
     }
+    // The search goes on only while the host keeps the code at 4; a host
+    // that asked for its waits to be abandoned has stopped it whatever it left.
+    if (link.Abandoned()) seq = 0;
     // The transport has given up: a download still open has ended with it.
     engine.Close_Tally();
 }

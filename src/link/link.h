@@ -86,8 +86,9 @@ public:
     static const std::array<std::string, 7> BaudList;
     // Set while the control is being destroyed: waits give up at once.
     bool Terminating = false;
-    // Whether every wait should give up now (the control is going away).
-    bool Abandoned() const { return Terminating; }
+    // Whether every wait should give up now: the control is going away, or
+    // the host asked the platform to abandon its waits (Platform::Interrupt).
+    bool Abandoned() const { return Terminating || platform_.Interrupted(); }
 
     // Builds the fixed packets from the ids in force.
     void Build_Fixed_Packets();

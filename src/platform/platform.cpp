@@ -13,6 +13,9 @@ namespace trekcom {
 
 namespace {
 constexpr double kMaxPumpWait_ms = 1.0;
+// The longest a wait sleeps between looks at the interrupt request: the
+// loop is not woken by a signal, so this bounds how late an interrupt is seen.
+constexpr double kInterrupt_Latency_ms = 100.0;
 
 template <typename T>
 bool Registered(const std::vector<T*>& list, const T* item) {
@@ -31,8 +34,8 @@ bool Platform::Run_Until(const std::function<bool()>& done, double timeout_ms) {
     const double deadline = Now_ms() + timeout_ms;
     while (!done()) {
         const double left = deadline - Now_ms();
-        if (left <= 0) return done();
-        Pump(left);
+        if (left <= 0 || Interrupted()) return done();
+        Pump(std::min(left, kInterrupt_Latency_ms));
     }
     return true;
 }

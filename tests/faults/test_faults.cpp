@@ -208,7 +208,9 @@ protected:
 };
 
 TEST_P(Faults, TransferEndsAsTheErrorHandlingSays) {
-    const auto& [kind, fault] = GetParam();
+    // Plain references, not a structured binding: clang 14 cannot capture those.
+    const auto& kind = std::get<0>(GetParam());
+    const auto& fault = std::get<1>(GetParam());
     auto unit = std::make_shared<sim::Virtual_Unit>(sim::Profile::Named(kind.profile));
     auto cable = std::make_shared<Cable>(unit);
     vp->Attach(1, cable);

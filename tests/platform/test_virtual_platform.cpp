@@ -92,3 +92,28 @@ TEST(VirtualPlatform, MissingPortFailsToOpenAndBadSettingsAreRefused) {
     port->PortOpen(true);
     EXPECT_TRUE(port->PortOpen());
 }
+
+// An interrupt ends a long wait soon after it comes, whoever is waiting, and
+// keeps ending waits until the host clears it.
+TEST(VirtualPlatform, InterruptEndsWaitsUntilCleared) {
+    VirtualPlatform vp;
+    auto t = vp.Create_Timer();
+    double at = -1;
+    t->Tick = [&] {
+        vp.Interrupt();
+        at = vp.Now_ms();
+        t->Enabled(false);
+    };
+    t->Interval(1234);
+    t->Enabled(true);
+    EXPECT_FALSE(vp.Run_Until([] { return false; }, 3600e3));
+    EXPECT_TRUE(vp.Interrupted());
+    EXPECT_LE(vp.Now_ms() - at, 100);
+    const double later = vp.Now_ms();
+    EXPECT_FALSE(vp.Run_Until([] { return false; }, 5000));
+    EXPECT_EQ(vp.Now_ms(), later);
+    EXPECT_TRUE(vp.Run_Until([] { return true; }, 5000));  // a wait already done still says so
+    vp.Clear_Interrupt();
+    EXPECT_FALSE(vp.Run_Until([] { return false; }, 5000));
+    EXPECT_NEAR(vp.Now_ms(), later + 5000, 1.0);
+}

@@ -2,6 +2,8 @@
 // against its own --port sim, and against ports with nobody or nothing there.
 #include <fcntl.h>
 #include <pty.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -126,7 +128,7 @@ TEST_F(Tool, GetAllWritesGpxAndSkipsWhatTheUnitLacks) {
         << r.out;
     Data d;
     std::string error;
-    ASSERT_TRUE(Read_Gpx(out.string(), d, error)) << error;
+    ASSERT_TRUE(Read_Records(out.string(), d, error)) << error;
     EXPECT_EQ(d.waypoints.size(), builtin.waypoints.size());
     EXPECT_EQ(d.proximity.size(), builtin.proximity.size());
     EXPECT_EQ(d.tracks.size(), builtin.tracks.size());
@@ -228,11 +230,49 @@ TEST_F(Tool, FailuresGiveTheirCodeAndOneLine) {
     EXPECT_EQ(malformed.err, "trekcom: bad file: " + bad.string() + ":3: wpt lon \"east\" is not a number\n");
     EXPECT_EQ(malformed.out, "");  // nothing was uploaded, not even the good waypoint
 
+    const Result typo = Sim({"bogus"});
+    EXPECT_EQ(typo.code, 2);
+    EXPECT_EQ(typo.err.find("trekcom: unknown command \"bogus\" (commands: info, get, put,"), 0u) << typo.err;
+    EXPECT_TRUE(one_line(typo)) << typo.err;
+
     const Result unknown = Sim({"get", "pebbles"});
     EXPECT_EQ(unknown.code, 2);
     EXPECT_TRUE(one_line(unknown)) << unknown.err;
     EXPECT_EQ(Run_Tool(scratch, {"get"}).code, 2);
     EXPECT_EQ(Run_Tool(scratch, {"put", "--help"}).code, 0);
+}
+
+// SIGINT and SIGTERM reach the tool's waits: here the search for a USB
+// receiver, which this machine does not have.
+TEST_F(Tool, SignalsEndAWaitWithExit130) {
+    for (int sig : {SIGINT, SIGTERM}) {
+        const fs::path err = scratch / ("stderr-" + std::to_string(sig));
+        const pid_t pid = fork();
+        if (pid == 0) {
+            const int e = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            dup2(e, 2);
+            execl(TREKCOM_TOOL, TREKCOM_TOOL, "--port", "usb", "--timeout", "600000", "info", nullptr);
+            _exit(127);
+        }
+        // Until it says it is waiting (it exits at once where USB is not supported).
+        int status = 0;
+        bool waiting = false;
+        for (int i = 0; i < 1000 && !waiting; ++i) {
+            if (waitpid(pid, &status, WNOHANG) == pid) break;
+            waiting = Read_File(err).find("waiting for a Garmin USB receiver") != std::string::npos;
+            if (!waiting) usleep(10000);
+        }
+        if (!waiting) {
+            kill(pid, SIGKILL);
+            waitpid(pid, &status, 0);
+            GTEST_SKIP() << "the tool did not wait for a USB receiver here: " << Read_File(err);
+        }
+        kill(pid, sig);
+        ASSERT_EQ(waitpid(pid, &status, 0), pid);
+        ASSERT_TRUE(WIFEXITED(status)) << "killed by signal " << WTERMSIG(status);
+        EXPECT_EQ(WEXITSTATUS(status), 130);
+        EXPECT_NE(Read_File(err).find("trekcom: interrupted"), std::string::npos) << Read_File(err);
+    }
 }
 
 // A trace written by one run replays through the control in another, with no receiver.

@@ -63,16 +63,44 @@ private:
     Usb_Status why_;
 };
 
+// Another driver, whose receivers from `first` on are counted from 0: the
+// transport looks for the first receiver, and this makes that the chosen one.
+class Shifted_Usb_Driver final : public UsbDriver {
+public:
+    Shifted_Usb_Driver(std::unique_ptr<UsbDriver> inner, int first) : inner_(std::move(inner)), first_(first) {}
+
+    Usb_Status Find(int index, std::string& path) override { return inner_->Find(first_ + index, path); }
+    Usb_Status Open(const std::string& path) override { return inner_->Open(path); }
+    bool Is_Open() const override { return inner_->Is_Open(); }
+    void Close() override { inner_->Close(); }
+    std::unique_ptr<UsbInterruptReader> Open_Interrupt_Reader(Usb_Status& status) override {
+        return inner_->Open_Interrupt_Reader(status);
+    }
+    Usb_Status Io_Control(std::uint32_t code, Bytes& out) override { return inner_->Io_Control(code, out); }
+    Usb_Status Bulk_Read(Bytes& out, std::size_t max, int timeout_ms) override {
+        return inner_->Bulk_Read(out, max, timeout_ms);
+    }
+    Usb_Status Write(const Bytes& packet) override { return inner_->Write(packet); }
+    Usb_Status Reset() override { return inner_->Reset(); }
+    std::string Last_Error() const override { return inner_->Last_Error(); }
+    long Last_Error_Code() const override { return inner_->Last_Error_Code(); }
+
+private:
+    std::unique_ptr<UsbDriver> inner_;
+    int first_;
+};
+
 }  // namespace
 
 std::unique_ptr<UsbDriver> Make_Null_Usb_Driver(Usb_Status why) { return std::make_unique<Null_Usb_Driver>(why); }
 
 std::unique_ptr<UsbDriver> Platform::Create_Usb_Driver() {
-    if (usb_driver_factory_) {
-        if (auto driver = usb_driver_factory_()) return driver;
-    }
-    if (auto driver = System_Usb_Driver()) return driver;
-    return Make_Null_Usb_Driver();
+    std::unique_ptr<UsbDriver> driver;
+    if (usb_driver_factory_) driver = usb_driver_factory_();
+    if (!driver) driver = System_Usb_Driver();
+    if (!driver) driver = Make_Null_Usb_Driver();
+    if (usb_device_ > 0) driver = std::make_unique<Shifted_Usb_Driver>(std::move(driver), usb_device_);
+    return driver;
 }
 
 void Platform::Usb_Driver_Handler(std::function<std::unique_ptr<UsbDriver>()> factory) {
