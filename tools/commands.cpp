@@ -331,6 +331,8 @@ int Run_Get(Session_Options& s, const Command_Options& c) {
     // The summary goes where it does not mix with the data.
     (c.output == "-" ? std::cerr : std::cout) << (c.output == "-" ? "" : c.output + ": ") << Summary(data) << " from "
                                               << data.source << '\n';
+    // What came short is saved all the same, and said.
+    if (!o.session.Shortfall().empty()) throw Failure(kIncomplete, o.session.Shortfall());
     return kOk;
 }
 

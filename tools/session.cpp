@@ -170,6 +170,7 @@ Data Session::Download(const std::vector<Kind>& kinds, bool skip_unsupported) {
         }
         Download_One(k, out);
         out.kinds.push_back(k);
+        if (!shortfall_.empty()) break;
     }
     return out;
 }
@@ -187,14 +188,18 @@ void Session::Download_One(Kind k, Data& out) {
     Progress bar(name, options_.progress);
     const std::size_t before = errors_.size();
     // A short download is never taken for a whole one: the control's count
-    // check comes first, then any other error it raised.
+    // check comes first, and what did arrive is kept; then any other error.
     auto expect_whole = [&] {
         for (std::size_t i = before; i < errors_.size(); ++i)
-            if (error_codes_[i] == kIncomplete_Transfer) throw Failure(kIncomplete, name + ": " + errors_[i]);
+            if (error_codes_[i] == kIncomplete_Transfer) {
+                shortfall_ = name + ": " + errors_[i];
+                return;
+            }
         Expect_No_New_Errors(before, kTimeout, "timeout: downloading " + name);
     };
     (ctl_.*kRequest[static_cast<int>(k)])();
     expect_whole();
+    if (!shortfall_.empty()) return;
     // The control ends a download that falls silent by itself, within two
     // watchdog periods, and says how many records came: give it that long.
     Wait(

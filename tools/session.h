@@ -69,8 +69,11 @@ public:
 
     bool Supports(Kind k) const;
     // Downloads the kinds; a kind the receiver lacks fails with kUnsupported
-    // unless skip_unsupported, which leaves it out.
+    // unless skip_unsupported, which leaves it out. A kind that came short of
+    // its announced count keeps what arrived and ends the downloads there;
+    // Shortfall() then says what was short.
     Data Download(const std::vector<Kind>& kinds, bool skip_unsupported);
+    const std::string& Shortfall() const { return shortfall_; }
     // Uploads every kind the set holds records of that the receiver takes;
     // returns the kinds it holds records of that the receiver does not take.
     std::vector<Kind> Upload(const Data& data);
@@ -109,6 +112,7 @@ private:
     std::ofstream trace_;
     std::vector<std::string> errors_;
     std::vector<std::int16_t> error_codes_;  // beside errors_
+    std::string shortfall_;                  // "waypoints: ... 5 of 6 records received"
     double usb_search_start_ms_ = -1;  // when the device search first found nothing
     bool usb_search_given_up_ = false;
     double last_packet_ms_ = 0;

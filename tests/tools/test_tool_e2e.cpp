@@ -210,13 +210,18 @@ TEST_F(Tool, FailuresGiveTheirCodeAndOneLine) {
     EXPECT_EQ(silent.err, std::string("trekcom: timeout: no receiver answers on ") + name +
                               " (No response from device)\n");
 
-    // A unit that falls silent after two of its waypoints: the tool says how many came.
+    // A unit that falls silent after two of its waypoints: the tool saves
+    // the two and says how many came.
     Sim_Process stalling(scratch.path, {"--stall-after", "2"});
     ASSERT_TRUE(stalling.Ready());
-    const Result stalled = Run_Tool(scratch, {"--port", stalling.Link(), "--timeout", "2000", "get", "waypoints"});
+    const fs::path partial = scratch / "partial.json";
+    const Result stalled = Run_Tool(
+        scratch, {"--port", stalling.Link(), "--timeout", "2000", "--json", "get", "waypoints", "-o", partial});
     EXPECT_EQ(stalled.code, 8);
     EXPECT_EQ(stalled.err, "trekcom: waypoints: Incomplete transfer: 2 of " +
                                std::to_string(builtin.waypoints.size()) + " records received\n");
+    const auto saved = nlohmann::json::parse(Read_File(partial), nullptr, false);
+    EXPECT_EQ(saved["waypoints"].size(), 2u) << saved.dump();
 
     const Result unsupported = Sim({"get", "flightbook"});
     EXPECT_EQ(unsupported.code, 5);
