@@ -311,6 +311,22 @@ const Usb_Fault kUsb_Faults[] = {
     {"zero_length_packets", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().usb_zero_length = true; }, nullptr},
 };
 
+// A host that abandons its waits (Platform::Interrupt, as on Ctrl-C) ends a
+// stalled USB read within a second, not after the ten seconds a stall is
+// otherwise given; the records read so far stay.
+TEST_F(Usb_Control, AnInterruptEndsAStalledRead) {
+    ctl.Request_Product_Data();
+    receiver->unit.Fault_Knobs().stall_after_record = kRecord_K;
+    auto alarm = vp->Create_Timer();
+    alarm->Interval(500);
+    alarm->Tick = [&] { vp->Interrupt(); };
+    alarm->Enabled(true);
+    const double start = vp->Now_ms();
+    ctl.Request_Waypoints();
+    EXPECT_LT(vp->Now_ms() - start, 1500);
+    EXPECT_EQ(ctl.Waypoints()->Count(), kRecord_K);
+}
+
 struct Usb_Kind {
     const char* name;
     void (TrekcomCtl::*request)();

@@ -235,7 +235,7 @@ bool cUSB::Start_Session() {
             if (Read_Packets(expected)) return true;
             if (!Is_Open()) return false;
             platform_->DoEvents();
-        } while (platform_->Now_ms() < until);
+        } while (platform_->Now_ms() < until && !platform_->Interrupted());
         return false;
     };
     // Expected id 1 is how a read of Session Started (6) is asked for: a plain
@@ -394,7 +394,8 @@ cUSB::Read_End cUSB::Read_Bulk(std::vector<Bytes>& chunks, std::uint16_t expecte
         // A record transfer runs until its completion packet; a pause in
         // between is the receiver catching up.
         if (expected == kRecords && last_id != kXfer_Complete) {
-            if (platform_->Now_ms() - quiet_since < kBulk_Stall_ms) {
+            // The host may give up on the wait sooner (Platform::Interrupt).
+            if (platform_->Now_ms() - quiet_since < kBulk_Stall_ms && !platform_->Interrupted()) {
                 Pause(kBulk_Pause_ms);
                 if (!Is_Open()) return Read_End::closed;
                 continue;
