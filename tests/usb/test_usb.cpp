@@ -87,6 +87,8 @@ protected:
     Usb_Recorder rec;
 };
 
+// (Random blocks and bulk reads, lying headers included, are the usb fuzz
+// target's: every packet it hands on must be whole.)
 TEST_F(Usb_Transport, BlocksOfAnyContentAreDroppedOrDeliveredWhole) {
     ASSERT_TRUE(usb.Open());
     Inject(Usb_Packet(20, 35, 0, {}));                 // size 0
@@ -109,37 +111,8 @@ TEST_F(Usb_Transport, BlocksOfAnyContentAreDroppedOrDeliveredWhole) {
     EXPECT_EQ(rec.serial[1], (Bytes{16, 123, 8, 2, 0, 0, 0, 0x2C, 0x01, 9, 8, 0, 16, 3}));
     EXPECT_EQ(usb.Stats().packets_cut, 1);
     EXPECT_FALSE(usb.Busy());
+    EXPECT_TRUE(usb.Is_Open());
     EXPECT_TRUE(receiver->interrupt_blocks.empty());
-}
-
-TEST_F(Usb_Transport, RandomBlocksAreDeliveredOnlyWhole) {
-    ASSERT_TRUE(usb.Open());
-    std::mt19937 rng(1047);
-    for (int round = 0; round < 200; ++round) {
-        for (int b = 0; b < 20; ++b) {
-            Bytes block(rng() % 70);
-            for (auto& x : block) x = static_cast<std::uint8_t>(rng());
-            if (block.size() >= 12 && rng() % 2) {  // a plausible header, often a lying one
-                block[0] = rng() % 3 ? 20 : 0;
-                const std::uint32_t size = rng() % 3 ? rng() % 200 : rng();
-                for (int i = 0; i < 4; ++i) block[8 + i] = static_cast<std::uint8_t>(size >> (8 * i));
-            }
-            receiver->interrupt_blocks.push_back(block);
-        }
-        // An empty block ends a read, as an empty pipe does: read on.
-        for (int reads = 0; reads < 40 && !receiver->interrupt_blocks.empty(); ++reads) usb.Read_Packets(0);
-        ASSERT_TRUE(receiver->interrupt_blocks.empty());
-        ASSERT_TRUE(usb.Is_Open());
-    }
-    ASSERT_FALSE(rec.usb.empty());
-    for (std::size_t i = 0; i < rec.usb.size(); ++i) {
-        const Bytes& u = rec.usb[i];
-        const std::uint32_t size = u[8] | (u[9] << 8) | (u[10] << 16) | (static_cast<std::uint32_t>(u[11]) << 24);
-        EXPECT_GE(size, 1u);
-        EXPECT_LE(size, 1046u);
-        EXPECT_EQ(u.size(), 12 + size);
-        EXPECT_EQ(rec.serial[i].size(), size + (rec.serial[i][1] == 123 ? 12u : 6u));
-    }
 }
 
 TEST_F(Usb_Transport, ExpectedIdsThatNeedNoRead) {
