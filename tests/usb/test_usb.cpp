@@ -127,28 +127,14 @@ TEST_F(Usb_Transport, ExpectedIdsThatNeedNoRead) {
     EXPECT_FALSE(usb.Read_Packets(0));  // nothing left
 }
 
-TEST_F(Usb_Transport, SessionStartAndDeviceThatVanishesMidTransfer) {
+// (A device that vanishes mid-transfer is the unplugged row of Usb_Faults.)
+TEST_F(Usb_Transport, SessionStartAsksForTheSessionAndTheProtocols) {
     ASSERT_TRUE(usb.Open());
     EXPECT_TRUE(usb.Start_Session());
     EXPECT_EQ(usb.Max_Packet_Size(), 64u);
     ASSERT_GE(receiver->written.size(), 2u);
     EXPECT_EQ(receiver->written[0], Usb_Packet(0, 5, 0, {}));
     EXPECT_EQ(receiver->written[1], Usb_Packet(0, 16, 0, {}));
-
-    rec.serial.clear();  // the session's own answer
-    receiver->vanish_after_bulk_reads = 3;
-    EXPECT_TRUE(usb.Write_Packet({16, 10, 2, 7, 0, 0, 16, 3}));  // waypoints, please
-    const double start = vp->Now_ms();
-    EXPECT_TRUE(usb.Read_Packets(27));  // the records packet came before the device went
-    EXPECT_LT(vp->Now_ms() - start, 1000);
-    ASSERT_EQ(rec.errors.size(), 1u);
-    EXPECT_EQ(rec.errors[0].second, "USB device read failed");
-    EXPECT_FALSE(usb.Is_Open());
-    // What was read whole before the device went is handed on: the records
-    // packet and the first two records.
-    ASSERT_EQ(rec.serial.size(), 3u);
-    EXPECT_EQ(rec.serial[0][1], 27);
-    EXPECT_EQ(rec.serial[1][1], 35);
 }
 
 // A control on Port 0, its events recorded.
@@ -158,7 +144,6 @@ protected:
         ctl.Advise(rec);
         ctl.Port(0);
     }
-    detail::Control& C() { return detail::Control::Of(ctl); }
 
     std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
     std::shared_ptr<Sim_Usb_Receiver> receiver = Plug_In(vp);
@@ -590,7 +575,8 @@ TEST(UsbAgainstSerial, AwkwardBytesArriveIntactOverBoth) {
     }
 }
 
-TEST_F(Usb_Control, UploadAndPvtPolling) {
+// (PVT packets arriving while the host polls: Usb_Polling.)
+TEST_F(Usb_Control, UploadNeedsNoAcknowledgements) {
     ctl.Request_Product_Data();
     ASSERT_TRUE(rec.errors.empty());
     // An upload needs no acknowledgements, and no watchdog re-sends a record.
@@ -608,16 +594,6 @@ TEST_F(Usb_Control, UploadAndPvtPolling) {
     const auto before = receiver->written.size();
     vp->Advance(10000);
     EXPECT_EQ(receiver->written.size(), before);
-
-    // PVT: the unit streams once a second; each poll delivers what came.
-    ctl.Send(link::Make_Packet(10, {49, 0}));
-    int pvt = 0;
-    for (int i = 0; i < 5; ++i) {
-        vp->Advance(1000);
-        C().USB_Poll();
-    }
-    for (const Bytes& p : rec.received) pvt += p[1] == 51;
-    EXPECT_GE(pvt, 4);
 }
 
 }  // namespace
