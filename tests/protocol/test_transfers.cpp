@@ -63,9 +63,6 @@ INSTANTIATE_TEST_SUITE_P(Profiles, Counts,
                                            Count_Case{"l002", false, false, 1}),
                          [](const auto& info) { return std::string(info.param.profile); });
 
-// The product table moves every id to L002 but the proximity ones: such a
-// unit is asked with the A010 code 3 and the simulator, which expects 17,
-// stays silent. Identified by its capability array it gets 17.
 // The records packet counts in 16 bits; what arrives is counted in full and
 // compared in those 16 bits (a count stuck at 65,535 met by anything from
 // there up). A mismatch names the count arrived and the nearest announced one.
@@ -128,25 +125,17 @@ TEST_F(Protocol_Test, NullProductDataAndCountsAreFilledAfresh) {
     EXPECT_TRUE(rec.errors.empty());
 }
 
-TEST_F(Protocol_Test, L002ProximityDependsOnHowTheUnitWasIdentified) {
-    Attach_Unit(sim::Profile::Named("l002"));
-    ctl.Request_Prox_Waypoints();
-    EXPECT_EQ(ctl.CMND_Transfer_Prx(), 3);
-    ASSERT_EQ(rec.errors.size(), 1u);
-    EXPECT_EQ(rec.errors[0].message, "No response from device");
-    EXPECT_EQ(rec.errors[0].packet, link::Make_Packet(11, {3, 0}));
-
+// The product table moves every id to L002 but the proximity ones: such a
+// unit is asked with the A010 code 3, which the simulator does not answer
+// (Counts/l002, and the codes in Identify). Identified by its capability
+// array it is asked with 17 and its proximity waypoints come down.
+TEST_F(Protocol_Test, L002UnitKnownByItsArrayGivesItsProximityWaypoints) {
     sim::Profile with_array = sim::Profile::Named("l002");
     with_array.capability_array = true;
-    vp = std::make_shared<VirtualPlatform>();
-    Recorder events;  // outlives the control it listens to
-    TrekcomCtl other(vp);
-    other.Advise(events);
-    vp->Attach(1, std::make_shared<sim::Virtual_Unit>(with_array));
-    ASSERT_TRUE(other.PortOpen());
-    other.Request_Prox_Waypoints();
-    EXPECT_TRUE(vp->Run_Until([&] { return events.waypoints == 1; }, 30000));
-    EXPECT_EQ(other.CMND_Transfer_Prx(), 17);
+    Attach_Unit(with_array);
+    ctl.Request_Prox_Waypoints();
+    EXPECT_TRUE(vp->Run_Until([&] { return rec.waypoints == 1; }, 30000));
+    EXPECT_EQ(ctl.CMND_Transfer_Prx(), 17);
 }
 
 // The event hands over the control's own collection, emptied in place.
