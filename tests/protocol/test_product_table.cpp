@@ -6,23 +6,8 @@
 namespace trekcom::protocol {
 namespace {
 
-TEST(ProductTable, EmbeddedRowsParseIntoFourCharacterCells) {
-    const auto table = Parse_Product_Table(kProduct_Table_Resource);
-    ASSERT_EQ(table.size(), 55u);
-    const Product_Row& first = table.front();
-    EXPECT_EQ(first.Product_ID, 7);
-    EXPECT_EQ(first.Column[0], "7   ");
-    EXPECT_EQ(first.Column[2], "999 ");
-    EXPECT_EQ(first.Column[11], "    ");  // "     " in the row
-    EXPECT_EQ(first.Column[17], "D500");
-    EXPECT_EQ(table.back().Product_ID, 128);
-    for (int column = 18; column < 24; ++column) EXPECT_EQ(table.back().Column[column], "") << column;
-    // Neighbouring version ranges: 3.49 and 3.50 are in different rows.
-    EXPECT_EQ(Find_Product_Row(table, 77, 349)->Column[14], "A400");
-    EXPECT_EQ(Find_Product_Row(table, 77, 350)->Column[14], "    ");
-    EXPECT_EQ(Find_Product_Row(table, 7, -1), nullptr);
-}
-
+// (The embedded rows are read through identification in Identify: blank and
+// missing cells, and the neighbouring rows of product 29 at 3.99 and 4.00.)
 TEST(ProductTable, ResourceTextEdgeCases) {
     // CRLF endings, notes, long cells cut, a short row padded, and a gap in
     // the identifiers ending the table as "*END" does.
@@ -38,6 +23,7 @@ TEST(ProductTable, ResourceTextEdgeCases) {
     EXPECT_EQ(table[1].Max_Version, 9.0f);
     EXPECT_TRUE(Parse_Product_Table("1001\t*END\n1002\t7, 0, 999\n").empty());
     EXPECT_TRUE(Parse_Product_Table("1001 no tab\n").empty());
+    EXPECT_EQ(Find_Product_Row(Parse_Product_Table(kProduct_Table_Resource), 7, -1), nullptr);
 }
 
 }  // namespace
