@@ -21,15 +21,7 @@ void Seal_Packet(Bytes& packet) {
     packet[n - 3] = Calc_Checksum(packet);
 }
 
-Bytes Make_Packet(std::uint8_t id, const Bytes& data) {
-    const std::size_t size = std::min<std::size_t>(data.size(), 255);
-    Bytes packet(size + kFrameOverhead, 0);
-    packet[1] = id;
-    packet[2] = static_cast<std::uint8_t>(size);
-    std::copy_n(data.begin(), size, packet.begin() + 3);
-    Seal_Packet(packet);
-    return packet;
-}
+Bytes Make_Packet(std::uint8_t id, const Bytes& data) { return Frame_Of(Packet{id, data, std::nullopt}); }
 
 Bytes Stuff_Packet(const Bytes& packet) {
     Bytes wire;
@@ -114,8 +106,23 @@ std::optional<Bytes> Unstuff_Frame(std::string_view frame) {
 }
 
 Bytes Packet_Data(const Bytes& packet) {
+    const Data_View data = Data_Of(packet);
+    return Bytes(data.begin(), data.end());
+}
+
+Data_View Data_Of(const Bytes& packet) {
     if (packet.size() < kFrameOverhead) return {};
-    return Bytes(packet.begin() + 3, packet.end() - 3);
+    return Data_View(packet).subspan(3, packet.size() - kFrameOverhead);
+}
+
+Bytes Frame_Of(const Packet& packet) {
+    const std::size_t size = std::min<std::size_t>(packet.data.size(), 255);
+    Bytes frame(size + kFrameOverhead, 0);
+    frame[1] = static_cast<std::uint8_t>(packet.id);
+    frame[2] = static_cast<std::uint8_t>(std::min<std::size_t>(packet.Announced_Size(), 255));
+    std::copy_n(packet.data.begin(), size, frame.begin() + 3);
+    Seal_Packet(frame);
+    return frame;
 }
 
 }  // namespace trekcom::link

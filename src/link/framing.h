@@ -8,6 +8,7 @@
 #include <optional>
 #include <string_view>
 
+#include "link/packet.h"
 #include "trekcom/types.h"
 
 namespace trekcom::link {
@@ -75,5 +76,11 @@ std::optional<Bytes> Unstuff_Frame(std::string_view frame);
 
 // The data bytes of an unstuffed packet (elements 3 .. n-4), clipped to what exists.
 Bytes Packet_Data(const Bytes& packet);
+// The same, without a copy: a view into the packet.
+Data_View Data_Of(const Bytes& packet);
+
+// The unstuffed frame of an application packet with an id below 256: its size
+// byte is the announced size, its data the whole data (at most 255 bytes).
+Bytes Frame_Of(const Packet& packet);
 
 }  // namespace trekcom::link
