@@ -29,7 +29,6 @@
 #include <string>
 #include <vector>
 
-#include "trekcom/cSAK.h"
 #include "trekcom/platform.h"
 #include "trekcom/types.h"
 #include "trekcom/usb_driver.h"
@@ -136,7 +135,7 @@ public:
     // USBDebug ":USB Device Reset" or USBError on failure.
     bool Reset_Device();
     // The language of the transport's error texts.
-    void SetLanguage(const std::string& lang) { sak_.Language(lang); }
+    void SetLanguage(const std::string& lang) { language_ = lang; }
 
     // The open device as a number (1 when open, 0 when not: handles are
     // the driver's business). Read-only: the setter throws RuntimeError 383.
@@ -196,12 +195,12 @@ private:
     Read_End Read_Bulk(std::vector<Bytes>& chunks, std::uint16_t expected);
     void Deliver(const std::vector<Bytes>& chunks, std::uint16_t expected, std::uint16_t second, bool& came);
     void Pause(double ms);
-    std::string xLate(const std::string& phrase) const { return sak_.xLate(phrase); }
+    std::string xLate(const std::string& phrase) const;
 
     std::shared_ptr<Platform> platform_;
     std::unique_ptr<UsbDriver> driver_;
     cIOCTL ioctl_;
-    cSAK sak_;
+    std::string language_ = "English";
     cUSBEvents* sink_ = nullptr;
     std::string device_path_;
     bool busy_ = false;

@@ -1,4 +1,4 @@
-#include "control/control.h"
+#include "control.h"
 
 namespace trekcom::detail {
 
@@ -41,6 +41,8 @@ void Control::Raise_Receive(const Bytes& packet) {
     std::string text = Bytes2String(bytes);
     sink->vcReceive(text);
 }
+
+std::string Control::xLate(const std::string& phrase) { return sak ? sak->xLate(phrase) : phrase; }
 
 void Control::Raise_Error(std::int16_t code, const std::string& message, const Bytes& packet) {
     if (sink) {

@@ -1,6 +1,6 @@
 // TrekcomCtl's record objects and record uploads: forwarders to the engine,
 // which keeps the records and encodes them.
-#include "control/control.h"
+#include "control.h"
 
 namespace trekcom {
 

@@ -1,8 +1,8 @@
 // The control's host surface: language and translation, diagnostics, NMEA,
 // and the screen, icon and unit-name requests.
-#include "control/control.h"
-#include "control/nmea.h"
-#include "control/replay.h"
+#include "control.h"
+#include "nmea.h"
+#include "replay.h"
 
 namespace trekcom::detail {
 

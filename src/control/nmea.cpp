@@ -1,6 +1,6 @@
-#include "control/nmea.h"
+#include "nmea.h"
 
-#include "control/control.h"
+#include "control.h"
 
 namespace trekcom::detail::nmea {
 

@@ -1,11 +1,11 @@
-#include "control/replay.h"
+#include "replay.h"
 
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <system_error>
 
-#include "control/control.h"
+#include "control.h"
 #include "link/framing.h"
 
 namespace trekcom::detail::replay {

@@ -1,6 +1,6 @@
 // The control's side of the USB transport (Port 0): the handlers of cUSB's
 // four events, and the waits and polls the link and the timers make on it.
-#include "control/control.h"
+#include "control.h"
 
 namespace trekcom::detail {
 

@@ -4,7 +4,7 @@
 
 #include "link/framing.h"
 #include "link/link.h"
-#include "records/fields.h"
+#include "link/little_endian.h"
 
 namespace trekcom::link {
 
@@ -105,7 +105,7 @@ std::int32_t Link::FindBaud(std::string& isettings) {
 bool Link::Change_Baud_Rate(std::int32_t Baud) {
     host_.Clear_Error_Latch();
     const std::string saved = Settings;
-    records::Put_Long(BaudPacket, 3, Baud);
+    Put_LE<std::int32_t>(BaudPacket, 3, Baud);
     std::uint8_t response = ids_.PID_Baud_Reply;
     if (!Send_Packet(BaudPacket, response, 0)) return false;
 

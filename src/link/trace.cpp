@@ -1,4 +1,4 @@
-#include "link/trace.h"
+#include "trace.h"
 
 #include <cmath>
 #include <cstdio>

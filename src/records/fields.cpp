@@ -4,7 +4,7 @@
 #include <bit>
 #include <cmath>
 
-#include "records/codepage.h"
+#include "codepage.h"
 
 namespace trekcom::records {
 namespace {

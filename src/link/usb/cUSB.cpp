@@ -10,6 +10,9 @@
 
 #include <algorithm>
 
+#include "link/little_endian.h"
+#include "platform/translate.h"
+
 namespace trekcom {
 
 namespace {
@@ -34,11 +37,8 @@ constexpr std::size_t kMax_Blocks = 200000;
 // Zero-length packets read past in one read of the interrupt pipe.
 constexpr int kMax_Zero_Lengths = 64;
 
-std::uint32_t Le32(const std::uint8_t* p) {
-    return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
-           (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
-}
-std::uint16_t Le16(const std::uint8_t* p) { return static_cast<std::uint16_t>(p[0] | (p[1] << 8)); }
+std::uint32_t Le32(const Bytes& bytes, std::size_t at = 0) { return link::Get_LE<std::uint32_t>(bytes, at); }
+std::uint16_t Le16(const Bytes& bytes, std::size_t at) { return link::Get_LE<std::uint16_t>(bytes, at); }
 
 // The header fields of a block that starts a packet.
 struct Header {
@@ -48,7 +48,7 @@ struct Header {
 };
 bool Read_Header(const Bytes& block, Header& h) {
     if (block.size() < cUSB::kHeader_Size) return false;
-    h = {block[0], Le16(&block[4]), Le32(&block[8])};
+    h = {block[0], Le16(block, 4), Le32(block, 8)};
     return true;
 }
 
@@ -91,7 +91,11 @@ void cIOCTL::CloseHandles() { reader_.reset(); }
 
 // -------------------------------------------------------------------- cUSB
 
-cUSB::cUSB(std::shared_ptr<Platform> platform) : platform_(std::move(platform)), sak_(platform_) {}
+cUSB::cUSB(std::shared_ptr<Platform> platform) : platform_(std::move(platform)) {}
+
+std::string cUSB::xLate(const std::string& phrase) const {
+    return detail::Translate(*platform_, language_, phrase);
+}
 
 cUSB::~cUSB() { Close(); }
 
@@ -223,9 +227,9 @@ bool cUSB::Start_Session() {
     UsbDriver& driver = Driver();
     Bytes answer;
     if (driver.Io_Control(UsbDriver::kIoctl_Api_Version, answer) == Usb_Status::ok && answer.size() >= 4)
-        driver_version_ = Le32(answer.data());
+        driver_version_ = Le32(answer);
     if (driver.Io_Control(UsbDriver::kIoctl_Packet_Size, answer) == Usb_Status::ok && answer.size() >= 4)
-        max_packet_size_ = Le32(answer.data());
+        max_packet_size_ = Le32(answer);
 
     // Two protocol-layer exchanges, each a bare request and its answer.
     auto exchange = [&](std::uint16_t request, std::uint16_t expected) {
@@ -256,8 +260,8 @@ Bytes cUSB::Usb_Form(const Bytes& packet) {
     std::size_t claimed = packet.size() > 2 ? packet[2] : 0;
     std::size_t first = 3;
     if (packet[1] == kExpanded_Id && packet.size() >= 9) {
-        claimed = Le32(&packet[3]);
-        id = Le16(&packet[7]);
+        claimed = Le32(packet, 3);
+        id = Le16(packet, 7);
         first = 9;
     }
     // Never more data than the packet holds.

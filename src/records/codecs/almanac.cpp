@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "records/codecs/codecs.h"
-#include "records/codecs/packet_io.h"
+#include "packet_io.h"
 
 namespace trekcom::records {
 using namespace codec;

@@ -2,8 +2,8 @@
 #include <utility>
 
 #include "records/codecs/codecs.h"
-#include "records/codecs/packet_io.h"
-#include "records/garmin_time.h"
+#include "packet_io.h"
+#include "../garmin_time.h"
 
 namespace trekcom::records {
 using namespace codec;

@@ -1,11 +1,11 @@
-#include "records/codecs/packet_io.h"
+#include "packet_io.h"
 
 #include <algorithm>
 #include <cmath>
 #include <string>
 
 #include "link/framing.h"
-#include "records/codepage.h"
+#include "../codepage.h"
 
 namespace trekcom::records::codec {
 namespace {
