@@ -125,6 +125,8 @@ public:
     // wait_mode 2 returns once the write completed; any other value then
     // pauses 50 ms (the host's loop runs meanwhile). False when the write failed.
     bool Write_Packet(const Bytes& packet, int wait_mode = 0);
+    // Writes a packet already in its USB form, as Write_Packet does.
+    bool Write_Usb_Packet(Bytes usbpacket, int wait_mode = 0);
     // Reads what the receiver has sent and raises USBReceived for each
     // packet. expected: the id awaited (0 none; 6 and 2 read nothing and
     // succeed; 1 reads and awaits 6; 123 any expanded-form packet); second:
@@ -180,6 +182,8 @@ public:
     static Bytes Serial_Form(std::uint16_t id, const std::uint8_t* data, std::uint32_t size);
     // USB form of a serial-form packet (or of a bare protocol request).
     static Bytes Usb_Form(const Bytes& packet);
+    // USB form of an application-layer packet.
+    static Bytes Usb_Form(std::uint16_t id, const std::uint8_t* data, std::uint32_t size);
 
 private:
     void Raise_Error(std::int16_t seq, const std::string& message, const Bytes& packet = {});

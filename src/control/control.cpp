@@ -8,12 +8,9 @@ Control::Control(std::shared_ptr<Platform> p)
       tmrTimeout(platform->Create_Timer()),
       tmrPVTData(platform->Create_Timer()),
       tmrAsync(platform->Create_Timer()),
-      link(*platform, *comGarmin, *tmrTimeout, ids, *this),
+      usb(std::make_shared<cUSB>(platform)),
+      link(*platform, *comGarmin, *tmrTimeout, ids, *this, *usb),
       engine(link, ids, *this) {
-    // USB (Port 0): the transport, its events bound to the control's handlers.
-    usb = std::make_shared<cUSB>(platform);
-    usb_handlers = std::make_unique<Usb_Handlers>(*this);
-    usb->Advise(*usb_handlers);
     usb->SetLanguage(Language);
 }
 
@@ -21,8 +18,7 @@ Control::~Control() { Terminate(); }
 
 void Control::Terminate() {
     // Waits still on the stack see the flag and give up.
-    usb->Unadvise();  // no USB events from a control being torn down
-    usb->Close();
+    link.Detach();  // no USB events from a control being torn down
     link.Terminating = true;
     tmrTimeout->Enabled(false);
     tmrPVTData->Enabled(false);
@@ -45,15 +41,22 @@ void Control::Raise_Receive(const Bytes& packet) {
 std::string Control::xLate(const std::string& phrase) { return sak ? sak->xLate(phrase) : phrase; }
 
 void Control::Raise_Error(std::int16_t code, const std::string& message, const Bytes& packet) {
+    std::int16_t cErr = code;
+    Ask_Error(cErr, message, packet);
+}
+
+void Control::Ask_Error(std::int16_t& code, const std::string& message, const Bytes& packet) {
     if (sink) {
-        std::int16_t cErr = code;
         std::string text = message;
         Bytes bytes = packet;
-        sink->cError(cErr, text, bytes);
+        sink->cError(code, text, bytes);
         std::string as_text = Bytes2String(bytes);
-        sink->vcError(cErr, text, as_text);
+        sink->vcError(code, text, as_text);
+    } else {
+        code = 0;  // nobody to answer: a device search ends here
     }
-    // The link has given up: a download still open has ended with it.
+    // The link (or the USB transport) has given up: a download still open
+    // has ended with it.
     engine.Close_Tally();
 }
 
@@ -100,8 +103,8 @@ std::shared_ptr<trekcom::Platform> TrekcomCtl::Platform() const { return impl_->
 void TrekcomCtl::Advise(TrekcomCtlEvents& sink) { impl_->sink = &sink; }
 void TrekcomCtl::Unadvise() { impl_->sink = nullptr; }
 
-std::int16_t TrekcomCtl::Port() const { return impl_->link.Port; }
-void TrekcomCtl::Port(std::int16_t n) { impl_->link.Port = n; }
+std::int16_t TrekcomCtl::Port() const { return impl_->link.Port(); }
+void TrekcomCtl::Port(std::int16_t n) { impl_->link.Port(n); }
 std::string TrekcomCtl::Port_Name() const { return impl_->link.Port_Name; }
 void TrekcomCtl::Port_Name(const std::string& path) { impl_->link.Port_Name = path; }
 std::string TrekcomCtl::Settings() const { return impl_->link.Settings; }
@@ -238,5 +241,11 @@ PACKET_ID(CMND_Change_Baud)
 #undef PACKET_ID
 #undef PROTOCOL
 #undef READ_ONLY
+
+}  // namespace trekcom
+
+namespace trekcom {
+
+std::shared_ptr<cUSB> TrekcomCtl::USB() const { return impl_->usb; }
 
 }  // namespace trekcom

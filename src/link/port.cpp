@@ -24,37 +24,8 @@ std::int32_t Link::Baud_Of(const std::string& settings) {
 bool Link::PortOpen() {
     host_.Clear_Error_Latch();
     RawSuppressed = false;
-    bool opened = false;
-    if (Serial()) {
-        if (port_.PortOpen()) port_.PortOpen(false);
-        port_.RTSEnable(RTSEnable);
-        port_.DTREnable(DTREnable);
-        port_.Handshaking(Handshaking);
-        port_.Settings(Settings);
-        port_.CommPort(Port);
-        port_.Port_Name(Port_Name);
-        port_.RThreshold(0);
-        port_.SThreshold(0);
-        port_.InBufferSize(kBufferSize);
-        port_.OutBufferSize(kBufferSize);
-        port_.InputLen(0);
-        port_.InBufferCount(0);
-        port_.PortOpen(true);
-        if (!port_.PortOpen()) {
-            // The system's reason goes to the trace; the event carries the message.
-            Trace_Packet({}, "!" + port_.Last_Error());
-            host_.Raise_Error(0, host_.xLate("Unable to open port ") + std::to_string(Port), {});
-        } else {
-            WaitFor(kSettleMs);
-            ReceiveBuffer.Clear();
-            port_.InBufferCount(0);
-            port_.RThreshold(1);
-            opened = true;
-        }
-    } else {
-        opened = host_.USB_Open();
-        if (opened) RetryCount = 0;
-    }
+    const bool opened = transport_->Open();
+    if (opened) RetryCount = 0;
     ReceiveBuffer.Clear();
     return opened;
 }
@@ -62,15 +33,43 @@ bool Link::PortOpen() {
 void Link::PortClose() {
     host_.Clear_Error_Latch();
     Stop_Watchdog();
-    if (Serial()) {
-        port_.RThreshold(0);
-        port_.SThreshold(0);
-        port_.PortOpen(false);
-        port_.InBufferCount(0);
-        port_.OutBufferCount(0);
-    } else {
-        host_.USB_Close();
+    transport_->Close();
+}
+
+bool Link::Open_Serial() {
+    if (port_.PortOpen()) port_.PortOpen(false);
+    port_.RTSEnable(RTSEnable);
+    port_.DTREnable(DTREnable);
+    port_.Handshaking(Handshaking);
+    port_.Settings(Settings);
+    port_.CommPort(port_number_);
+    port_.Port_Name(Port_Name);
+    port_.RThreshold(0);
+    port_.SThreshold(0);
+    port_.InBufferSize(kBufferSize);
+    port_.OutBufferSize(kBufferSize);
+    port_.InputLen(0);
+    port_.InBufferCount(0);
+    port_.PortOpen(true);
+    if (!port_.PortOpen()) {
+        // The system's reason goes to the trace; the event carries the message.
+        Trace_Packet({}, "!" + port_.Last_Error());
+        host_.Raise_Error(0, host_.xLate("Unable to open port ") + std::to_string(port_number_), {});
+        return false;
     }
+    WaitFor(kSettleMs);
+    ReceiveBuffer.Clear();
+    port_.InBufferCount(0);
+    port_.RThreshold(1);
+    return true;
+}
+
+void Link::Close_Serial() {
+    port_.RThreshold(0);
+    port_.SThreshold(0);
+    port_.PortOpen(false);
+    port_.InBufferCount(0);
+    port_.OutBufferCount(0);
 }
 
 std::int32_t Link::FindBaud(std::string& isettings) {
@@ -105,7 +104,7 @@ std::int32_t Link::FindBaud(std::string& isettings) {
 bool Link::Change_Baud_Rate(std::int32_t Baud) {
     host_.Clear_Error_Latch();
     const std::string saved = Settings;
-    Put_LE<std::int32_t>(BaudPacket, 3, Baud);
+    Put_LE<std::int32_t>(BaudPacket.data, 0, Baud);
     std::uint8_t response = ids_.PID_Baud_Reply;
     if (!Send_Packet(BaudPacket, response, 0)) return false;
 

@@ -200,14 +200,12 @@ bool Link::Process_Packet(const Bytes& packet) {
                 NakCount = 0;
             } else {
                 if (DebugLog) host_.Raise_HexDebug(host_.xLate("Re-try after NAK"));
-                Seal_Packet(LastPacket);
-                Trace_Packet(LastPacket, "O");
-                Write_Wire(LastPacket);
+                Write_Wire(last_);
                 timer_.Enabled(true);
             }
         } else {
             NakCount = 0;
-            Report(2, "Unable to communicate with device", LastPacket);
+            Report(2, "Unable to communicate with device", Last_Frame());
         }
         return true;
     }
@@ -261,17 +259,18 @@ void Link::Arrived(std::uint8_t id, bool nak) {
 
 // Sends the ACK or NAK template for `id`; an ACK is remembered as the last
 // packet so that the watchdog can repeat it.
-void Link::Answer(Bytes& templ, std::uint8_t id, bool remember) {
-    templ[3] = id;
-    Seal_Packet(templ);
-    if (remember) LastPacket = templ;
-    Trace_Packet(templ, "O");
+void Link::Answer(Packet& templ, std::uint8_t id, bool remember) {
+    templ.data[0] = id;
+    if (remember) last_ = templ;
     Write_Wire(templ);
 }
 
-void Link::Write_Wire(const Bytes& packet) {
-    if (!Serial() || !port_.PortOpen()) return;
-    const Bytes wire = Stuff_Packet(packet);
+// Every packet leaves the serial line here: traced, framed, stuffed.
+void Link::Write_Wire(const Packet& packet) {
+    const Bytes frame = Frame_Of(packet);
+    Trace_Packet(frame, "O");
+    if (!port_.PortOpen()) return;
+    const Bytes wire = Stuff_Packet(frame);
     port_.Output(std::string(wire.begin(), wire.end()));
 }
 

@@ -14,6 +14,12 @@ std::string Format_Elapsed(double ms) {
     return text;
 }
 
+std::string Hex2(unsigned value) {
+    char text[3];
+    std::snprintf(text, sizeof text, "%02X", value & 0xFF);
+    return text;
+}
+
 std::string Trace_Line(const Bytes& packet, std::string_view direction, double elapsed_ms) {
     std::string line;
     const char mark = direction.empty() ? ':' : direction.front();

@@ -134,24 +134,9 @@ void Engine::Apply_L002(bool from_capability_array) {
 void Engine::Request_Product_Data() {
     link_.RawSuppressed = false;
     Error_Latch = false;
-    if (link_.Port == 0) {
-        // USB: open the receiver if need be, then start a session; a session
-        // that does not start gets one device reset and one more try.
-        if (!host_.USB_Is_Open()) host_.USB_Open();
-        if (!host_.USB_Is_Open()) {
-            host_.Raise_Error(0, host_.xLate("USB connection failure"), {});
-            return;
-        }
-        if (!host_.USB_Start_Session()) {
-            if (!host_.USB_Reset_Device()) {
-                host_.Raise_Error(0, host_.xLate("USB connection failure"), {});
-                return;
-            }
-            host_.USB_Start_Session();
-        }
-    }
+    if (!link_.Start_Session()) return;
     Protocol_Array_Received = false;
-    if (!Exchange(link::Make_Packet(ids_.PID_Product_Rqst, {}), ids_.PID_Product_Data, 0)) return;
+    if (!Exchange({ids_.PID_Product_Rqst, {}, std::nullopt}, ids_.PID_Product_Data, 0)) return;
 
     // The capability array, if the unit has one, follows its product data.
     bool array_came = false;
@@ -165,7 +150,7 @@ void Engine::Request_Product_Data() {
     if (!array_came) return;  // older units: no unit id to ask for either
 
     Exchange(packets_.Unit_ID_Request, ids_.PID_Unit_ID, kAfter_Wait);
-    Exchange(link::Make_Packet(kAsync_Off, {0, 0}), ids_.PID_Ack_Byte, kAfter_Wait);
+    Exchange({kAsync_Off, {0, 0}, std::nullopt}, ids_.PID_Ack_Byte, kAfter_Wait);
 }
 
 void Engine::Process_Product_Data(const Bytes& packet) {

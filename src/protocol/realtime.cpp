@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "link/framing.h"
+#include "link/little_endian.h"
 #include "protocol/engine.h"
 #include "records/fields.h"
 
@@ -27,7 +28,7 @@ constexpr std::int32_t kAck_Wait = 2;
 // A serial unit streams a PVT record every second: two seconds without one
 // means it has left PVT mode. Over USB the watchdog is the poll itself.
 constexpr std::int32_t kSerial_Watchdog_ms = 2000;
-constexpr std::int32_t kUSB_Poll_ms = 1000;
+constexpr std::int32_t kPoll_ms = 1000;
 constexpr std::int32_t kAsync_Poll_ms = 1;
 
 const double kPi = 4 * std::atan(1.0);
@@ -75,7 +76,7 @@ Realtime::Realtime(Engine& engine, link::Link& link, link::Link_Host& host, Plat
       platform_(platform),
       pvt_timer_(tmrPVTData),
       async_timer_(tmrAsync),
-      async_off_(link::Make_Packet(kAsync_Off_Id, {0, 0})) {
+      async_off_{kAsync_Off_Id, {0, 0}, std::nullopt} {
     pvt_timer_.Tick = [this] { Pvt_Tick(); };
     async_timer_.Tick = [this] { Async_Tick(); };
     engine_.Live = this;
@@ -118,9 +119,9 @@ void Realtime::Request_Voltages() {
 void Realtime::Send_Position_Data() {
     // The unit takes the position in radians; the host holds degrees.
     const cPosition& where = Held(Position);
-    Bytes packet = link::Make_Packet(Ids().PID_Position_Data, Bytes(16, 0));
-    records::Put_Double(packet, 3, where.Lat * kDeg_To_Rad);
-    records::Put_Double(packet, 11, where.Lon * kDeg_To_Rad);
+    link::Packet packet{Ids().PID_Position_Data, Bytes(16, 0), std::nullopt};
+    link::Put_LE<double>(packet.data, 0, where.Lat * kDeg_To_Rad);
+    link::Put_LE<double>(packet.data, 8, where.Lon * kDeg_To_Rad);
     engine_.Exchange(packet, Ids().PID_Ack_Byte, kAck_Wait);
 }
 
@@ -141,9 +142,9 @@ void Realtime::Pvt_Data_Start() {
     engine_.Exchange(async_off_, Ids().PID_Ack_Byte, kAsync_Off_Wait);
     // The records themselves answer this command: nothing is awaited.
     engine_.Exchange(engine_.Packets().Start_Pvt_Data, 0, 0);
-    if (USB()) {
-        Poll_USB();
-        pvt_timer_.Interval(kUSB_Poll_ms);
+    if (link_.Needs_Polling()) {
+        Poll();
+        pvt_timer_.Interval(kPoll_ms);
     } else {
         pvt_timer_.Interval(kSerial_Watchdog_ms);
     }
@@ -157,8 +158,8 @@ void Realtime::Pvt_Data_Stop() {
 }
 
 void Realtime::Pvt_Tick() {
-    if (USB()) {
-        Poll_USB();
+    if (link_.Needs_Polling()) {
+        Poll();
         return;
     }
     // A whole period without a PVT record: the unit has left PVT mode (it was
@@ -182,14 +183,14 @@ void Realtime::Async_Stop() {
 }
 
 void Realtime::Async_Tick() {
-    // Serial data arrives through the port's receive event on its own.
-    if (USB()) Poll_USB();
+    // A transport that is not polled delivers on its own.
+    if (link_.Needs_Polling()) Poll();
 }
 
-void Realtime::Poll_USB() {
+void Realtime::Poll() {
     // One read of what the unit has ready; the transport delivers it to the
     // dispatcher. Never a wait: this runs every millisecond.
-    host_.USB_Poll();
+    link_.Poll();
     platform_.DoEvents();
 }
 

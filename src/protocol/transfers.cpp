@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "link/framing.h"
+#include "link/little_endian.h"
 #include "protocol/engine.h"
 #include "records/fields.h"
 
@@ -45,7 +46,9 @@ std::uint32_t Announced_Total(std::uint16_t announced, std::uint32_t received) {
 
 // The completion packet names the transfer it closes, as the unit's own
 // completion packet does, in the command codes in force.
-void Name_Transfer(Bytes& completion, std::uint8_t command) { records::Put_Int(completion, 3, command); }
+void Name_Transfer(link::Packet& completion, std::uint8_t command) {
+    link::Put_LE<std::int16_t>(completion.data, 0, command);
+}
 
 }  // namespace
 
@@ -63,9 +66,9 @@ std::shared_ptr<Collection<cFlightbook_Record>>& Engine::Flightbook_Records() { 
 
 void Engine::Build_Packets() {
     // Command ids travel as 16-bit words: the code, then 0.
-    const auto command = [this](std::uint8_t code) { return link::Make_Packet(ids_.PID_Command_Data, {code, 0}); };
-    packets_.Records = link::Make_Packet(ids_.PID_Records, {0, 0});
-    packets_.Xfer_Cmplt = link::Make_Packet(ids_.PID_Xfer_Cmplt, {0, 0});
+    const auto command = [this](std::uint8_t code) { return link::Packet{ids_.PID_Command_Data, {code, 0}, std::nullopt}; };
+    packets_.Records = {ids_.PID_Records, {0, 0}, std::nullopt};
+    packets_.Xfer_Cmplt = {ids_.PID_Xfer_Cmplt, {0, 0}, std::nullopt};
     packets_.Transfer_Wpt = command(ids_.CMND_Transfer_Wpt);
     packets_.Transfer_Prx = command(ids_.CMND_Transfer_Prx);
     packets_.Transfer_Rte = command(ids_.CMND_Transfer_Rte);
@@ -82,7 +85,7 @@ void Engine::Build_Packets() {
     packets_.Voltages_Request = command(kCmnd_Voltages);
 }
 
-bool Engine::Exchange(const Bytes& packet, std::uint8_t response, std::int32_t wait_time) {
+bool Engine::Exchange(const link::Packet& packet, std::uint8_t response, std::int32_t wait_time) {
     if (link_.Send_Packet(packet, response, wait_time)) return true;
     link_.No_Response();
     return false;
@@ -99,7 +102,7 @@ void Engine::Begin_Request() {
     Request_Product_Data();
 }
 
-void Engine::Download(Transfer_Kind kind, Bytes Prebuilt::*command) {
+void Engine::Download(Transfer_Kind kind, link::Packet Prebuilt::*command) {
     Begin_Request();
     if (!Supports(kind, Asker::Request)) return;
     switch (kind) {
@@ -132,7 +135,7 @@ void Engine::Request_Counts() {
 
     struct Kind {
         const std::string& protocol;
-        Bytes Prebuilt::*command;
+        link::Packet Prebuilt::*command;
         std::uint8_t code;
         std::int16_t cRecord_Counts::*count;
     };
@@ -182,7 +185,7 @@ void Engine::Close_Tally() {
 
 void Engine::Start_of_Records(std::int16_t& ocount) {
     Error_Latch = false;
-    records::Put_Int(packets_.Records, 3, ocount);
+    link::Put_LE<std::int16_t>(packets_.Records.data, 0, ocount);
     Exchange(packets_.Records, ids_.PID_Ack_Byte, kUpload_Wait);
 }
 
@@ -190,12 +193,11 @@ void Engine::End_of_Records() {
     Error_Latch = false;
     // The last packet sent is the upload's last record (the unit only ACKs
     // while we upload), and its id tells which transfer this closes.
-    const Bytes& last = link_.LastPacket;
-    Name_Transfer(packets_.Xfer_Cmplt, last.size() > 1 ? Command_Of_Record(last[1]) : ids_.CMND_Reset_Transfer);
+    Name_Transfer(packets_.Xfer_Cmplt, Command_Of_Record(link_.Last_Sent().id));
     Exchange(packets_.Xfer_Cmplt, ids_.PID_Ack_Byte, kUpload_Wait);
 }
 
-std::uint8_t Engine::Command_Of_Record(std::uint8_t pid) const {
+std::uint8_t Engine::Command_Of_Record(std::uint16_t pid) const {
     if (pid == ids_.PID_Wpt_Data) return ids_.CMND_Transfer_Wpt;
     if (pid == ids_.PID_Prx_Wpt_Data) return ids_.CMND_Transfer_Prx;
     if (pid == ids_.PID_Rte_Hdr || pid == ids_.PID_Rte_Wpt_Data || pid == ids_.PID_Rte_Link)

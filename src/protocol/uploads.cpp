@@ -43,8 +43,9 @@ void Engine::Send_Record(const std::function<Bytes()>& encode) {
         host_.Raise_Error(kOverflow, host_.xLate("Overflow") + ": " + e.what(), Bytes{0});
         return;
     }
-    if (packet.empty()) return;  // a format this control cannot write
-    Exchange(packet, ids_.PID_Ack_Byte, kRecord_Wait);
+    // An empty packet: a format this control cannot write.
+    if (const std::optional<link::Packet> record = link::Packet_Of(packet))
+        Exchange(*record, ids_.PID_Ack_Byte, kRecord_Wait);
 }
 
 // ---------------------------------------------------------------- waypoints

@@ -6,7 +6,8 @@
 namespace trekcom::testing {
 namespace {
 
-const Bytes kCommand = link::Make_Packet(10, {7, 0});
+const link::Packet kCommand{10, {7, 0}, std::nullopt};
+const Bytes kCommand_Frame = link::Frame_Of(kCommand);
 
 TEST_F(Link_Test, WaitUnitRuleSecondsBelow30MillisecondsFrom30TimeOutBelow1) {
     Open();
@@ -79,7 +80,7 @@ TEST_F(Link_Test, SilentReceiverGetsOneResendThenErrorZero) {
     Open();
     device->on_packet = [](const Bytes&) {};
     ctl.DebugLog(true);
-    ctl.Send(kCommand, 0, 0);
+    ctl.Send(kCommand_Frame, 0, 0);
     Run(1999);
     EXPECT_EQ(device->Count(10), 1u);
     Run(2);
@@ -89,7 +90,7 @@ TEST_F(Link_Test, SilentReceiverGetsOneResendThenErrorZero) {
     ASSERT_EQ(rec.errors.size(), 1u);
     EXPECT_EQ(rec.errors[0].code, 0);
     EXPECT_EQ(rec.errors[0].message, "No response from device");
-    EXPECT_EQ(rec.errors[0].packet, kCommand);
+    EXPECT_EQ(rec.errors[0].packet, kCommand_Frame);
     Run(10000);  // and the watchdog stays quiet afterwards
     EXPECT_EQ(rec.errors.size(), 1u);
     EXPECT_EQ(device->Count(10), 2u);
@@ -118,9 +119,9 @@ TEST_F(Link_Test, ResetAndSendWithAWaitReportASilentReceiver) {
     ctl.Reset();
     ASSERT_EQ(rec.errors.size(), 1u);
     EXPECT_EQ(rec.errors[0].code, 0);
-    ctl.Send(kCommand, 27, 0);
+    ctl.Send(kCommand_Frame, 27, 0);
     EXPECT_EQ(rec.errors.size(), 1u);
-    ctl.Send(kCommand, 27, 1);
+    ctl.Send(kCommand_Frame, 27, 1);
     ASSERT_EQ(rec.errors.size(), 2u);
     EXPECT_EQ(rec.errors[1].message, "No response from device");
 }
@@ -143,7 +144,7 @@ TEST_F(Link_Test, TraceTimesTheAnswerToTheLastCommandNotToAcks) {
     device->on_packet = [this](const Bytes& p) {
         if (p[1] == 10) device->Send(Packet(27, {1, 0}));
     };
-    ctl.Send(kCommand, 0, 0);
+    ctl.Send(kCommand_Frame, 0, 0);
     Run(400);
     // Out: command; in: records after 250 ms; out: our ACK (does not renew the stamp).
     ASSERT_GE(rec.debug.size(), 3u);

@@ -205,7 +205,7 @@ TEST_F(Link_Test, GoodPacketsAreAcknowledgedStreamedOnesNever) {
     ASSERT_EQ(rec.received.size(), 4u);
     ASSERT_EQ(device->frames.size(), 1u);
     EXPECT_EQ(device->frames[0], P(6, {35, 0}));
-    EXPECT_EQ(L().LastPacket, P(6, {35, 0}));
+    EXPECT_EQ(L().Last_Frame(), P(6, {35, 0}));
 }
 
 TEST_F(Link_Test, BadChecksumsAreRefusedAndTheSixthIsAnError) {

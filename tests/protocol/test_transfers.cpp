@@ -195,7 +195,7 @@ TEST_F(Protocol_Test, UploadFramingSpeaksTheUnitsNumbers) {
     std::int16_t count = 258;
     ctl.Start_of_Records(count);
     std::uint8_t ack = ctl.PID_Ack_Byte();
-    C().link.Send_Packet(link::Make_Packet(ctl.PID_Wpt_Data(), Bytes(58, 0)), ack, 2);
+    C().link.Send_Packet({ctl.PID_Wpt_Data(), Bytes(58, 0), std::nullopt}, ack, 2);
     ctl.End_of_Records();
 
     ASSERT_EQ(device->frames.size(), 3u);

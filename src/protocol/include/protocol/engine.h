@@ -36,12 +36,6 @@ public:
     virtual void Raise_ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>& list) = 0;
     virtual void Raise_ReceivedRoutes(std::shared_ptr<Collection<cRoute>>& list) = 0;
     virtual void Raise_ReceivedTracks(std::shared_ptr<Collection<cTrack>>& list) = 0;
-    // The USB transport (Port 0).
-    virtual bool USB_Is_Open() = 0;
-    virtual bool USB_Open() = 0;
-    // The session start of an open receiver, and the reset after an error.
-    virtual bool USB_Start_Session() { return false; }
-    virtual bool USB_Reset_Device() { return false; }
 };
 
 // The transfer protocol and record formats of a receiver. Four characters
@@ -145,11 +139,11 @@ public:
     // that arrived is not the number announced; nothing when none is open.
     void Close_Tally();
 
-    // ---- prebuilt packets, laid out as serial frames (DLE, id, size, data)
+    // ---- prebuilt packets
     struct Prebuilt {
-        Bytes Records;      // two data bytes: the count of an upload
-        Bytes Xfer_Cmplt;   // two data bytes: the command the transfer answered
-        Bytes Transfer_Wpt, Transfer_Prx, Transfer_Rte, Transfer_Trk, Transfer_Flightbook, Transfer_Lap,
+        link::Packet Records;     // two data bytes: the count of an upload
+        link::Packet Xfer_Cmplt;  // two data bytes: the command the transfer answered
+        link::Packet Transfer_Wpt, Transfer_Prx, Transfer_Rte, Transfer_Trk, Transfer_Flightbook, Transfer_Lap,
             Transfer_Alm, Transfer_Time, Transfer_Posn, Start_Pvt_Data, Stop_Pvt_Data, Turn_Off_Pwr,
             Unit_ID_Request, Voltages_Request;
     };
@@ -194,8 +188,8 @@ private:
     void Build_Packets();
     void Apply_L002(bool from_capability_array);
     // One send-and-wait; a missing answer is reported and the caller goes on.
-    bool Exchange(const Bytes& packet, std::uint8_t response, std::int32_t wait_time);
-    void Download(Transfer_Kind kind, Bytes Prebuilt::*command);
+    bool Exchange(const link::Packet& packet, std::uint8_t response, std::int32_t wait_time);
+    void Download(Transfer_Kind kind, link::Packet Prebuilt::*command);
     void Complete_Transfer(const Bytes& packet);
     // The download between its records packet and its end: what the unit
     // announced and what arrived.
@@ -207,7 +201,7 @@ private:
     };
     Tally tally_;
     void Open_Tally(const Bytes& records_packet);
-    std::uint8_t Command_Of_Record(std::uint8_t pid) const;
+    std::uint8_t Command_Of_Record(std::uint16_t pid) const;
     // What every request does first: clear the flags, identify the unit again.
     void Begin_Request();
     // The waypoint format the codecs use for a waypoint-family packet id.
