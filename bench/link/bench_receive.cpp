@@ -55,9 +55,9 @@ std::string Stream(std::size_t points, std::uint8_t point_id) {
 // Feeds the stream in chunks, then lets the parser drain what is left.
 void Feed(trekcom::detail::Control& c, std::string_view wire, std::size_t chunk) {
     for (std::size_t pos = 0; pos < wire.size(); pos += chunk) c.link.Parse_Input(wire.substr(pos, chunk));
-    for (std::size_t before = c.link.ReceiveBuffer.size(); before > 0; before = c.link.ReceiveBuffer.size()) {
+    for (std::size_t before = c.link.Buffer().size(); before > 0; before = c.link.Buffer().size()) {
         c.link.Parse_Input({});
-        if (c.link.ReceiveBuffer.size() >= before) break;
+        if (c.link.Buffer().size() >= before) break;
     }
 }
 

@@ -19,7 +19,7 @@ Control::~Control() { Terminate(); }
 void Control::Terminate() {
     // Waits still on the stack see the flag and give up.
     link.Detach();  // no USB events from a control being torn down
-    link.Terminating = true;
+    link.Shared().Terminating = true;
     tmrTimeout->Enabled(false);
     tmrPVTData->Enabled(false);
     tmrAsync->Enabled(false);
@@ -105,20 +105,20 @@ void TrekcomCtl::Unadvise() { impl_->sink = nullptr; }
 
 std::int16_t TrekcomCtl::Port() const { return impl_->link.Port(); }
 void TrekcomCtl::Port(std::int16_t n) { impl_->link.Port(n); }
-std::string TrekcomCtl::Port_Name() const { return impl_->link.Port_Name; }
-void TrekcomCtl::Port_Name(const std::string& path) { impl_->link.Port_Name = path; }
-std::string TrekcomCtl::Settings() const { return impl_->link.Settings; }
-void TrekcomCtl::Settings(const std::string& settings) { impl_->link.Settings = settings; }
-bool TrekcomCtl::RTSEnable() const { return impl_->link.RTSEnable; }
-void TrekcomCtl::RTSEnable(bool on) { impl_->link.RTSEnable = on; }
-bool TrekcomCtl::DTREnable() const { return impl_->link.DTREnable; }
-void TrekcomCtl::DTREnable(bool on) { impl_->link.DTREnable = on; }
-Handshaking_Values TrekcomCtl::Handshaking() const { return impl_->link.Handshaking; }
-void TrekcomCtl::Handshaking(Handshaking_Values h) { impl_->link.Handshaking = h; }
-bool TrekcomCtl::UserFlowControl() const { return impl_->link.UserFlowControl; }
-void TrekcomCtl::UserFlowControl(bool on) { impl_->link.UserFlowControl = on; }
-bool TrekcomCtl::DebugLog() const { return impl_->link.DebugLog; }
-void TrekcomCtl::DebugLog(bool on) { impl_->link.DebugLog = on; }
+std::string TrekcomCtl::Port_Name() const { return impl_->link.Shared().Port_Name; }
+void TrekcomCtl::Port_Name(const std::string& path) { impl_->link.Shared().Port_Name = path; }
+std::string TrekcomCtl::Settings() const { return impl_->link.Shared().Settings; }
+void TrekcomCtl::Settings(const std::string& settings) { impl_->link.Shared().Settings = settings; }
+bool TrekcomCtl::RTSEnable() const { return impl_->link.Shared().RTSEnable; }
+void TrekcomCtl::RTSEnable(bool on) { impl_->link.Shared().RTSEnable = on; }
+bool TrekcomCtl::DTREnable() const { return impl_->link.Shared().DTREnable; }
+void TrekcomCtl::DTREnable(bool on) { impl_->link.Shared().DTREnable = on; }
+Handshaking_Values TrekcomCtl::Handshaking() const { return impl_->link.Shared().Handshaking; }
+void TrekcomCtl::Handshaking(Handshaking_Values h) { impl_->link.Shared().Handshaking = h; }
+bool TrekcomCtl::UserFlowControl() const { return impl_->link.Shared().UserFlowControl; }
+void TrekcomCtl::UserFlowControl(bool on) { impl_->link.Shared().UserFlowControl = on; }
+bool TrekcomCtl::DebugLog() const { return impl_->link.Shared().DebugLog; }
+void TrekcomCtl::DebugLog(bool on) { impl_->link.Shared().DebugLog = on; }
 std::int16_t TrekcomCtl::Time_Out() const { return impl_->link.Time_Out(); }
 void TrekcomCtl::Time_Out(std::int16_t ms) { impl_->link.Time_Out(ms); }
 

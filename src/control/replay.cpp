@@ -134,8 +134,8 @@ namespace trekcom::detail {
 void Control::Receive_As_USB(const Bytes& packet) {
     if (packet.size() < 2) return;
     // While the engine counts records it wants only the records packet.
-    if (link.RawSuppressed && packet[1] != ids.PID_Records) return;
-    if (link.DebugLog) link.Trace_Packet(packet, "I");
+    if (link.Shared().RawSuppressed && packet[1] != ids.PID_Records) return;
+    if (link.Shared().DebugLog) link.Trace_Packet(packet, "I");
     Dispatch_Packet(packet);
     Raise_Receive(packet);
 }

@@ -50,10 +50,10 @@ void Link::Detach() {
 
 void Link::Build_Fixed_Packets() {
     // ACK and NAK carry the answered id and a second data byte 0.
-    AckPacket = {ids_.PID_Ack_Byte, {0, 0}, std::nullopt};
-    NakPacket = {ids_.PID_Nak_Byte, {0, 0}, std::nullopt};
-    PingPacket = {ids_.PID_Command_Data, {0, 0}, std::nullopt};
-    BaudPacket = {ids_.CMND_Change_Baud, {0, 0, 0, 0}, std::nullopt};
+    ack_ = {ids_.PID_Ack_Byte, {0, 0}, std::nullopt};
+    nak_ = {ids_.PID_Nak_Byte, {0, 0}, std::nullopt};
+    ping_ = {ids_.PID_Command_Data, {0, 0}, std::nullopt};
+    baud_ = {ids_.CMND_Change_Baud, {0, 0, 0, 0}, std::nullopt};
 }
 
 void Link::Time_Out(std::int16_t ms) {
@@ -72,33 +72,33 @@ double Link::Wait_Period_ms(std::int32_t WaitTime) {
 void Link::Stop_Watchdog() {
     timer_.Enabled(false);
     timer_.Interval(time_out_ms_);
-    RetryCount = 0;
+    retry_count_ = 0;
 }
 
 void Link::Restart_Watchdog() {
     Stop_Watchdog();
-    if (!UserFlowControl) timer_.Enabled(true);
+    if (!shared_.UserFlowControl) timer_.Enabled(true);
 }
 
 bool Link::Send_Packet(const Packet& packet, std::uint8_t& Response, std::int32_t WaitTime) {
     port_.RThreshold(0);
     transport_->Prepare();
     last_ = packet;
-    LastResponse = Response;
-    LastWaitTime = WaitTime;
+    last_response_ = Response;
+    last_wait_ = WaitTime;
 
     const std::uint16_t id = packet.id;
     if (id != ids_.PID_Ack_Byte && id != ids_.PID_Nak_Byte) gave_up_ = false;  // a new exchange
     if (id != ids_.PID_Ack_Byte) {
-        // Re-armed without clearing RetryCount: a re-send from the watchdog
+        // Re-armed without clearing retry_count_: a re-send from the watchdog
         // must still end in an error when the second period passes silently.
         timer_.Enabled(false);
         timer_.Interval(time_out_ms_);
-        if (!UserFlowControl) timer_.Enabled(true);
+        if (!shared_.UserFlowControl) timer_.Enabled(true);
         const bool command = id == ids_.PID_Command_Data && packet.Announced_Size() >= 1 && !packet.data.empty();
         const bool no_answer =
             (command && (packet.data[0] == ids_.CMND_Turn_Off_Pwr || packet.data[0] == ids_.CMND_Stop_Pvt_Data)) ||
-            id == ids_.PID_Xfer_Cmplt || UserFlowControl;
+            id == ids_.PID_Xfer_Cmplt || shared_.UserFlowControl;
         // Whatever the transport, a packet that arrives stops the watchdog.
         if (no_answer) Stop_Watchdog();
     }
@@ -162,32 +162,32 @@ bool Link::Wait_Response(std::uint8_t expected, std::int32_t WaitTime) {
 // next bytes on the line, which may never come.
 void Link::Parse_All(std::string_view chunk) {
     Parse_Input(chunk);
-    while (!ReceiveBuffer.empty() && !Abandoned()) {
-        const std::size_t before = ReceiveBuffer.size();
+    while (!receive_.empty() && !Abandoned()) {
+        const std::size_t before = receive_.size();
         Parse_Input({});
-        if (ReceiveBuffer.size() == before) break;
+        if (receive_.size() == before) break;
     }
 }
 
 void Link::Watchdog_Tick() {
-    ++RetryCount;
-    ReceiveBuffer.Clear();
-    if (RetryCount >= 2) {
+    ++retry_count_;
+    receive_.Clear();
+    if (retry_count_ >= 2) {
         Stop_Watchdog();
-        Report(0, NMEAMode ? "No longer receiving NMEA/TEXT data" : "No response from device", Last_Frame());
+        Report(0, shared_.NMEAMode ? "No longer receiving NMEA/TEXT data" : "No response from device", Last_Frame());
         return;
     }
-    if (NMEAMode) return;
-    if (UserFlowControl) RetryCount = 0;
-    if (DebugLog)
+    if (shared_.NMEAMode) return;
+    if (shared_.UserFlowControl) retry_count_ = 0;
+    if (shared_.DebugLog)
         host_.Raise_HexDebug(host_.xLate("Re-try after ") + std::to_string(timer_.Interval()) + " ms");
     if (last_.id == ids_.PID_Ack_Byte) {
         std::uint8_t none = 0;
-        Send_Packet(AckPacket, none, 0);
+        Send_Packet(ack_, none, 0);
     } else {
-        std::uint8_t response = LastResponse;
+        std::uint8_t response = last_response_;
         const Packet again = last_;
-        Send_Packet(again, response, LastWaitTime);
+        Send_Packet(again, response, last_wait_);
     }
 }
 
@@ -206,11 +206,11 @@ void Link::Send(const Bytes& frame, std::uint8_t Response, std::int32_t WaitTime
 void Link::Reset() {
     host_.Clear_Error_Latch();
     port_.InBufferCount(0);
-    ReceiveBuffer.Clear();
+    receive_.Clear();
     timer_.Enabled(false);
     timer_.Interval(time_out_ms_);
     std::uint8_t response = ids_.PID_Ack_Byte;
-    if (!Send_Packet(PingPacket, response, 0)) No_Response();
+    if (!Send_Packet(ping_, response, 0)) No_Response();
 }
 
 void Link::WaitFor(std::int32_t WaitTime) {

@@ -76,7 +76,7 @@ void Engine::Dispatch_Packet(const Bytes& packet) {
 
 void Engine::Complete_Transfer(const Bytes& packet) {
     // While counting, the completion packets answer our own aborts.
-    if (link_.RawSuppressed) return;
+    if (link_.Shared().RawSuppressed) return;
     // The data names the command the transfer answered; only its low byte counts.
     if (packet.size() < 4 || packet[2] < 1) return;
     Close_Tally();

@@ -132,7 +132,7 @@ void Engine::Apply_L002(bool from_capability_array) {
 }
 
 void Engine::Request_Product_Data() {
-    link_.RawSuppressed = false;
+    link_.Shared().RawSuppressed = false;
     Error_Latch = false;
     if (!link_.Start_Session()) return;
     Protocol_Array_Received = false;

@@ -93,7 +93,7 @@ Realtime::~Realtime() {
 const link::Packet_Ids& Realtime::Ids() const { return engine_.ids_; }
 
 void Realtime::Clear_Flags() {
-    link_.RawSuppressed = false;
+    link_.Shared().RawSuppressed = false;
     engine_.Error_Latch = false;
 }
 

@@ -94,7 +94,7 @@ bool Engine::Exchange(const link::Packet& packet, std::uint8_t response, std::in
 // ---------------------------------------------------------------- downloads
 
 void Engine::Begin_Request() {
-    link_.RawSuppressed = false;
+    link_.Shared().RawSuppressed = false;
     Error_Latch = false;
     // A new request ends what the unit was sending: the host chose to stop it.
     tally_ = {};
@@ -131,7 +131,7 @@ void Engine::Request_Counts() {
     // The unit announces each count and is then stopped before its first
     // record: no Receive events, no ACK of the records packet, and the
     // completion packets that follow raise no download event.
-    link_.RawSuppressed = true;
+    link_.Shared().RawSuppressed = true;
 
     struct Kind {
         const std::string& protocol;
@@ -165,7 +165,7 @@ void Engine::Request_Counts() {
 
 void Engine::Open_Tally(const Bytes& records_packet) {
     // While counting, the records packets only tell the counts.
-    if (link_.RawSuppressed) return;
+    if (link_.Shared().RawSuppressed) return;
     tally_ = {true, static_cast<std::uint16_t>(records::Pkt2Int(records_packet, 3)), 0, records_packet};
 }
 

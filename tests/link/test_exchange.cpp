@@ -47,7 +47,7 @@ TEST_F(Link_Test, PacketsThatCameWithTheAnswerAreAllHandledWhenTheWaitEnds) {
     std::uint8_t response = 6;
     EXPECT_TRUE(L().Send_Packet(kCommand, response, 0));
     EXPECT_EQ(rec.received.size(), 4u);  // no need for more bytes to arrive first
-    EXPECT_TRUE(L().ReceiveBuffer.empty());
+    EXPECT_TRUE(L().Buffer().empty());
 }
 
 TEST_F(Link_Test, ANakDuringAWaitRestartsItsPeriod) {
@@ -151,7 +151,7 @@ TEST_F(Link_Test, TraceTimesTheAnswerToTheLastCommandNotToAcks) {
     EXPECT_EQ(rec.debug[0].rfind(std::string(link::kArrowOut), 0), 0u);
     EXPECT_NE(rec.debug[1].find("(  250.0 ms) 10 1B"), std::string::npos) << rec.debug[1];
     EXPECT_EQ(rec.debug[2], "PC -\u00BB GPS 10 06 02 1B 00 DD 10 03 ");
-    EXPECT_NEAR(L().LastTraceTime, 12 * 3600 + 0.05, 1e-6);
+    EXPECT_NEAR(L().Shared().LastTraceTime, 12 * 3600 + 0.05, 1e-6);
 }
 
 }  // namespace

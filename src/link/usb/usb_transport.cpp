@@ -72,7 +72,7 @@ void Usb_Transport::USBReceived(Bytes& Packet, Bytes& usbpacket) {
     const std::uint16_t id = Get_LE<std::uint16_t>(usbpacket, 4);
     if (type == cUSB::kProtocol_Layer && id == 0) return;
     // While the counts are asked for, only the records packets (the counts) pass.
-    if (link_.RawSuppressed && type == cUSB::kApplication_Layer && id != ids_.PID_Records) return;
+    if (link_.Shared().RawSuppressed && type == cUSB::kApplication_Layer && id != ids_.PID_Records) return;
     link_.Trace_Packet(usbpacket, "I");
     if (Packet.size() > 1 && type == cUSB::kApplication_Layer) {
         link_.Stop_Watchdog();  // the receiver answered

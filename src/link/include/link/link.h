@@ -59,6 +59,27 @@ private:
 class Serial_Transport;
 class Usb_Transport;
 
+// What the control's properties and procedures share with the link: the
+// line settings, plain stores that the port takes at the next PortOpen, and
+// the flags both sides read and write.
+struct State {
+    std::string Port_Name;  // a device path that overrides the port number
+    std::string Settings = "9600,N,8,1";
+    bool RTSEnable = false;
+    bool DTREnable = false;
+    Handshaking_Values Handshaking = Handshaking_Values::comNone;
+    bool UserFlowControl = false;  // the host acknowledges; no watchdog, no re-sends
+    bool DebugLog = false;         // every packet traced as HexDebug
+    bool NMEAMode = false;         // the unit speaks NMEA or text lines
+    std::int16_t NMEAErrorCount = 0;
+    // While the counts are asked for, only the records packets reach the
+    // host, unacknowledged.
+    bool RawSuppressed = false;
+    double LastTraceTime = 0;  // seconds since midnight, of the last command traced
+    // Set while the control is being destroyed: waits give up at once.
+    bool Terminating = false;
+};
+
 class Link {
 public:
     Link(Platform& platform, SerialPort& comGarmin, Timer& tmrTimeout, const Packet_Ids& ids, Link_Host& host,
@@ -72,37 +93,20 @@ public:
     // chooses the transport.
     std::int16_t Port() const { return port_number_; }
     void Port(std::int16_t n);
-    std::string Port_Name;
-    std::string Settings = "9600,N,8,1";
-    bool RTSEnable = false;
-    bool DTREnable = false;
-    Handshaking_Values Handshaking = Handshaking_Values::comNone;
-    bool UserFlowControl = false;
-    bool DebugLog = false;
     // 2000..5000 ms; anything else becomes 2000 with a message box.
     std::int16_t Time_Out() const { return time_out_ms_; }
     void Time_Out(std::int16_t ms);
 
-    // ---- state
-    Receive_Buffer ReceiveBuffer;
-    bool NMEAMode = false;
-    std::int32_t NakCount = 0;
-    std::int16_t NMEAErrorCount = 0;
-    std::int32_t RetryCount = 0;
-    Packet AckPacket;
-    Packet NakPacket;
-    bool RawSuppressed = false;
-    double LastTraceTime = 0;  // seconds since midnight
-    std::uint8_t LastResponse = 0;
-    std::int32_t LastWaitTime = 0;
-    Packet PingPacket;
-    Packet BaudPacket;  // the change-baud request
+    // ---- what the control shares with the link
+    State& Shared() { return shared_; }
+    const State& Shared() const { return shared_; }
     static const std::array<std::string, 7> BaudList;
-    // Set while the control is being destroyed: waits give up at once.
-    bool Terminating = false;
+    // What the receive path holds, for diagnostics and tests.
+    const Receive_Buffer& Buffer() const { return receive_; }
+    std::int32_t Nak_Count() const { return nak_count_; }
     // Whether every wait should give up now: the control is going away, or
     // the host asked the platform to abandon its waits (Platform::Interrupt).
-    bool Abandoned() const { return Terminating || platform_.Interrupted(); }
+    bool Abandoned() const { return shared_.Terminating || platform_.Interrupted(); }
 
     // Builds the fixed packets from the ids in force.
     void Build_Fixed_Packets();
@@ -193,6 +197,16 @@ private:
         bool refused = false;  // a NAK came: the packet was sent again
     };
     std::vector<Awaited*> awaited_;
+    State shared_;
+    Receive_Buffer receive_;
+    std::int32_t nak_count_ = 0;
+    std::int32_t retry_count_ = 0;
+    Packet ack_;
+    Packet nak_;
+    Packet ping_;
+    Packet baud_;  // the change-baud request
+    std::uint8_t last_response_ = 0;
+    std::int32_t last_wait_ = 0;
     Packet last_;
     std::unique_ptr<Serial_Transport> serial_;
     std::unique_ptr<Usb_Transport> usb_;
