@@ -95,9 +95,8 @@ void Frame_Reader::Reset() {
 }
 
 bool Length_Agrees(const Bytes& packet) {
-    constexpr std::uint8_t kExpandedId = 123;
     if (packet.size() < kFrameOverhead) return false;
-    if (packet[1] == kExpandedId) return true;
+    if (packet[1] == kExpanded_Id) return true;
     return std::size_t{packet[2]} + kFrameOverhead == packet.size();
 }
 
