@@ -142,15 +142,15 @@ void TrekcomCtl::Request_Counts() { impl_->engine.Request_Counts(); }
 void TrekcomCtl::Start_of_Records(std::int16_t& ocount) { impl_->engine.Start_of_Records(ocount); }
 void TrekcomCtl::End_of_Records() { impl_->engine.End_of_Records(); }
 
-std::shared_ptr<cProduct_Data> TrekcomCtl::Product_Data() const { return impl_->engine.Product_Data; }
+std::shared_ptr<cProduct_Data> TrekcomCtl::Product_Data() const { return impl_->engine.Shared().Product_Data; }
 // Identification, the dispatcher and the counts write into these objects
 // at any time: a null one is taken as a fresh, empty object.
 void TrekcomCtl::Product_Data(std::shared_ptr<cProduct_Data> value) {
-    impl_->engine.Product_Data = value ? std::move(value) : std::make_shared<cProduct_Data>();
+    impl_->engine.Shared().Product_Data = value ? std::move(value) : std::make_shared<cProduct_Data>();
 }
-std::shared_ptr<cRecord_Counts> TrekcomCtl::Counts() const { return impl_->engine.Counts; }
+std::shared_ptr<cRecord_Counts> TrekcomCtl::Counts() const { return impl_->engine.Shared().Counts; }
 void TrekcomCtl::Counts(std::shared_ptr<cRecord_Counts> value) {
-    impl_->engine.Counts = value ? std::move(value) : std::make_shared<cRecord_Counts>();
+    impl_->engine.Shared().Counts = value ? std::move(value) : std::make_shared<cRecord_Counts>();
 }
 std::shared_ptr<Collection<cWaypoint>> TrekcomCtl::Waypoints() const { return impl_->engine.Waypoints(); }
 std::shared_ptr<Collection<cRoute>> TrekcomCtl::Routes() const { return impl_->engine.Routes(); }
@@ -161,10 +161,10 @@ std::shared_ptr<Collection<cLap>> TrekcomCtl::Laps() const { return impl_->engin
 #define READ_ONLY(Type, Getter, Setter, where)                      \
     Type TrekcomCtl::Getter() const { return impl_->where; }        \
     void TrekcomCtl::Setter(Type) { impl_->Refuse_Read_Only(); }
-#define PROTOCOL(name) READ_ONLY(std::string, name, name, engine.P.name)
+#define PROTOCOL(name) READ_ONLY(std::string, name, name, engine.Shared().P.name)
 #define PACKET_ID(name) READ_ONLY(std::uint8_t, name, name, ids.name)
 
-READ_ONLY(std::int16_t, Incoming_Records_Count, Incoming_Records_Count, engine.Incoming_Records_Count)
+READ_ONLY(std::int16_t, Incoming_Records_Count, Incoming_Records_Count, engine.Shared().Incoming_Records_Count)
 
 PROTOCOL(Link_Protocol)
 PROTOCOL(WayPoint_Transfer_Protocol)
@@ -218,9 +218,9 @@ PACKET_ID(PID_Sats)
 PACKET_ID(PID_Flightbook_Record)
 PACKET_ID(PID_Unit_ID)
 PACKET_ID(PID_Expanded_Packet)
-READ_ONLY(std::int32_t, PID_Expanded_ID, PID_Expanded_ID, engine.PID_Expanded_ID)
-READ_ONLY(std::int32_t, PID_Icon, PID_Icon, engine.PID_Icon)
-READ_ONLY(std::int32_t, PID_Expanded_Length, PID_Expanded_Lengh, engine.PID_Expanded_Length)
+READ_ONLY(std::int32_t, PID_Expanded_ID, PID_Expanded_ID, engine.Shared().PID_Expanded_ID)
+READ_ONLY(std::int32_t, PID_Icon, PID_Icon, engine.Shared().PID_Icon)
+READ_ONLY(std::int32_t, PID_Expanded_Length, PID_Expanded_Lengh, engine.Shared().PID_Expanded_Length)
 
 PACKET_ID(CMND_Reset_Transfer)
 PACKET_ID(CMND_Transfer_Alm)

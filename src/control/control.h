@@ -32,7 +32,7 @@ public:
     void Dispatch_Packet(const Bytes& packet) override { engine.Dispatch_Packet(packet); }
     void Line_Received(const std::string& line, bool text_line) override;
     std::string xLate(const std::string& phrase) override;
-    void Clear_Error_Latch() override { engine.Error_Latch = false; }
+    void Clear_Error_Latch() override { engine.Shared().Error_Latch = false; }
     void Raise_ReceiveCounts(std::int16_t wCount, std::int16_t pCount, std::int16_t rCount,
                              std::int16_t tCount) override;
     void Raise_ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>& list) override;

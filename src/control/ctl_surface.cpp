@@ -18,7 +18,7 @@ void Control::Request_Display() {
     // A request like any other: what an earlier count left set (raw events
     // off, records-only) would otherwise drop the replayed packets unseen.
     link.Shared().RawSuppressed = false;
-    engine.Error_Latch = false;
+    engine.Shared().Error_Latch = false;
     if (Replay_Log(platform->Open_File_Dialog(replay::kLog_Filter))) return;
     Not_Supported("Screen capture is not supported");
 }

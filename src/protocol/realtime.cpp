@@ -79,11 +79,11 @@ Realtime::Realtime(Engine& engine, link::Link& link, link::Link_Host& host, Plat
       async_off_{kAsync_Off_Id, {0, 0}, std::nullopt} {
     pvt_timer_.Tick = [this] { Pvt_Tick(); };
     async_timer_.Tick = [this] { Async_Tick(); };
-    engine_.Live = this;
+    engine_.live_ = this;
 }
 
 Realtime::~Realtime() {
-    engine_.Live = nullptr;
+    engine_.live_ = nullptr;
     pvt_timer_.Enabled(false);
     async_timer_.Enabled(false);
     pvt_timer_.Tick = nullptr;
@@ -94,7 +94,7 @@ const link::Packet_Ids& Realtime::Ids() const { return engine_.ids_; }
 
 void Realtime::Clear_Flags() {
     link_.Shared().RawSuppressed = false;
-    engine_.Error_Latch = false;
+    engine_.Shared().Error_Latch = false;
 }
 
 // ---------------------------------------------------------------- requests
@@ -128,7 +128,7 @@ void Realtime::Send_Position_Data() {
 void Realtime::Power_Off() {
     // A unit that is off streams nothing: re-commanding it every two seconds
     // would only fill the trace, so PVT mode ends here too.
-    engine_.Error_Latch = false;
+    engine_.Shared().Error_Latch = false;
     pvt_timer_.Enabled(false);
     engine_.Exchange(engine_.Packets().Turn_Off_Pwr, 0, 0);
 }

@@ -95,7 +95,7 @@ bool Engine::Exchange(const link::Packet& packet, std::uint8_t response, std::in
 
 void Engine::Begin_Request() {
     link_.Shared().RawSuppressed = false;
-    Error_Latch = false;
+    shared_.Error_Latch = false;
     // A new request ends what the unit was sending: the host chose to stop it.
     tally_ = {};
     // Every download identifies the unit again: it may have been swapped.
@@ -127,7 +127,7 @@ void Engine::Request_Flightbook() { Download(Transfer_Kind::Flightbook, &Prebuil
 
 void Engine::Request_Counts() {
     Begin_Request();
-    *Counts = cRecord_Counts{};
+    *shared_.Counts = cRecord_Counts{};
     // The unit announces each count and is then stopped before its first
     // record: no Receive events, no ACK of the records packet, and the
     // completion packets that follow raise no download event.
@@ -140,24 +140,24 @@ void Engine::Request_Counts() {
         std::int16_t cRecord_Counts::*count;
     };
     const Kind kinds[] = {
-        {P.WayPoint_Transfer_Protocol, &Prebuilt::Transfer_Wpt, ids_.CMND_Transfer_Wpt, &cRecord_Counts::Waypoint_Records},
-        {P.Route_Transfer_Protocol, &Prebuilt::Transfer_Rte, ids_.CMND_Transfer_Rte, &cRecord_Counts::Route_Records},
-        {P.Prox_Wpt_Transfer_Protocol, &Prebuilt::Transfer_Prx, ids_.CMND_Transfer_Prx,
+        {shared_.P.WayPoint_Transfer_Protocol, &Prebuilt::Transfer_Wpt, ids_.CMND_Transfer_Wpt, &cRecord_Counts::Waypoint_Records},
+        {shared_.P.Route_Transfer_Protocol, &Prebuilt::Transfer_Rte, ids_.CMND_Transfer_Rte, &cRecord_Counts::Route_Records},
+        {shared_.P.Prox_Wpt_Transfer_Protocol, &Prebuilt::Transfer_Prx, ids_.CMND_Transfer_Prx,
          &cRecord_Counts::Prox_Waypoint_records},
-        {P.Track_Transfer_Protocol, &Prebuilt::Transfer_Trk, ids_.CMND_Transfer_Trk, &cRecord_Counts::Track_Records},
+        {shared_.P.Track_Transfer_Protocol, &Prebuilt::Transfer_Trk, ids_.CMND_Transfer_Trk, &cRecord_Counts::Track_Records},
     };
     for (const Kind& kind : kinds) {
-        Incoming_Records_Count = -1;
+        shared_.Incoming_Records_Count = -1;
         if (!Blank(kind.protocol)) {
             Exchange(packets_.*kind.command, ids_.PID_Records, kCount_Wait);
             Name_Transfer(packets_.Xfer_Cmplt, kind.code);
             Exchange(packets_.Xfer_Cmplt, ids_.PID_Ack_Byte, kCount_Wait);
         }
-        (*Counts).*kind.count = Incoming_Records_Count;  // -1: not supported, or no count came
+        (*shared_.Counts).*kind.count = shared_.Incoming_Records_Count;  // -1: not supported, or no count came
     }
-    Incoming_Records_Count = 0;
+    shared_.Incoming_Records_Count = 0;
     // RawSuppressed stays set until the next request clears it.
-    const cRecord_Counts c = *Counts;
+    const cRecord_Counts c = *shared_.Counts;
     host_.Raise_ReceiveCounts(c.Waypoint_Records, c.Prox_Waypoint_records, c.Route_Records, c.Track_Records);
 }
 
@@ -184,13 +184,13 @@ void Engine::Close_Tally() {
 // ---------------------------------------------------------------- uploads
 
 void Engine::Start_of_Records(std::int16_t& ocount) {
-    Error_Latch = false;
+    shared_.Error_Latch = false;
     link::Put_LE<std::int16_t>(packets_.Records.data, 0, ocount);
     Exchange(packets_.Records, ids_.PID_Ack_Byte, kUpload_Wait);
 }
 
 void Engine::End_of_Records() {
-    Error_Latch = false;
+    shared_.Error_Latch = false;
     // The last packet sent is the upload's last record (the unit only ACKs
     // while we upload), and its id tells which transfer this closes.
     Name_Transfer(packets_.Xfer_Cmplt, Command_Of_Record(link_.Last_Sent().id));

@@ -25,7 +25,7 @@ TEST_F(Protocol_Test, CapabilityArrayOfAnyLength) {
         cut[2] = static_cast<std::uint8_t>(n);
         cut.insert(cut.end(), {0, 16, 3});
         C().Dispatch_Packet(Exact(cut));
-        EXPECT_TRUE(C().engine.Protocol_Array_Received);
+        EXPECT_TRUE(C().engine.Shared().Protocol_Array_Received);
     }
     Bytes lying = {16, 253, 200, 'A', 100, 0, 0, 16, 3};
     C().Dispatch_Packet(Exact(lying));
@@ -65,7 +65,7 @@ TEST_F(Protocol_Test, UnitIdIsUnsignedDecimal) {
     C().Dispatch_Packet(link::Make_Packet(38, {0}));  // too short to hold one: read as 0
     EXPECT_EQ(ctl.Product_Data()->Unit_ID, "0");
     C().Dispatch_Packet(link::Make_Packet(49, {0x00, 0x96, 0x00, 0x00}));
-    EXPECT_EQ(C().engine.Baud_Reply, 38400);
+    EXPECT_EQ(C().engine.Shared().Baud_Reply, 38400);
 }
 
 // Thousands of random packets with every id in force and random lengths and

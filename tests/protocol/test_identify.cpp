@@ -61,7 +61,7 @@ TEST_P(Identify, FillsEveryProtocolProperty) {
     EXPECT_EQ(Transfers(ctl), c.transfers);
     EXPECT_EQ(Formats(ctl), c.formats);
     EXPECT_EQ(Switched_Ids(ctl), c.ids);
-    EXPECT_EQ(C().engine.Protocol_Array_Received, c.by_array);
+    EXPECT_EQ(C().engine.Shared().Protocol_Array_Received, c.by_array);
     const auto pd = ctl.Product_Data();
     EXPECT_EQ(pd->Product_ID, static_cast<std::int16_t>(c.profile.product_id));
     EXPECT_EQ(pd->Software_Version, c.profile.software_version);

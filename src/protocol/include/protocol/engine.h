@@ -67,6 +67,39 @@ struct Protocols {
     std::string Pvt_Data_Format;
 };
 
+// What the control's properties read and set on the engine: what the unit
+// said of itself, the flags of the requests in progress, and the records
+// each upload encodes and each decoder fills or replaces.
+struct State {
+    Protocols P;
+    // Any A900..A905 entry of the capability array; nothing reads it.
+    std::string A900_Protocol;
+    bool Protocol_Array_Received = false;
+    // The count of the last records packet; -1 while Request_Counts waits for one.
+    std::int16_t Incoming_Records_Count = 0;
+    // The rate the receiver answered a baud change with.
+    std::int32_t Baud_Reply = 0;
+    // Set by a refused upload once it has reported, so a batch reports once.
+    bool Error_Latch = false;
+    // Ids of the expanded and icon packets, held for the icon transfers.
+    std::int32_t PID_Expanded_ID = 0;
+    std::int32_t PID_Icon = 0;
+    std::int32_t PID_Expanded_Length = 0;
+    // Null is never left here: the setters put an empty object instead.
+    std::shared_ptr<cProduct_Data> Product_Data = std::make_shared<cProduct_Data>();
+    std::shared_ptr<cRecord_Counts> Counts = std::make_shared<cRecord_Counts>();
+    // The current records: the host may set objects of its own; a null one
+    // is replaced by an empty record when next used.
+    std::shared_ptr<cWaypoint> Waypoint = std::make_shared<cWaypoint>();
+    std::shared_ptr<cRoute> Route = std::make_shared<cRoute>();
+    std::shared_ptr<cTrack> Track = std::make_shared<cTrack>();
+    std::shared_ptr<cAlmanac> Almanac = std::make_shared<cAlmanac>();
+    std::shared_ptr<cLap> Lap = std::make_shared<cLap>();
+    std::shared_ptr<cFlightbook_Record> Flightbook_Record = std::make_shared<cFlightbook_Record>();
+    // The host's choice: track points carry their true data size (see TrekcomCtl.h).
+    bool Track_Point_True_Size = false;
+};
+
 // The six multi-record kinds, each with its support test.
 enum class Transfer_Kind { Waypoints, Prox_Waypoints, Routes, Tracks, Flightbook, Laps };
 
@@ -80,27 +113,13 @@ public:
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;
 
-    // ---- state the host reads through properties
-    Protocols P;
-    // Any A900..A905 entry of the capability array; nothing reads it.
-    std::string A900_Protocol;
-    bool Protocol_Array_Received = false;
-    // The count of the last records packet; -1 while Request_Counts waits for one.
-    std::int16_t Incoming_Records_Count = 0;
+    // ---- what the control's properties read and set
+    State& Shared() { return shared_; }
+    const State& Shared() const { return shared_; }
     // The error a download reports when it ends with another number of
     // records than it announced.
     static constexpr std::int16_t kIncomplete_Transfer = 7;
-    // The rate the receiver answered a baud change with.
-    std::int32_t Baud_Reply = 0;
-    // Set by a refused upload once it has reported, so a batch reports once.
-    bool Error_Latch = false;
-    // Ids of the expanded and icon packets, held for the icon transfers.
-    std::int32_t PID_Expanded_ID = 0;
-    std::int32_t PID_Icon = 0;
-    std::int32_t PID_Expanded_Length = 0;
 
-    std::shared_ptr<cProduct_Data> Product_Data = std::make_shared<cProduct_Data>();
-    std::shared_ptr<cRecord_Counts> Counts = std::make_shared<cRecord_Counts>();
     // Created on first use; the record decoders add to them.
     std::shared_ptr<Collection<cWaypoint>>& Waypoints();
     std::shared_ptr<Collection<cRoute>>& Routes();
@@ -149,16 +168,7 @@ public:
     };
     const Prebuilt& Packets() const { return packets_; }
 
-    // ---- record uploads and the current records
-    // The record each Send_* encodes and each decoder fills or replaces; the
-    // host may set objects of its own. A null one is replaced by an empty
-    // record when next used.
-    std::shared_ptr<cWaypoint> Waypoint = std::make_shared<cWaypoint>();
-    std::shared_ptr<cRoute> Route = std::make_shared<cRoute>();
-    std::shared_ptr<cTrack> Track = std::make_shared<cTrack>();
-    std::shared_ptr<cAlmanac> Almanac = std::make_shared<cAlmanac>();
-    std::shared_ptr<cLap> Lap = std::make_shared<cLap>();
-    std::shared_ptr<cFlightbook_Record> Flightbook_Record = std::make_shared<cFlightbook_Record>();
+    // ---- record uploads
     // One record per call, acknowledged by the unit. A unit that lacks the
     // transfer gets nothing (reported once per batch); a record with a value
     // its layout cannot carry is reported and not sent.
@@ -169,8 +179,6 @@ public:
     void Send_Route_Link();
     void Send_Track_Header();
     void Send_Track();
-    // The host's choice: track points carry their true data size (see TrekcomCtl.h).
-    bool Track_Point_True_Size = false;
     void Send_Almanac_Data();
     void Send_Lap();
     void Send_Flightbook_Record();
@@ -181,7 +189,6 @@ public:
     // its lifetime so the dispatcher can hand it the real-time packets, which
     // are dropped while nothing is registered. It sends through Exchange.
     friend class Realtime;
-    class Realtime* Live = nullptr;
 
 private:
     // (Re)builds the prebuilt packets from the ids and codes in force.
@@ -236,6 +243,8 @@ private:
     void On_Sats(const Bytes& packet);
     void On_Expanded_Packet(const Bytes& packet);  // expanded form, ids 124 and 125
 
+    State shared_;
+    class Realtime* live_ = nullptr;  // the registered real-time part, if any
     link::Link& link_;
     link::Packet_Ids& ids_;
     Engine_Host& host_;
