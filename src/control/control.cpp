@@ -1,5 +1,7 @@
 #include "control.h"
 
+#include "platform/translate.h"
+
 namespace trekcom::detail {
 
 Control::Control(std::shared_ptr<Platform> p)
@@ -38,7 +40,11 @@ void Control::Raise_Receive(const Bytes& packet) {
     sink->vcReceive(text);
 }
 
-std::string Control::xLate(const std::string& phrase) { return sak ? sak->xLate(phrase) : phrase; }
+// Once terminated the control speaks English: its translation files may be
+// gone with the host's folders.
+std::string Control::xLate(const std::string& phrase) {
+    return link.Shared().Terminating ? phrase : Translate(*platform, Language, phrase);
+}
 
 void Control::Raise_Error(std::int16_t code, const std::string& message, const Bytes& packet) {
     std::int16_t cErr = code;

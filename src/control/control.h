@@ -66,8 +66,8 @@ public:
     // with it for the dispatcher.
     protocol::Realtime realtime{engine, link, *this, *platform, *tmrPVTData, *tmrAsync};
     // ---- host surface: the utility object, language, diagnostics, NMEA,
-    // display and icons. The utility object does the control's translating
-    // (xLate forwards to it) and goes at terminate.
+    // display and icons. The utility object serves the control's own
+    // utility methods and goes at terminate.
     std::unique_ptr<cSAK> sak = std::make_unique<cSAK>(platform);
     std::string Palette_File;
     std::shared_ptr<cDisplay> Display = std::make_shared<cDisplay>();
