@@ -41,29 +41,29 @@ T& Held(std::shared_ptr<T>& record) {
     return *record;
 }
 
-// A received packet as the decoders read it: fields at data offsets, taken
-// only from the data bytes that the size byte declares and the packet holds.
-// The shared readers refuse a field that ends on the last element they are
-// given, so they get the header, that data and one element more: every field
-// inside the data reads, none that reaches past it does.
+// A received packet's data as the decoders read it: fields at data offsets,
+// taken only from the data bytes that the size byte declares and the packet
+// holds. A field that does not fit reads as 0.
 class Data_Reader {
 public:
-    explicit Data_Reader(const Bytes& packet)
-        : view_(records::Const_Buffer(packet).first(
-              std::min(packet.size(), packet.size() > 2 ? std::size_t{3} + packet[2] + 1 : std::size_t{0}))) {}
-
-    std::uint8_t Byte(int offset) const {
-        const std::size_t index = At(offset);
-        return index + 1 < view_.size() ? view_[index] : 0;
+    explicit Data_Reader(const Bytes& packet) {
+        if (packet.size() <= 3) return;
+        data_ = link::Data_View(packet).subspan(3);
+        data_ = data_.first(std::min<std::size_t>(data_.size(), packet[2]));
     }
-    std::int16_t Int(int offset) const { return records::Pkt2Int(view_, At(offset)); }
-    std::int32_t Long(int offset) const { return records::Pkt2Long(view_, At(offset)); }
-    float Single(int offset) const { return records::Pkt2Single(view_, At(offset)); }
-    double Double(int offset) const { return records::Pkt2Double(view_, At(offset)); }
+
+    std::uint8_t Byte(int offset) const { return Get<std::uint8_t>(offset); }
+    std::int16_t Int(int offset) const { return Get<std::int16_t>(offset); }
+    std::int32_t Long(int offset) const { return Get<std::int32_t>(offset); }
+    float Single(int offset) const { return Get<float>(offset); }
+    double Double(int offset) const { return Get<double>(offset); }
 
 private:
-    static std::int16_t At(int offset) { return static_cast<std::int16_t>(3 + offset); }
-    records::Const_Buffer view_;
+    template <typename T>
+    T Get(int offset) const {
+        return offset < 0 ? T{} : link::Get_LE<T>(data_, static_cast<std::size_t>(offset));
+    }
+    link::Data_View data_{};
 };
 
 }  // namespace
