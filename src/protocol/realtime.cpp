@@ -8,7 +8,6 @@
 #include "link/framing.h"
 #include "link/little_endian.h"
 #include "protocol/engine.h"
-#include "records/fields.h"
 
 namespace trekcom::protocol {
 
