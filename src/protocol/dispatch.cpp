@@ -99,13 +99,13 @@ void Engine::Complete_Transfer(const Bytes& packet) {
 // one is wired, its packets are dropped and its record keeps its start values.
 
 void Engine::On_Track_Header(const Bytes& packet) {
-    Track = track_pool_.Make(records::Decode_Track_Header(packet, P.Track_Header_Format));
+    Track = track_pool_.Make(records::Decode_Track_Header(link::Data_Of(packet), P.Track_Header_Format));
     Tracks()->Add(Track);
 }
 void Engine::On_Track_Point(const Bytes& packet) {
     // Each point carries the name, colour and display flag of the record
     // before it, so a whole track carries its header's.
-    Track = track_pool_.Make(records::Decode_Track_Point(packet, P.Track_Point_Format, *Created(Track)));
+    Track = track_pool_.Make(records::Decode_Track_Point(link::Data_Of(packet), P.Track_Point_Format, *Created(Track)));
     Tracks()->Add(Track);
 }
 void Engine::On_Date_Time(const Bytes& packet) {
@@ -116,32 +116,32 @@ void Engine::On_Pvt_Data(const Bytes& packet) {
 }
 void Engine::On_Almanac(const Bytes& packet) {
     // Filled in place: what an entry's layout cannot set keeps its value.
-    records::Decode_Almanac(packet, P.Almanac_Data_Format, *Created(Almanac));
+    records::Decode_Almanac(link::Data_Of(packet), P.Almanac_Data_Format, *Created(Almanac));
 }
 void Engine::On_Position(const Bytes& packet) {
     if (Live) Live->Decode_Position(packet);
 }
 void Engine::On_Waypoint(const Bytes& packet) {
-    Waypoint = std::make_shared<cWaypoint>(records::Decode_Waypoint(packet, Waypoint_Format(packet[1])));
+    Waypoint = std::make_shared<cWaypoint>(records::Decode_Waypoint(link::Data_Of(packet), Waypoint_Format(packet[1])));
     Waypoints()->Add(Waypoint);
     // Whatever the transfer: a route's waypoints follow its header this way.
     records::Join_Last_Route(*Routes(), Waypoint);
 }
 void Engine::On_Route_Header(const Bytes& packet) {
-    Route = std::make_shared<cRoute>(records::Decode_Route_Header(packet, P.Route_Header_Format));
+    Route = std::make_shared<cRoute>(records::Decode_Route_Header(link::Data_Of(packet), P.Route_Header_Format));
     Routes()->Add(Route);
 }
-void Engine::On_Route_Link(const Bytes& packet) { records::Decode_Route_Link(packet, *Created(Route)); }
+void Engine::On_Route_Link(const Bytes& packet) { records::Decode_Route_Link(link::Data_Of(packet), *Created(Route)); }
 void Engine::On_Voltages(const Bytes& packet) {
     if (Live) Live->Decode_Voltages(packet);
 }
 void Engine::On_Display_Data(const Bytes& packet) { (void)packet; }
 void Engine::On_Flightbook_Record(const Bytes& packet) {
-    Flightbook_Record = std::make_shared<cFlightbook_Record>(records::Decode_Flightbook(packet));
+    Flightbook_Record = std::make_shared<cFlightbook_Record>(records::Decode_Flightbook(link::Data_Of(packet)));
     Flightbook_Records()->Add(Flightbook_Record);
 }
 void Engine::On_Lap(const Bytes& packet) {
-    Lap = std::make_shared<cLap>(records::Decode_Lap(packet));
+    Lap = std::make_shared<cLap>(records::Decode_Lap(link::Data_Of(packet)));
     Laps()->Add(Lap);
 }
 void Engine::On_Sats(const Bytes& packet) {
