@@ -29,10 +29,13 @@ void Draw_Waypoint(Rng& r, cWaypoint& w) {
 
 // What each format carries, in wire order.
 void Carry_Waypoint(std::string_view f, bool proximity, Carry& c, cWaypoint& in, cWaypoint& out) {
-    const auto d100 = [&] {
-        c.Text(in.Ident, out.Ident, 6);
+    const auto lat_lon = [&] {
         c.Position(in.Lat, out.Lat);
         c.Position(in.Lon, out.Lon);
+    };
+    const auto d100 = [&] {
+        c.Text(in.Ident, out.Ident, 6);
+        lat_lon();
         c.Same(in.Unused1, out.Unused1);
         c.Text(in.Cmnt, out.Cmnt, 40);
     };
@@ -51,15 +54,13 @@ void Carry_Waypoint(std::string_view f, bool proximity, Carry& c, cWaypoint& in,
         if (f == "D107" || proximity) c.Same(in.Dist, out.Dist);
         if (f == "D107") c.Byte(in.Color, out.Color);
     } else if (f == "D105") {
-        c.Position(in.Lat, out.Lat);
-        c.Position(in.Lon, out.Lon);
+        lat_lon();
         c.Same(in.Smbl, out.Smbl);
         c.Terminated(in.Ident, out.Ident);
     } else if (f == "D106") {
         c.Byte(in.Wpt_Class, out.Wpt_Class);
         c.Raw(in.Sub_Class, out.Sub_Class, 13);
-        c.Position(in.Lat, out.Lat);
-        c.Position(in.Lon, out.Lon);
+        lat_lon();
         c.Same(in.Smbl, out.Smbl);
         c.Terminated(in.Ident, out.Ident);
         c.Terminated(in.Link, out.Link);
@@ -78,8 +79,7 @@ void Carry_Waypoint(std::string_view f, bool proximity, Carry& c, cWaypoint& in,
         c.Byte(in.Attrib, out.Attrib);
         c.Same(in.Smbl, out.Smbl);
         if (in.Wpt_Class > 127) c.Raw(in.Sub_Class, out.Sub_Class, 18);
-        c.Position(in.Lat, out.Lat);
-        c.Position(in.Lon, out.Lon);
+        lat_lon();
         c.Same(in.Alt, out.Alt);
         c.Same(in.Dpth, out.Dpth);
         c.Same(in.Dist, out.Dist);
@@ -97,8 +97,7 @@ void Carry_Waypoint(std::string_view f, bool proximity, Carry& c, cWaypoint& in,
         c.Text(in.Ident, out.Ident, 6);
         c.Text(in.Country, out.Country, 2);
         c.Byte(in.Wpt_Class, out.Wpt_Class);
-        c.Position(in.Lat, out.Lat);
-        c.Position(in.Lon, out.Lon);
+        lat_lon();
         c.Integer(in.Alt, out.Alt);
         c.Text(in.City, out.City, 24);
         c.Text(in.State, out.State, 2);

@@ -21,10 +21,7 @@ cLap Decode_Lap(link::Data_View data) {
     lap.Start_Time = Seconds2Time(lap.Start_Time_Seconds);
     lap.Total_Time = Data_Long(data, 4);
     lap.Total_Distance = Data_Single(data, 8);
-    lap.Begin_Lat = Position_At(data, 12);
-    lap.Begin_Lon = Position_At(data, 16);
-    lap.End_Lat = Position_At(data, 20);
-    lap.End_Lon = Position_At(data, 24);
+    Positions_At(data, 12, {&lap.Begin_Lat, &lap.Begin_Lon, &lap.End_Lat, &lap.End_Lon});
     lap.Calories = Data_Int(data, 28);
     lap.Track_Index = Data_Byte(data, 30);
     lap.Unused = Data_Byte(data, 31);
@@ -36,10 +33,7 @@ std::optional<link::Packet> Encode_Lap(const cLap& lap, std::uint16_t packet_id)
     Put_Long(p, 0, Wire_Time(lap.Start_Time_Seconds, lap.Start_Time));
     Put_Long(p, 4, lap.Total_Time);
     Put_Single(p, 8, lap.Total_Distance);
-    Put_Position(p, 12, lap.Begin_Lat);
-    Put_Position(p, 16, lap.Begin_Lon);
-    Put_Position(p, 20, lap.End_Lat);
-    Put_Position(p, 24, lap.End_Lon);
+    Put_Positions(p, 12, {lap.Begin_Lat, lap.Begin_Lon, lap.End_Lat, lap.End_Lon});
     Put_Int(p, 28, lap.Calories);
     Put_Byte(p, 30, lap.Track_Index);
     // The unused byte goes out as 0, whatever the record holds.
@@ -52,10 +46,7 @@ cFlightbook_Record Decode_Flightbook(link::Data_View data) {
     r.Takeoff_Time = Seconds2Time(r.Takeoff_Seconds);
     r.Landing_Seconds = Data_Long(data, 4);
     r.Landing_Time = Seconds2Time(r.Landing_Seconds);
-    r.Takeoff_Lat = Position_At(data, 8);
-    r.Takeoff_Lon = Position_At(data, 12);
-    r.Landing_Lat = Position_At(data, 16);
-    r.Landing_Lon = Position_At(data, 20);
+    Positions_At(data, 8, {&r.Takeoff_Lat, &r.Takeoff_Lon, &r.Landing_Lat, &r.Landing_Lon});
     r.Night_Time = Data_Long(data, 24);
     r.Num_Landings = Data_Long(data, 28);
     r.Max_Speed = Data_Single(data, 32);
@@ -77,10 +68,7 @@ std::optional<link::Packet> Encode_Flightbook(const cFlightbook_Record& r, std::
     Bytes p = New_Data(kFlightbookTexts + texts.size());
     Put_Long(p, 0, Wire_Time(r.Takeoff_Seconds, r.Takeoff_Time));
     Put_Long(p, 4, Wire_Time(r.Landing_Seconds, r.Landing_Time));
-    Put_Position(p, 8, r.Takeoff_Lat);
-    Put_Position(p, 12, r.Takeoff_Lon);
-    Put_Position(p, 16, r.Landing_Lat);
-    Put_Position(p, 20, r.Landing_Lon);
+    Put_Positions(p, 8, {r.Takeoff_Lat, r.Takeoff_Lon, r.Landing_Lat, r.Landing_Lon});
     Put_Long(p, 24, r.Night_Time);
     Put_Long(p, 28, r.Num_Landings);
     Put_Single(p, 32, r.Max_Speed);

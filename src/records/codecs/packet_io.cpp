@@ -10,6 +10,13 @@ namespace trekcom::records::codec {
 
 double Position_At(Data_View data, int offset) { return Semi2Deg(Data_Long(data, offset)); }
 
+void Positions_At(Data_View data, int offset, std::initializer_list<double*> degrees) {
+    for (double* d : degrees) {
+        *d = Position_At(data, offset);
+        offset += 4;
+    }
+}
+
 std::string Fixed_Text(Data_View data, int offset, int width) { return Trim(Wire_Text(data, offset, width, 0)); }
 
 std::string Raw_Text(Data_View data, int offset, int width) { return Wire_Text(data, offset, width, 1); }
@@ -45,6 +52,13 @@ Bytes New_Data(std::size_t size) {
 }
 
 void Put_Position(Bytes& data, int offset, double degrees) { Put_Long(data, offset, Deg2Semi(degrees)); }
+
+void Put_Positions(Bytes& data, int offset, std::initializer_list<double> degrees) {
+    for (const double d : degrees) {
+        Put_Position(data, offset, d);
+        offset += 4;
+    }
+}
 
 void Put_Upper_Text(Bytes& data, int offset, int width, std::string_view text) {
     Put_Str(data, offset, width, Upper_Text(text));

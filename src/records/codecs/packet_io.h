@@ -24,6 +24,8 @@ using link::Data_View;
 
 // A position in semicircles at a data offset, in degrees.
 double Position_At(Data_View data, int offset);
+// Positions one after another from a data offset, four bytes each.
+void Positions_At(Data_View data, int offset, std::initializer_list<double*> degrees);
 
 // Fixed-width text at a data offset, stopped at the first NUL and trimmed of
 // spaces: every fixed text field.
@@ -54,6 +56,8 @@ Bytes New_Data(std::size_t size);
 
 // Degrees as semicircles at a data offset (Deg2Semi: may throw Overflow_Error).
 void Put_Position(Bytes& data, int offset, double degrees);
+// Positions one after another from a data offset, four bytes each.
+void Put_Positions(Bytes& data, int offset, std::initializer_list<double> degrees);
 
 // Fixed-width text at a data offset, upper-cased, space-padded, cut to width.
 void Put_Upper_Text(Bytes& data, int offset, int width, std::string_view text);
