@@ -38,7 +38,8 @@ std::vector<Format<cRoute>> Route_Formats() {
         {"D210",
          [](Carry& c, cRoute& in, cRoute& out) {
              // Direct (3) and snapped (255) links carry no subclass.
-             in.Link_Class = out.Link_Class = c.rng.Coin() ? c.rng.Pick<std::int16_t>({3, 255}) : c.rng.Value<std::int16_t>();
+             in.Link_Class = out.Link_Class =
+                 c.rng.Coin() ? c.rng.Pick<std::int16_t>({3, 255}) : c.rng.Value<std::int16_t>();
              if (in.Link_Class != 3 && in.Link_Class != 255) c.Text(in.Link_Sub_Class, out.Link_Sub_Class, 18);
              c.Terminated(in.Link_Ident, out.Link_Ident, true);
          }},
@@ -86,12 +87,9 @@ std::vector<Format<cTrack>> Track_Formats() {
         };
     };
     const Models<cTrack> models{
-        {"D310", named},
-        {"D311", [](Carry& c, cTrack& in, cTrack& out) { c.Same(in.Index, out.Index); }},
-        {"D312", named},
-        {"D300", point("D300")},
-        {"D301", point("D301")},
-        {"D302", point("D302")},
+        {"D310", named},         {"D311", [](Carry& c, cTrack& in, cTrack& out) { c.Same(in.Index, out.Index); }},
+        {"D312", named},         {"D300", point("D300")},
+        {"D301", point("D301")}, {"D302", point("D302")},
     };
     return Formats<cTrack>(
         models,
@@ -229,9 +227,9 @@ TEST(RecordCodecs, OnePacketPerFamilyIsPinnedByteForByte) {
     EXPECT_FALSE(Decode_Track_Point(d302, "D302", Current()).New_Segment);
 
     // toa 1, af0 2, af1 0.5, e 10, sqrta 100, m0 -1, w 25, omg0 1, odot 2, i 0.5, hlth 1.
-    const Bytes d551 = Hex(
-        "05 01 02  00 00 80 3F  00 00 00 40  00 00 00 3F  00 00 20 41  00 00 C8 42  00 00 80 BF "
-        "00 00 C8 41  00 00 80 3F  00 00 00 40  00 00 00 3F  00 00 80 3F");
+    const Bytes d551 =
+        Hex("05 01 02  00 00 80 3F  00 00 00 40  00 00 00 3F  00 00 20 41  00 00 C8 42  00 00 80 BF "
+            "00 00 C8 41  00 00 80 3F  00 00 00 40  00 00 00 3F  00 00 80 3F");
     cAlmanac almanac;
     almanac.svid = 5, almanac.wn = 513, almanac.toa = 1, almanac.af0 = 2, almanac.af1 = 0.5f, almanac.e = 10;
     almanac.sqrta = 100, almanac.m0 = -1, almanac.w = 25, almanac.omg0 = 1, almanac.odot = 2, almanac.i = 0.5f;

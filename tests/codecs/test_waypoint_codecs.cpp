@@ -101,12 +101,13 @@ void Carry_Waypoint(std::string_view f, Carry& c, cWaypoint& in, cWaypoint& out)
 
 std::vector<Format<cWaypoint>> Waypoint_Formats() {
     std::vector<std::pair<std::string, std::function<void(Carry&, cWaypoint&, cWaypoint&)>>> models;
-    for (const std::string f : {"D100", "D101", "D102", "D103", "D104", "D105", "D106", "D107", "D108", "D109",
-                                "D110", "D150", "D151", "D152", "D154", "D155", "D400", "D403"})
+    for (const std::string f : {"D100", "D101", "D102", "D103", "D104", "D105", "D106", "D107", "D108", "D109", "D110",
+                                "D150", "D151", "D152", "D154", "D155", "D400", "D403"})
         models.emplace_back(f, [f](Carry& c, cWaypoint& in, cWaypoint& out) { Carry_Waypoint(f, c, in, out); });
     const auto base = [](const std::string& f) { return f == "D400" ? "D100" : f == "D403" ? "D103" : f; };
     return Formats<cWaypoint>(
-        models, [=](const cWaypoint& w, const std::string& f) { return Encode_Waypoint(w, base(f), Id(f), f[1] == '4'); },
+        models,
+        [=](const cWaypoint& w, const std::string& f) { return Encode_Waypoint(w, base(f), Id(f), f[1] == '4'); },
         [=](link::Data_View d, const std::string& f) { return Decode_Waypoint(d, base(f)); });
 }
 
@@ -135,8 +136,8 @@ TEST(WaypointCodec, OnePacketPerLayoutFamilyIsPinnedByteForByte) {
     w.Wpt_Class = 4;
     EXPECT_EQ(Encode_Waypoint(w, "D103", kPrx, true)->data, Cat({d100, Hex("07 02  00 00 C8 42")}));
     EXPECT_EQ(Encode_Waypoint(w, "D155", kWpt, false)->data,
-              Cat({d100, Hex("00 00 C8 42"), Txt("AIRPORT", 30), Txt("OLATHE", 24), Txt("KS"), Hex("64 00"),
-                   Txt("US"), Hex("00 04  07 00 02")}));
+              Cat({d100, Hex("00 00 C8 42"), Txt("AIRPORT", 30), Txt("OLATHE", 24), Txt("KS"), Hex("64 00"), Txt("US"),
+                   Hex("00 04  07 00 02")}));
     EXPECT_EQ(Encode_Waypoint(w, "D150", kWpt, false)->data, d150);
     // D450, only ever received: the index, a D150, the distance, read one
     // byte early (the comment's last space and three bytes of 100.0f).

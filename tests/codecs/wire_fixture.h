@@ -129,8 +129,9 @@ struct Letter {
     const char* upper;
 };
 inline constexpr Letter kAlphabet[] = {
-    {"a", "A"}, {"z", "Z"}, {"Q", "Q"}, {"7", "7"}, {" ", " "}, {" ", " "}, {"\x10", "\x10"}, {"\x03", "\x03"},
-    {"\x7F", "\x7F"}, {"é", "É"}, {"þ", "Þ"}, {"ÿ", "Ÿ"}, {"š", "Š"}, {"œ", "Œ"}, {"€", "€"}, {"÷", "÷"}, {"ß", "ß"},
+    {"a", "A"},       {"z", "Z"},       {"Q", "Q"},       {"7", "7"}, {" ", " "}, {" ", " "},
+    {"\x10", "\x10"}, {"\x03", "\x03"}, {"\x7F", "\x7F"}, {"é", "É"}, {"þ", "Þ"}, {"ÿ", "Ÿ"},
+    {"š", "Š"},       {"œ", "Œ"},       {"€", "€"},       {"÷", "÷"}, {"ß", "ß"},
 };
 inline std::string Trim(std::string_view s) {
     const auto first = s.find_first_not_of(' ');
@@ -140,9 +141,10 @@ inline std::string Trim(std::string_view s) {
 // The seed is new each run unless CODEC_SEED gives one; failures print it.
 class Rng {
 public:
-    Rng() : seed_(std::getenv("CODEC_SEED") ? std::strtoull(std::getenv("CODEC_SEED"), nullptr, 10)
-                                            : std::random_device{}()),
-            engine_(seed_) {}
+    Rng()
+        : seed_(std::getenv("CODEC_SEED") ? std::strtoull(std::getenv("CODEC_SEED"), nullptr, 10)
+                                          : std::random_device{}()),
+          engine_(seed_) {}
     std::uint64_t Seed() const { return seed_; }
     std::uint64_t Below(std::uint64_t n) { return std::uniform_int_distribution<std::uint64_t>(0, n - 1)(engine_); }
     bool Coin() { return Below(2) == 1; }
@@ -155,7 +157,8 @@ public:
     T Value() {
         using L = std::numeric_limits<T>;
         if constexpr (std::is_floating_point_v<T>) {
-            if (Coin()) return Pick<T>({0, -T{0}, L::max(), L::lowest(), L::denorm_min(), L::infinity(), L::quiet_NaN()});
+            if (Coin())
+                return Pick<T>({0, -T{0}, L::max(), L::lowest(), L::denorm_min(), L::infinity(), L::quiet_NaN()});
             return std::bit_cast<T>(static_cast<std::uint32_t>(Below(std::uint64_t{1} << 32)));
         } else {
             if (Coin()) return Pick<T>({0, 1, L::max(), L::min()});
@@ -265,7 +268,8 @@ void Round_Trip(const Format<R>& f, Rng& rng, std::uint16_t id, std::optional<st
         const auto packet = f.encode(in);
         ASSERT_TRUE(packet && packet->id == id && packet->data.size() <= 255) << f.name;
         ASSERT_EQ(packet->announced, announced) << f.name;
-        ASSERT_EQ(Differences(f.decode(packet->data), want), "") << f.name << " seed " << rng.Seed() << " round " << round;
+        ASSERT_EQ(Differences(f.decode(packet->data), want), "")
+            << f.name << " seed " << rng.Seed() << " round " << round;
     }
 }
 

@@ -83,7 +83,8 @@ cWaypoint Decode_Waypoint(link::Data_View data, std::string_view format);
 // In D108..D110 a Wpt_Class of 127 or more sends Sub_Class, a smaller one the
 // default subclass bytes; the decoder's bound is above 127, so class 127 sends
 // a subclass it will not read back.
-std::optional<link::Packet> Encode_Waypoint(const cWaypoint& w, std::string_view format, std::uint16_t packet_id, bool proximity);
+std::optional<link::Packet> Encode_Waypoint(const cWaypoint& w, std::string_view format, std::uint16_t packet_id,
+                                            bool proximity);
 
 // Adds the waypoint to the Waypoints of the last route in `routes`, as every
 // decoded waypoint does. Nothing happens when there is no route or the last

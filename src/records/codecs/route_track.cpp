@@ -101,7 +101,8 @@ cTrack Decode_Track_Header(link::Data_View data, std::string_view format) {
     return header;
 }
 
-std::optional<link::Packet> Encode_Track_Header(const cTrack& header, std::string_view format, std::uint16_t packet_id) {
+std::optional<link::Packet> Encode_Track_Header(const cTrack& header, std::string_view format,
+                                                std::uint16_t packet_id) {
     Bytes p;
     if (Is_Named_Track_Header(format)) {
         const std::string texts = Terminated_Texts({header.Ident});

@@ -298,7 +298,8 @@ cWaypoint Decode_Waypoint(link::Data_View p, std::string_view format) {
     return w;
 }
 
-std::optional<link::Packet> Encode_Waypoint(const cWaypoint& w, std::string_view format, std::uint16_t packet_id, bool proximity) {
+std::optional<link::Packet> Encode_Waypoint(const cWaypoint& w, std::string_view format, std::uint16_t packet_id,
+                                            bool proximity) {
     const auto wpt = Parse_Format(format);
     if (!wpt) return std::nullopt;
     Bytes p;
