@@ -99,13 +99,13 @@ void Engine::Complete_Transfer(const Bytes& packet) {
 // one is wired, its packets are dropped and its record keeps its start values.
 
 void Engine::On_Track_Header(const Bytes& packet) {
-    shared_.Track = track_pool_.Make(records::Decode_Track_Header(packet, shared_.P.Track_Header_Format));
+    shared_.Track = track_pool_.Make(records::Decode_Track_Header(link::Data_Of(packet), shared_.P.Track_Header_Format));
     Tracks()->Add(shared_.Track);
 }
 void Engine::On_Track_Point(const Bytes& packet) {
     // Each point carries the name, colour and display flag of the record
     // before it, so a whole track carries its header's.
-    shared_.Track = track_pool_.Make(records::Decode_Track_Point(packet, shared_.P.Track_Point_Format, *Created(shared_.Track)));
+    shared_.Track = track_pool_.Make(records::Decode_Track_Point(link::Data_Of(packet), shared_.P.Track_Point_Format, *Created(shared_.Track)));
     Tracks()->Add(shared_.Track);
 }
 void Engine::On_Date_Time(const Bytes& packet) {
@@ -116,32 +116,32 @@ void Engine::On_Pvt_Data(const Bytes& packet) {
 }
 void Engine::On_Almanac(const Bytes& packet) {
     // Filled in place: what an entry's layout cannot set keeps its value.
-    records::Decode_Almanac(packet, shared_.P.Almanac_Data_Format, *Created(shared_.Almanac));
+    records::Decode_Almanac(link::Data_Of(packet), shared_.P.Almanac_Data_Format, *Created(shared_.Almanac));
 }
 void Engine::On_Position(const Bytes& packet) {
     if (live_) live_->Decode_Position(packet);
 }
 void Engine::On_Waypoint(const Bytes& packet) {
-    shared_.Waypoint = std::make_shared<cWaypoint>(records::Decode_Waypoint(packet, Waypoint_Format(packet[1])));
+    shared_.Waypoint = std::make_shared<cWaypoint>(records::Decode_Waypoint(link::Data_Of(packet), Waypoint_Format(packet[1])));
     Waypoints()->Add(shared_.Waypoint);
     // Whatever the transfer: a route's waypoints follow its header this way.
     records::Join_Last_Route(*Routes(), shared_.Waypoint);
 }
 void Engine::On_Route_Header(const Bytes& packet) {
-    shared_.Route = std::make_shared<cRoute>(records::Decode_Route_Header(packet, shared_.P.Route_Header_Format));
+    shared_.Route = std::make_shared<cRoute>(records::Decode_Route_Header(link::Data_Of(packet), shared_.P.Route_Header_Format));
     Routes()->Add(shared_.Route);
 }
-void Engine::On_Route_Link(const Bytes& packet) { records::Decode_Route_Link(packet, *Created(shared_.Route)); }
+void Engine::On_Route_Link(const Bytes& packet) { records::Decode_Route_Link(link::Data_Of(packet), *Created(shared_.Route)); }
 void Engine::On_Voltages(const Bytes& packet) {
     if (live_) live_->Decode_Voltages(packet);
 }
 void Engine::On_Display_Data(const Bytes& packet) { (void)packet; }
 void Engine::On_Flightbook_Record(const Bytes& packet) {
-    shared_.Flightbook_Record = std::make_shared<cFlightbook_Record>(records::Decode_Flightbook(packet));
+    shared_.Flightbook_Record = std::make_shared<cFlightbook_Record>(records::Decode_Flightbook(link::Data_Of(packet)));
     Flightbook_Records()->Add(shared_.Flightbook_Record);
 }
 void Engine::On_Lap(const Bytes& packet) {
-    shared_.Lap = std::make_shared<cLap>(records::Decode_Lap(packet));
+    shared_.Lap = std::make_shared<cLap>(records::Decode_Lap(link::Data_Of(packet)));
     Laps()->Add(shared_.Lap);
 }
 void Engine::On_Sats(const Bytes& packet) {

@@ -2,6 +2,7 @@
 // End_of_Records, and the almanac download. The codecs build the packets;
 // every packet leaves through the command exchange, so End_of_Records can
 // tell from the last one which transfer it closes.
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -32,8 +33,8 @@ std::string Engine::Waypoint_Format(std::uint8_t pid) const {
     return shared_.P.Prox_Wpt_Data_Format;
 }
 
-void Engine::Send_Record(const std::function<Bytes()>& encode) {
-    Bytes packet;
+void Engine::Send_Record(const std::function<std::optional<link::Packet>()>& encode) {
+    std::optional<link::Packet> packet;
     try {
         packet = encode();
     } catch (const records::Overflow_Error& e) {
@@ -43,9 +44,8 @@ void Engine::Send_Record(const std::function<Bytes()>& encode) {
         host_.Raise_Error(kOverflow, host_.xLate("Overflow") + ": " + e.what(), Bytes{0});
         return;
     }
-    // An empty packet: a format this control cannot write.
-    if (const std::optional<link::Packet> record = link::Packet_Of(packet))
-        Exchange(*record, ids_.PID_Ack_Byte, kRecord_Wait);
+    if (!packet) return;  // a format this control cannot write
+    Exchange(*packet, ids_.PID_Ack_Byte, kRecord_Wait);
 }
 
 // ---------------------------------------------------------------- waypoints
@@ -88,13 +88,10 @@ void Engine::Send_Track_Header() {
 void Engine::Send_Track() {
     if (!Supports(Transfer_Kind::Tracks, Asker::Send)) return;
     Send_Record([&] {
-        Bytes p = records::Encode_Track_Point(*Created(shared_.Track), shared_.P.Track_Point_Format, ids_.PID_Trk_Data);
-        // The codec writes the D300 size for every layout; a host that asked
-        // for the true size gets the frame's own, and a checksum to match.
-        if (shared_.Track_Point_True_Size && p.size() > link::kFrameOverhead) {
-            p[2] = static_cast<std::uint8_t>(p.size() - link::kFrameOverhead);
-            link::Seal_Packet(p);
-        }
+        auto p = records::Encode_Track_Point(*Created(shared_.Track), shared_.P.Track_Point_Format, ids_.PID_Trk_Data);
+        // The codec announces the D300 size for every layout; a host that
+        // asked for the true size gets the data's own.
+        if (shared_.Track_Point_True_Size && p) p->announced.reset();
         return p;
     });
 }

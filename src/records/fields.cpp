@@ -12,6 +12,8 @@ namespace {
 template <typename T>
 struct Raw;
 template <>
+struct Raw<std::uint8_t> { using type = std::uint8_t; };
+template <>
 struct Raw<std::int16_t> { using type = std::uint16_t; };
 template <>
 struct Raw<std::int32_t> { using type = std::uint32_t; };
@@ -57,6 +59,7 @@ T Read_LE(Const_Buffer buffer, std::int64_t index, std::int64_t limit) {
     return std::bit_cast<T>(raw);
 }
 
+template std::uint8_t Read_LE<std::uint8_t>(Const_Buffer, std::int64_t, std::int64_t);
 template std::int16_t Read_LE<std::int16_t>(Const_Buffer, std::int64_t, std::int64_t);
 template std::int32_t Read_LE<std::int32_t>(Const_Buffer, std::int64_t, std::int64_t);
 template float Read_LE<float>(Const_Buffer, std::int64_t, std::int64_t);
@@ -66,6 +69,20 @@ std::int16_t Pkt2Int(Const_Buffer buffer, std::int16_t index) { return Read_LE<s
 std::int32_t Pkt2Long(Const_Buffer buffer, std::int16_t index) { return Read_LE<std::int32_t>(buffer, index, 4); }
 float Pkt2Single(Const_Buffer buffer, std::int16_t index) { return Read_LE<float>(buffer, index, 4); }
 double Pkt2Double(Const_Buffer buffer, std::int16_t index) { return Read_LE<double>(buffer, index, 8); }
+
+namespace {
+// A field that must fit whole: the limit is its own width less one.
+template <typename T>
+T Data_Field(Const_Buffer data, std::int64_t offset) {
+    return Read_LE<T>(data, offset, static_cast<std::int64_t>(sizeof(T)) - 1);
+}
+}  // namespace
+
+std::uint8_t Data_Byte(Const_Buffer data, std::int64_t offset) { return Data_Field<std::uint8_t>(data, offset); }
+std::int16_t Data_Int(Const_Buffer data, std::int64_t offset) { return Data_Field<std::int16_t>(data, offset); }
+std::int32_t Data_Long(Const_Buffer data, std::int64_t offset) { return Data_Field<std::int32_t>(data, offset); }
+float Data_Single(Const_Buffer data, std::int64_t offset) { return Data_Field<float>(data, offset); }
+double Data_Double(Const_Buffer data, std::int64_t offset) { return Data_Field<double>(data, offset); }
 
 std::string Wire_Text(Const_Buffer buffer, std::int64_t start, std::int64_t length, std::int64_t keep_nuls) {
     if (length <= 0) return {};

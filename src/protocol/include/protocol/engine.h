@@ -11,10 +11,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "link/link.h"
+#include "link/packet.h"
 #include "link/packet_ids.h"
 #include "protocol/product_table.h"
 #include "protocol/record_pool.h"
@@ -214,8 +216,8 @@ private:
     // The waypoint format the codecs use for a waypoint-family packet id.
     std::string Waypoint_Format(std::uint8_t pid) const;
     // Encodes one record and sends it, waiting for its ACK; an encoder's
-    // overflow is reported instead. An empty encoding sends nothing.
-    void Send_Record(const std::function<Bytes()>& encode);
+    // overflow is reported instead. No packet sends nothing.
+    void Send_Record(const std::function<std::optional<link::Packet>()>& encode);
     // The object behind a held pointer, made (empty) when there is none yet
     // or the host set null: collections on first use, current records.
     template <typename T>
