@@ -5,22 +5,10 @@
 #include <cmath>
 
 #include "codepage.h"
+#include "link/little_endian.h"
 
 namespace trekcom::records {
 namespace {
-
-template <typename T>
-struct Raw;
-template <>
-struct Raw<std::uint8_t> { using type = std::uint8_t; };
-template <>
-struct Raw<std::int16_t> { using type = std::uint16_t; };
-template <>
-struct Raw<std::int32_t> { using type = std::uint32_t; };
-template <>
-struct Raw<float> { using type = std::uint32_t; };
-template <>
-struct Raw<double> { using type = std::uint64_t; };
 
 // True when [index, index + width) lies inside a buffer of this size.
 bool Fits(std::size_t size, std::int64_t index, std::int64_t width) {
@@ -28,35 +16,24 @@ bool Fits(std::size_t size, std::int64_t index, std::int64_t width) {
            static_cast<std::uint64_t>(width) <= size - static_cast<std::uint64_t>(index);
 }
 
+// The byte work is the link's; what is added here is the signed index
+// that the control's readers and writers take.
 template <typename T>
 bool Write_LE(Buffer buffer, std::int64_t index, T value) {
-    using U = typename Raw<T>::type;
-    if (!Fits(buffer.size(), index, sizeof(U))) return false;
-    // Assembled byte by byte, so the layout is little-endian on any host.
-    U raw = std::bit_cast<U>(value);
-    for (std::size_t k = 0; k < sizeof(U); ++k) {
-        buffer[static_cast<std::size_t>(index) + k] = static_cast<std::uint8_t>(raw & 0xFF);
-        raw = static_cast<U>(raw >> 8);
-    }
-    return true;
+    return Fits(buffer.size(), index, sizeof(T)) && link::Put_LE<T>(buffer, static_cast<std::size_t>(index), value);
 }
 
 }  // namespace
 
 template <typename T>
 T Read_LE(Const_Buffer buffer, std::int64_t index, std::int64_t limit) {
-    using U = typename Raw<T>::type;
     // index <= upper bound - limit, with upper bound = size - 1; written
     // without subtraction so an empty buffer cannot wrap around.
     if (index < 0 || static_cast<std::uint64_t>(index) + static_cast<std::uint64_t>(limit) + 1 > buffer.size())
         return T{};
-    // The limits all demand at least the field's own width, so the copy is
-    // inside; checked again rather than trusted.
-    if (!Fits(buffer.size(), index, sizeof(U))) return T{};
-    U raw = 0;
-    for (std::size_t k = sizeof(U); k-- > 0;)
-        raw = static_cast<U>((raw << 8) | buffer[static_cast<std::size_t>(index) + k]);
-    return std::bit_cast<T>(raw);
+    // The limits all demand at least the field's own width; the link's
+    // reader checks the copy against the buffer again.
+    return link::Get_LE<T>(buffer, static_cast<std::size_t>(index));
 }
 
 template std::uint8_t Read_LE<std::uint8_t>(Const_Buffer, std::int64_t, std::int64_t);
