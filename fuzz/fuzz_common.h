@@ -14,6 +14,7 @@
 
 #include "control/control.h"
 #include "link/framing.h"
+#include "link/serial_transport.h"
 #include "trekcom/trekcom.h"
 
 namespace trekcom::fuzz {
@@ -109,12 +110,12 @@ struct Fuzz_Control {
 inline void Feed(link::Link& link, std::string_view bytes, std::size_t chunk) {
     while (!bytes.empty()) {
         const std::size_t n = chunk == 0 ? bytes.size() : std::min(chunk, bytes.size());
-        link.Parse_Input(bytes.substr(0, n));
+        link.Serial().Parse_Input(bytes.substr(0, n));
         bytes.remove_prefix(n);
     }
-    for (std::size_t before = link.Buffer().size(); before > 0; before = link.Buffer().size()) {
-        link.Parse_Input({});
-        if (link.Buffer().size() >= before) break;
+    for (std::size_t before = link.Serial().Buffer().size(); before > 0; before = link.Serial().Buffer().size()) {
+        link.Serial().Parse_Input({});
+        if (link.Serial().Buffer().size() >= before) break;
     }
 }
 

@@ -10,6 +10,7 @@
 
 #include "control/control.h"
 #include "link/framing.h"
+#include "link/serial_transport.h"
 #include "records/codecs/codecs.h"
 #include "trekcom/trekcom.h"
 
@@ -53,10 +54,10 @@ std::string Stream(std::size_t points, std::uint8_t point_id) {
 
 // Feeds the stream in chunks, then lets the parser drain what is left.
 void Feed(trekcom::detail::Control& c, std::string_view wire, std::size_t chunk) {
-    for (std::size_t pos = 0; pos < wire.size(); pos += chunk) c.link.Parse_Input(wire.substr(pos, chunk));
-    for (std::size_t before = c.link.Buffer().size(); before > 0; before = c.link.Buffer().size()) {
-        c.link.Parse_Input({});
-        if (c.link.Buffer().size() >= before) break;
+    for (std::size_t pos = 0; pos < wire.size(); pos += chunk) c.link.Serial().Parse_Input(wire.substr(pos, chunk));
+    for (std::size_t before = c.link.Serial().Buffer().size(); before > 0; before = c.link.Serial().Buffer().size()) {
+        c.link.Serial().Parse_Input({});
+        if (c.link.Serial().Buffer().size() >= before) break;
     }
 }
 

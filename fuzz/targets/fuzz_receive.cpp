@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const fuzz::Exact_Text line(data + 1, size - 1);
     fuzz::Feed(link, line.View(), chunk);
-    const std::string_view rest = link.Buffer().View();
+    const std::string_view rest = link.Serial().Buffer().View();
     if (!rest.empty() && rest[0] != 0x10 && rest[0] != '$' && rest[0] != '@') std::abort();
     return 0;
 }

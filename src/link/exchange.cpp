@@ -15,15 +15,13 @@ const std::array<std::string, 7> Link::BaudList = {"4800,N,8,1",  "9600,N,8,1", 
 Link::Link(Platform& platform, SerialPort& comGarmin, Timer& tmrTimeout, const Packet_Ids& ids, Link_Host& host,
            cUSB& usb)
     : platform_(platform),
-      port_(comGarmin),
       timer_(tmrTimeout),
       ids_(ids),
       host_(host),
-      serial_(std::make_unique<Serial_Transport>(*this)),
+      serial_(std::make_unique<Serial_Transport>(*this, platform, comGarmin, ids, host)),
       usb_(std::make_unique<Usb_Transport>(*this, host, ids, platform, usb)) {
     timer_.Interval(time_out_ms_);
     timer_.Tick = [this] { Watchdog_Tick(); };
-    port_.OnComm = [this] { OnComm(); };
     Select_Transport();
     Build_Fixed_Packets();
 }
@@ -49,9 +47,7 @@ void Link::Detach() {
 }
 
 void Link::Build_Fixed_Packets() {
-    // ACK and NAK carry the answered id and a second data byte 0.
-    ack_ = {ids_.PID_Ack_Byte, {0, 0}, std::nullopt};
-    nak_ = {ids_.PID_Nak_Byte, {0, 0}, std::nullopt};
+    serial_->Build_Fixed_Packets();
     ping_ = {ids_.PID_Command_Data, {0, 0}, std::nullopt};
     baud_ = {ids_.CMND_Change_Baud, {0, 0, 0, 0}, std::nullopt};
 }
@@ -75,20 +71,22 @@ void Link::Stop_Watchdog() {
     retry_count_ = 0;
 }
 
+void Link::Expect_More() {
+    if (!shared_.UserFlowControl) timer_.Enabled(true);
+}
+
 void Link::Restart_Watchdog() {
     Stop_Watchdog();
     if (!shared_.UserFlowControl) timer_.Enabled(true);
 }
 
 bool Link::Send_Packet(const Packet& packet, std::uint8_t& Response, std::int32_t WaitTime) {
-    port_.RThreshold(0);
     transport_->Prepare();
     last_ = packet;
     last_response_ = Response;
     last_wait_ = WaitTime;
 
     const std::uint16_t id = packet.id;
-    if (id != ids_.PID_Ack_Byte && id != ids_.PID_Nak_Byte) gave_up_ = false;  // a new exchange
     if (id != ids_.PID_Ack_Byte) {
         // Re-armed without clearing retry_count_: a re-send from the watchdog
         // must still end in an error when the second period passes silently.
@@ -105,73 +103,22 @@ bool Link::Send_Packet(const Packet& packet, std::uint8_t& Response, std::int32_
 
     if (id == ids_.PID_Ack_Byte || id == ids_.PID_Nak_Byte || Response == 0) {
         transport_->Write(packet);
-        port_.RThreshold(1);
         return true;
     }
     Stop_Watchdog();
-    port_.RThreshold(0);  // the wait alone reads the port
     transport_->Write(packet);
-    if (Response == 2) {
-        // Written, not awaited: the answer is left to the receive handler.
-        port_.RThreshold(1);
-        return false;
-    }
+    // Response 2: written, not awaited; the answer is left to the receive handler.
+    if (Response == 2) return false;
     const bool success = transport_->Await(packet, Response, WaitTime);
     Response = 0;
     return success;
 }
 
-bool Link::Wait_Response(std::uint8_t expected, std::int32_t WaitTime) {
-    if (WaitTime < 1) WaitTime = time_out_ms_;
-    const double period_ms = Wait_Period_ms(WaitTime);
-    double start_ms = platform_.Now_ms();
-    // The wait reads the port itself and hands every byte to the one parser;
-    // the answer counts once that parser has taken it as a good packet.
-    Awaited wait{expected};
-    awaited_.push_back(&wait);
-    struct Done {
-        std::vector<Awaited*>& waits;
-        Awaited* mine;
-        ~Done() { std::erase(waits, mine); }
-    } done{awaited_, &wait};
-    while (!Abandoned()) {
-        if (!port_.PortOpen()) {
-            port_.RThreshold(1);
-            return false;
-        }
-        Parse_All(port_.Input());
-        if (wait.arrived) {
-            port_.RThreshold(1);
-            return true;
-        }
-        if (wait.refused) {  // re-sent: the period starts again
-            wait.refused = false;
-            start_ms = platform_.Now_ms();
-        }
-        if (platform_.Now_ms() > start_ms + period_ms) break;
-        platform_.DoEvents();
-    }
-    host_.Raise_HexDebug(host_.xLate("Time-out. expecting PID-&H") + Hex2(expected));
-    // Late answers still go through the receive handler.
-    port_.RThreshold(1);
-    return false;
-}
 
-// Every whole packet and line of the chunk and of what was buffered: the
-// parser takes one per call, and what it leaves would otherwise wait for the
-// next bytes on the line, which may never come.
-void Link::Parse_All(std::string_view chunk) {
-    Parse_Input(chunk);
-    while (!receive_.empty() && !Abandoned()) {
-        const std::size_t before = receive_.size();
-        Parse_Input({});
-        if (receive_.size() == before) break;
-    }
-}
 
 void Link::Watchdog_Tick() {
     ++retry_count_;
-    receive_.Clear();
+    transport_->Discard_Input(false);
     if (retry_count_ >= 2) {
         Stop_Watchdog();
         Report(0, shared_.NMEAMode ? "No longer receiving NMEA/TEXT data" : "No response from device", Last_Frame());
@@ -183,12 +130,17 @@ void Link::Watchdog_Tick() {
         host_.Raise_HexDebug(host_.xLate("Re-try after ") + std::to_string(timer_.Interval()) + " ms");
     if (last_.id == ids_.PID_Ack_Byte) {
         std::uint8_t none = 0;
-        Send_Packet(ack_, none, 0);
+        const Packet ack = last_;
+        Send_Packet(ack, none, 0);
     } else {
         std::uint8_t response = last_response_;
         const Packet again = last_;
         Send_Packet(again, response, last_wait_);
     }
+}
+
+void Link::Report(std::int16_t code, const std::string& phrase, const Bytes& packet) {
+    host_.Raise_Error(code, host_.xLate(phrase), packet);
 }
 
 void Link::No_Response() {
@@ -205,8 +157,7 @@ void Link::Send(const Bytes& frame, std::uint8_t Response, std::int32_t WaitTime
 
 void Link::Reset() {
     host_.Clear_Error_Latch();
-    port_.InBufferCount(0);
-    receive_.Clear();
+    transport_->Discard_Input(true);
     timer_.Enabled(false);
     timer_.Interval(time_out_ms_);
     std::uint8_t response = ids_.PID_Ack_Byte;

@@ -11,6 +11,7 @@
 
 #include "control/control.h"
 #include "link/framing.h"
+#include "link/serial_transport.h"
 #include "support/sim_frames.h"
 #include "support/host_fixture.h"
 #include "trekcom/trekcom.h"

@@ -47,7 +47,7 @@ TEST_F(Link_Test, PacketsThatCameWithTheAnswerAreAllHandledWhenTheWaitEnds) {
     std::uint8_t response = 6;
     EXPECT_TRUE(L().Send_Packet(kCommand, response, 0));
     EXPECT_EQ(rec.received.size(), 4u);  // no need for more bytes to arrive first
-    EXPECT_TRUE(L().Buffer().empty());
+    EXPECT_TRUE(L().Serial().Buffer().empty());
 }
 
 TEST_F(Link_Test, ANakDuringAWaitRestartsItsPeriod) {

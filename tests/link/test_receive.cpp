@@ -154,33 +154,33 @@ TEST_F(Link_Test, ABrokenFrameCostsOnlyItself) {
     device->Send_Raw(Wire(good));
     Run(20);
     EXPECT_EQ(rec.received.size(), 3u);
-    EXPECT_TRUE(L().Buffer().empty());
+    EXPECT_TRUE(L().Serial().Buffer().empty());
 }
 
 // Lines wait below 83 characters and are dropped at 83; bytes that are
 // neither frame nor line go through the next CR LF; a line switches to NMEA
 // mode and a DLE switches back.
 TEST_F(Link_Test, TheParsersRulesForLinesAndNoise) {
-    L().Parse_Input("$GPGGA," + std::string(70, 'x'));
-    EXPECT_EQ(L().Buffer().size(), 77u);
-    L().Parse_Input(std::string(5, 'y'));
-    EXPECT_EQ(L().Buffer().size(), 82u);
-    L().Parse_Input("z");
-    EXPECT_TRUE(L().Buffer().empty());
+    L().Serial().Parse_Input("$GPGGA," + std::string(70, 'x'));
+    EXPECT_EQ(L().Serial().Buffer().size(), 77u);
+    L().Serial().Parse_Input(std::string(5, 'y'));
+    EXPECT_EQ(L().Serial().Buffer().size(), 82u);
+    L().Serial().Parse_Input("z");
+    EXPECT_TRUE(L().Serial().Buffer().empty());
     EXPECT_TRUE(rec.nmea.empty());
 
-    L().Parse_Input("noise\r\nmore");
-    EXPECT_EQ(L().Buffer().View(), "more");
-    L().Parse_Input("");
-    EXPECT_TRUE(L().Buffer().empty());
+    L().Serial().Parse_Input("noise\r\nmore");
+    EXPECT_EQ(L().Serial().Buffer().View(), "more");
+    L().Serial().Parse_Input("");
+    EXPECT_TRUE(L().Serial().Buffer().empty());
     EXPECT_FALSE(L().Shared().NMEAMode);
 
-    L().Parse_Input("$GPRMC,1*00\r\n");
+    L().Serial().Parse_Input("$GPRMC,1*00\r\n");
     EXPECT_TRUE(L().Shared().NMEAMode);
     EXPECT_EQ(L().Shared().Settings, "4800,N,8,1");
     ASSERT_EQ(rec.nmea.size(), 1u);
     EXPECT_EQ(rec.nmea[0].first, "$GPRMC,1*00");
-    L().Parse_Input(std::string("\x10", 1));
+    L().Serial().Parse_Input(std::string("\x10", 1));
     EXPECT_FALSE(L().Shared().NMEAMode);
 }
 
@@ -192,7 +192,7 @@ TEST_F(Link_Test, EveryLineOfAReadIsRaisedAtOnce) {
     Run(20);
     ASSERT_EQ(rec.nmea.size(), 3u);
     EXPECT_EQ(rec.nmea[2].first, "$GPGLL,3*00");
-    EXPECT_EQ(L().Buffer().View(), "$GPG");
+    EXPECT_EQ(L().Serial().Buffer().View(), "$GPG");
 }
 
 TEST_F(Link_Test, GoodPacketsAreAcknowledgedStreamedOnesNever) {
@@ -220,7 +220,7 @@ TEST_F(Link_Test, BadChecksumsAreRefusedAndTheSixthIsAnError) {
     EXPECT_EQ(rec.errors[0].code, 3);
     EXPECT_EQ(rec.errors[0].message, "Invalid message received from device");
     EXPECT_EQ(rec.errors[0].packet, bad);
-    EXPECT_EQ(L().Nak_Count(), 0);
+    EXPECT_EQ(L().Serial().Nak_Count(), 0);
     // A bad packet is still raised to the host (it unstuffed), never dispatched or ACKed.
     EXPECT_EQ(rec.received.size(), 6u);
     EXPECT_EQ(device->Count(6), 0u);
@@ -272,7 +272,7 @@ TEST_F(Link_Test, NakResendsTheLastPacketFiveTimesThenErrorTwo) {
     EXPECT_EQ(rec.errors[0].message, "Unable to communicate with device");
     EXPECT_EQ(rec.errors[0].packet, command);
     // The count starts again after the error.
-    EXPECT_EQ(L().Nak_Count(), 0);
+    EXPECT_EQ(L().Serial().Nak_Count(), 0);
 }
 
 TEST_F(Link_Test, UserFlowControlSilencesAckNakAndWatchdog) {
@@ -293,16 +293,16 @@ TEST_F(Link_Test, UserFlowControlSilencesAckNakAndWatchdog) {
 // (Random streams in random chunks: the receive fuzz target, whose corpus
 // replay checks that what is kept is only the start of a frame or a line.)
 TEST_F(Link_Test, AFrameStartWithNoEndIsGivenUpInsteadOfGrowingForever) {
-    L().Parse_Input(std::string(1, '\x10') + std::string(100000, 'a'));
-    EXPECT_TRUE(L().Buffer().empty());
-    L().Parse_Input(std::string("\x10\x10") + std::string(5000, 'b'));
-    EXPECT_TRUE(L().Buffer().empty());
-    L().Parse_Input(W(P(0x0A, {})));  // a frame of size 0 is dropped
-    EXPECT_TRUE(L().Buffer().empty());
-    L().Parse_Input(W(P(0x22, {1})));
+    L().Serial().Parse_Input(std::string(1, '\x10') + std::string(100000, 'a'));
+    EXPECT_TRUE(L().Serial().Buffer().empty());
+    L().Serial().Parse_Input(std::string("\x10\x10") + std::string(5000, 'b'));
+    EXPECT_TRUE(L().Serial().Buffer().empty());
+    L().Serial().Parse_Input(W(P(0x0A, {})));  // a frame of size 0 is dropped
+    EXPECT_TRUE(L().Serial().Buffer().empty());
+    L().Serial().Parse_Input(W(P(0x22, {1})));
     ASSERT_EQ(rec.received.size(), 1u);
     EXPECT_EQ(rec.received[0], P(0x22, {1}));
-    EXPECT_TRUE(L().Buffer().empty());
+    EXPECT_TRUE(L().Serial().Buffer().empty());
 }
 
 }  // namespace

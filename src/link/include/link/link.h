@@ -1,11 +1,11 @@
-// The serial link: the receive parser, the command exchange with its
-// watchdog and re-sends, and the port's opening and baud-rate search.
+// The link: the command exchange with its watchdog and re-sends, over the
+// transport of the port chosen; the port's opening and baud-rate search.
 //
 // One Link belongs to one control. It runs on the host's thread; waits pump
-// the platform's loop, so the host's handlers (and this class's own receive
-// handler and watchdog) may run inside them. What keeps that harmless: while
-// a wait reads the port itself the port's RThreshold is 0, so the receive
-// handler stays quiet; the platform never re-enters a timer's tick.
+// the platform's loop, so the host's handlers (and the transports' receive
+// handlers and the watchdog) may run inside them. What keeps that harmless:
+// a transport's own wait keeps its receive handler quiet (serial_transport.h,
+// usb_transport.h); the platform never re-enters a timer's tick.
 #pragma once
 
 #include <array>
@@ -28,33 +28,6 @@ class cUSB;
 }
 
 namespace trekcom::link {
-
-// Bytes received and not yet consumed. Consuming from the front is cheap, so
-// a large chunk holding thousands of frames parses in linear time. The frame
-// reader's place goes with the buffer: whatever moves or empties the front
-// starts the next frame search afresh.
-class Receive_Buffer {
-public:
-    std::string_view View() const { return std::string_view(data_).substr(head_); }
-    std::size_t size() const { return data_.size() - head_; }
-    bool empty() const { return size() == 0; }
-    char operator[](std::size_t i) const { return data_[head_ + i]; }
-    std::size_t Find(std::string_view needle, std::size_t from = 0) const { return View().find(needle, from); }
-    std::size_t Find(char c, std::size_t from = 0) const { return View().find(c, from); }
-
-    void Append(std::string_view bytes);
-    void Consume(std::size_t n);
-    void Clear();
-
-    // Reads on in the frame that opens the buffer (its first byte is a DLE).
-    Frame_Reader::Status Read_Frame() { return reader_.Next(View()); }
-    Frame_Reader& Reader() { return reader_; }
-
-private:
-    std::string data_;
-    std::size_t head_ = 0;
-    Frame_Reader reader_;
-};
 
 class Serial_Transport;
 class Usb_Transport;
@@ -101,9 +74,8 @@ public:
     State& Shared() { return shared_; }
     const State& Shared() const { return shared_; }
     static const std::array<std::string, 7> BaudList;
-    // What the receive path holds, for diagnostics and tests.
-    const Receive_Buffer& Buffer() const { return receive_; }
-    std::int32_t Nak_Count() const { return nak_count_; }
+    // The serial line, for its receive path's diagnostics and tests.
+    Serial_Transport& Serial() { return *serial_; }
     // Whether every wait should give up now: the control is going away, or
     // the host asked the platform to abandon its waits (Platform::Interrupt).
     bool Abandoned() const { return shared_.Terminating || platform_.Interrupted(); }
@@ -111,18 +83,10 @@ public:
     // Builds the fixed packets from the ids in force.
     void Build_Fixed_Packets();
 
-    // ---- receive path
-    // The port's receive event.
-    void OnComm();
-    // Appends a chunk and consumes at most one packet or line.
-    void Parse_Input(std::string_view chunk);
-    // Traces, acknowledges or refuses, and dispatches one unstuffed frame.
-    // Returns whether the host may see it (a packet whose length disagrees
-    // with its size byte was damaged on the line: it is refused like a bad
-    // checksum, so that the receiver sends it again, and raised nowhere).
-    bool Process_Packet(const Bytes& packet);
     // One trace line as HexDebug (only with DebugLog on, except ":" notes).
     void Trace_Packet(const Bytes& packet, std::string_view direction);
+    // cError/vcError with the translated phrase.
+    void Report(std::int16_t code, const std::string& phrase, const Bytes& packet);
 
     // ---- command exchange
     // The one way out for every packet. Response: 0 no wait, 2 write and
@@ -132,11 +96,18 @@ public:
     // host's error events.
     const Packet& Last_Sent() const { return last_; }
     Bytes Last_Frame() const { return Frame_Of(last_); }
-    bool Wait_Response(std::uint8_t expected, std::int32_t WaitTime);
+    // An ACK the transport sent on its own is the last packet too: the
+    // watchdog repeats it.
+    void Remember(const Packet& packet) { last_ = packet; }
     void Watchdog_Tick();
-    // Stops the watchdog (RetryCount 0): a packet came. The USB receive
-    // handler calls it for every packet, as the parser does for a frame.
+    // Stops the watchdog (RetryCount 0): a packet came. Both transports call
+    // it for every packet that arrives.
     void Stop_Watchdog();
+    // Stops it and starts it afresh (unless the host acknowledges): a line
+    // of a stream came and the next is due.
+    void Restart_Watchdog();
+    // More records of a transfer must follow: the watchdog runs again.
+    void Expect_More();
     void No_Response();
     // A packet the host laid out as a serial frame (its checksum and trailer
     // are filled in); a missing answer is reported.
@@ -165,44 +136,16 @@ public:
     static std::int32_t Baud_Of(const std::string& settings);
 
 private:
-    friend class Serial_Transport;
     // The transport of the port chosen: USB for Port 0, serial otherwise.
     void Select_Transport();
-    bool Open_Serial();
-    void Close_Serial();
-    void Packet_Path();
-    void Parse_All(std::string_view chunk);
-    void Arrived(std::uint8_t id, bool nak);
-    void Refuse(const Bytes& packet);
-    void Line_Path(std::size_t line_start);
-    void Restart_Watchdog();
-    void Write_Wire(const Packet& packet);
-    void Answer(Packet& templ, std::uint8_t id, bool remember);
-    void Report(std::int16_t code, const std::string& phrase, const Bytes& packet);
-    bool Multi_Record(std::uint8_t id) const;
-    bool Streamed(std::uint8_t id) const;
 
     Platform& platform_;
-    SerialPort& port_;
     Timer& timer_;
     const Packet_Ids& ids_;
     Link_Host& host_;
     std::int16_t time_out_ms_ = 2000;
-    // The waits in progress, innermost last: a packet that arrives is marked
-    // in each that awaits its id, so a wait nested in a handler cannot steal
-    // an outer wait's answer.
-    struct Awaited {
-        std::uint8_t id = 0;
-        bool arrived = false;
-        bool refused = false;  // a NAK came: the packet was sent again
-    };
-    std::vector<Awaited*> awaited_;
     State shared_;
-    Receive_Buffer receive_;
-    std::int32_t nak_count_ = 0;
     std::int32_t retry_count_ = 0;
-    Packet ack_;
-    Packet nak_;
     Packet ping_;
     Packet baud_;  // the change-baud request
     std::uint8_t last_response_ = 0;
@@ -212,8 +155,6 @@ private:
     std::unique_ptr<Usb_Transport> usb_;
     Transport* transport_ = nullptr;
     std::int16_t port_number_ = 1;
-    long lines_received_ = 0;
-    bool gave_up_ = false;  // damaged packets ended the exchange
 };
 
 }  // namespace trekcom::link

@@ -30,6 +30,9 @@ public:
     // Reads until a packet with id `expected` has arrived (and gone up), or
     // the wait (a link wait value) is over. `sent` is what it answers.
     virtual bool Await(const Packet& sent, std::uint8_t expected, std::int32_t wait_time) = 0;
+    // Drops what has arrived and not yet made a packet; with pending_too,
+    // also what the system still holds unread.
+    virtual void Discard_Input(bool pending_too) { (void)pending_too; }
     // Readies an open unit to be identified. False (reported) when it cannot be.
     virtual bool Start_Session() { return true; }
     // A transport whose packets arrive only when read: the real-time timers

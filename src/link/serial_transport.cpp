@@ -1,9 +1,11 @@
-// The receive path: the port's receive event, the frame parser and the
-// per-packet processing (acknowledge, refuse, dispatch).
+// The serial transport: the port's opening, the receive event, the frame
+// parser, the per-packet processing (acknowledge, refuse, dispatch) and the
+// exchange's wait on the line.
+#include "serial_transport.h"
+
 #include <algorithm>
 
-#include "link/framing.h"
-#include "link/link.h"
+#include "trace.h"
 
 namespace trekcom::link {
 
@@ -13,6 +15,8 @@ constexpr std::string_view kCrLf("\r\n", 2);
 // that has not ended by then is noise.
 constexpr std::size_t kMaxLine = 83;
 constexpr int kMaxNaks = 6;
+constexpr std::int16_t kBufferSize = 8192;
+constexpr std::int32_t kSettleMs = 50;  // lets the line settle after opening
 // A frame with 255 data bytes, all of them doubled, is about 520 bytes on the
 // wire; a frame start with no end after this many bytes is not a frame.
 constexpr std::size_t kMaxFrame = 4096;
@@ -40,9 +44,130 @@ void Receive_Buffer::Clear() {
     head_ = 0;
 }
 
+// ---------------------------------------------------------------- the transport
+
+Serial_Transport::Serial_Transport(Link& link, Platform& platform, SerialPort& port, const Packet_Ids& ids,
+                                   Link_Host& host)
+    : link_(link), platform_(platform), port_(port), ids_(ids), host_(host) {
+    port_.OnComm = [this] { OnComm(); };
+    Build_Fixed_Packets();
+}
+
+void Serial_Transport::Build_Fixed_Packets() {
+    // ACK and NAK carry the answered id and a second data byte 0.
+    ack_ = {ids_.PID_Ack_Byte, {0, 0}, std::nullopt};
+    nak_ = {ids_.PID_Nak_Byte, {0, 0}, std::nullopt};
+}
+
+bool Serial_Transport::Open() {
+    if (port_.PortOpen()) port_.PortOpen(false);
+    port_.RTSEnable(Shared().RTSEnable);
+    port_.DTREnable(Shared().DTREnable);
+    port_.Handshaking(Shared().Handshaking);
+    port_.Settings(Shared().Settings);
+    port_.CommPort(link_.Port());
+    port_.Port_Name(Shared().Port_Name);
+    port_.RThreshold(0);
+    port_.SThreshold(0);
+    port_.InBufferSize(kBufferSize);
+    port_.OutBufferSize(kBufferSize);
+    port_.InputLen(0);
+    port_.InBufferCount(0);
+    port_.PortOpen(true);
+    if (!port_.PortOpen()) {
+        // The system's reason goes to the trace; the event carries the message.
+        link_.Trace_Packet({}, "!" + port_.Last_Error());
+        host_.Raise_Error(0, host_.xLate("Unable to open port ") + std::to_string(link_.Port()), {});
+        return false;
+    }
+    link_.WaitFor(kSettleMs);
+    receive_.Clear();
+    port_.InBufferCount(0);
+    port_.RThreshold(1);
+    return true;
+}
+
+void Serial_Transport::Close() {
+    port_.RThreshold(0);
+    port_.SThreshold(0);
+    port_.PortOpen(false);
+    port_.InBufferCount(0);
+    port_.OutBufferCount(0);
+}
+
+void Serial_Transport::Prepare() {
+    port_.RThreshold(0);
+    if (!Is_Open()) link_.PortOpen();
+}
+
+bool Serial_Transport::Write(const Packet& packet) {
+    if (packet.id != ids_.PID_Ack_Byte && packet.id != ids_.PID_Nak_Byte) gave_up_ = false;  // a new exchange
+    Write_Wire(packet);
+    port_.RThreshold(1);
+    return Is_Open();
+}
+
+bool Serial_Transport::Await(const Packet&, std::uint8_t expected, std::int32_t wait_time) {
+    port_.RThreshold(0);  // the wait alone reads the port
+    return Wait_Response(expected, wait_time);
+}
+
+void Serial_Transport::Discard_Input(bool pending_too) {
+    if (pending_too) port_.InBufferCount(0);
+    receive_.Clear();
+}
+
+bool Serial_Transport::Wait_Response(std::uint8_t expected, std::int32_t WaitTime) {
+    if (WaitTime < 1) WaitTime = link_.Time_Out();
+    const double period_ms = Link::Wait_Period_ms(WaitTime);
+    double start_ms = platform_.Now_ms();
+    // The wait reads the port itself and hands every byte to the one parser;
+    // the answer counts once that parser has taken it as a good packet.
+    Awaited wait{expected};
+    awaited_.push_back(&wait);
+    struct Done {
+        std::vector<Awaited*>& waits;
+        Awaited* mine;
+        ~Done() { std::erase(waits, mine); }
+    } done{awaited_, &wait};
+    while (!link_.Abandoned()) {
+        if (!port_.PortOpen()) {
+            port_.RThreshold(1);
+            return false;
+        }
+        Parse_All(port_.Input());
+        if (wait.arrived) {
+            port_.RThreshold(1);
+            return true;
+        }
+        if (wait.refused) {  // re-sent: the period starts again
+            wait.refused = false;
+            start_ms = platform_.Now_ms();
+        }
+        if (platform_.Now_ms() > start_ms + period_ms) break;
+        platform_.DoEvents();
+    }
+    host_.Raise_HexDebug(host_.xLate("Time-out. expecting PID-&H") + Hex2(expected));
+    // Late answers still go through the receive handler.
+    port_.RThreshold(1);
+    return false;
+}
+
+// Every whole packet and line of the chunk and of what was buffered: the
+// parser takes one per call, and what it leaves would otherwise wait for the
+// next bytes on the line, which may never come.
+void Serial_Transport::Parse_All(std::string_view chunk) {
+    Parse_Input(chunk);
+    while (!receive_.empty() && !link_.Abandoned()) {
+        const std::size_t before = receive_.size();
+        Parse_Input({});
+        if (receive_.size() == before) break;
+    }
+}
+
 // ---------------------------------------------------------------- receive event
 
-void Link::OnComm() {
+void Serial_Transport::OnComm() {
     port_.RThreshold(0);
     const std::int16_t event = port_.CommEvent();
     if (event != SerialPort::comEvReceive) {
@@ -58,7 +183,7 @@ void Link::OnComm() {
         // line: the next receive event picks it up (spinning here would
         // never let it arrive).
         bool progress = true;
-        while (progress && !Abandoned()) {
+        while (progress && !link_.Abandoned()) {
             port_.RThreshold(0);
             const std::string chunk = port_.InBufferCount() >= 1 ? port_.Input() : std::string();
             const std::size_t before = receive_.size();
@@ -72,11 +197,11 @@ void Link::OnComm() {
 
 // ---------------------------------------------------------------- parser
 
-void Link::Parse_Input(std::string_view chunk) {
+void Serial_Transport::Parse_Input(std::string_view chunk) {
     receive_.Append(chunk);
     // A DLE anywhere means packets: the line search is not even needed then.
     if (receive_.Find(static_cast<char>(DLE)) != std::string_view::npos) {
-        shared_.NMEAMode = false;
+        Shared().NMEAMode = false;
         Packet_Path();
         return;
     }
@@ -93,7 +218,7 @@ void Link::Parse_Input(std::string_view chunk) {
         receive_.Consume(crlf + kCrLf.size());
 }
 
-void Link::Line_Path(std::size_t line_start) {
+void Serial_Transport::Line_Path(std::size_t line_start) {
     // The start position found before trimming is kept for cutting the line:
     // a first line that had stray bytes before it comes out shifted by them.
     const std::size_t found_at = line_start;
@@ -103,17 +228,17 @@ void Link::Line_Path(std::size_t line_start) {
         if (receive_.size() >= kMaxLine) receive_.Clear();
         return;
     }
-    shared_.NMEAMode = true;
+    Shared().NMEAMode = true;
     const bool text_line = receive_.Find('@') != std::string_view::npos;
-    shared_.Settings = "4800,N,8,1";  // the NMEA line rate, used at the next PortOpen
+    Shared().Settings = "4800,N,8,1";  // the NMEA line rate, used at the next PortOpen
     const std::string line(receive_.View().substr(std::min(found_at, receive_.size()), crlf));
     receive_.Consume(crlf + kCrLf.size());
     ++lines_received_;
     host_.Line_Received(line, text_line);
-    Restart_Watchdog();
+    link_.Restart_Watchdog();
 }
 
-void Link::Packet_Path() {
+void Serial_Transport::Packet_Path() {
     using Status = Frame_Reader::Status;
     for (;;) {
         if (receive_[0] != static_cast<char>(DLE)) {
@@ -149,14 +274,14 @@ void Link::Packet_Path() {
             if (receive_.empty()) return;
             continue;
         }
-        if (Process_Packet(packet) && !shared_.RawSuppressed) host_.Raise_Receive(packet);
+        if (Process_Packet(packet) && !Shared().RawSuppressed) host_.Raise_Receive(packet);
         return;
     }
 }
 
 // ---------------------------------------------------------------- one packet
 
-bool Link::Multi_Record(std::uint8_t id) const {
+bool Serial_Transport::Multi_Record(std::uint8_t id) const {
     for (std::uint8_t multi :
          {ids_.PID_Records, ids_.PID_Rte_Hdr, ids_.PID_Rte_Link, ids_.PID_Rte_Wpt_Data, ids_.PID_Trk_Hdr,
           ids_.PID_Trk_Data, ids_.PID_Wpt_Data, ids_.PID_Prx_Wpt_Data, ids_.PID_Flightbook_Record, ids_.PID_Lap,
@@ -165,20 +290,20 @@ bool Link::Multi_Record(std::uint8_t id) const {
     return false;
 }
 
-bool Link::Streamed(std::uint8_t id) const {
+bool Serial_Transport::Streamed(std::uint8_t id) const {
     return id == ids_.PID_Pvt_Data || id == ids_.PID_Sats || id == ids_.PID_Display_Data;
 }
 
-bool Link::Process_Packet(const Bytes& packet) {
-    if (shared_.DebugLog) Trace_Packet(packet, "I");
+bool Serial_Transport::Process_Packet(const Bytes& packet) {
+    if (Shared().DebugLog) link_.Trace_Packet(packet, "I");
 
     const std::uint8_t id = packet[1];
     const std::uint8_t size = packet[2];
     // An ACK of a command leaves the watchdog alone: the command's answer is still due.
     const bool command_ack = id == ids_.PID_Ack_Byte && size >= 1 && packet[3] == ids_.PID_Command_Data;
     if (!command_ack) {
-        Stop_Watchdog();
-        if (Multi_Record(id) && !shared_.UserFlowControl) timer_.Enabled(true);  // more records must follow
+        link_.Stop_Watchdog();
+        if (Multi_Record(id)) link_.Expect_More();  // more records must follow
     }
 
     const bool link_answer = id == ids_.PID_Ack_Byte || id == ids_.PID_Nak_Byte;
@@ -196,16 +321,16 @@ bool Link::Process_Packet(const Bytes& packet) {
     if (id == ids_.PID_Nak_Byte) {
         Arrived(id, true);
         if (++nak_count_ < kMaxNaks) {
-            if (shared_.UserFlowControl) {
+            if (Shared().UserFlowControl) {
                 nak_count_ = 0;
             } else {
-                if (shared_.DebugLog) host_.Raise_HexDebug(host_.xLate("Re-try after NAK"));
-                Write_Wire(last_);
-                timer_.Enabled(true);
+                if (Shared().DebugLog) host_.Raise_HexDebug(host_.xLate("Re-try after NAK"));
+                Write_Wire(link_.Last_Sent());
+                link_.Expect_More();
             }
         } else {
             nak_count_ = 0;
-            Report(2, "Unable to communicate with device", Last_Frame());
+            link_.Report(2, "Unable to communicate with device", link_.Last_Frame());
         }
         return true;
     }
@@ -213,7 +338,7 @@ bool Link::Process_Packet(const Bytes& packet) {
     if (Calc_Checksum(packet) == packet[packet.size() - 3]) {
         nak_count_ = 0;
         gave_up_ = false;
-        const bool unacknowledged = Streamed(id) || (id == ids_.PID_Records && shared_.RawSuppressed) || shared_.UserFlowControl;
+        const bool unacknowledged = Streamed(id) || (id == ids_.PID_Records && Shared().RawSuppressed) || Shared().UserFlowControl;
         if (!unacknowledged) Answer(ack_, id, true);
         Arrived(id, false);
         host_.Dispatch_Packet(packet);
@@ -228,16 +353,16 @@ bool Link::Process_Packet(const Bytes& packet) {
 // damages every packet would otherwise be refused, re-send and be refused for
 // ever; after the error the host stays quiet (no NAK, no watchdog re-send)
 // until a good packet comes or the host sends again.
-void Link::Refuse(const Bytes& packet) {
+void Serial_Transport::Refuse(const Bytes& packet) {
     const std::uint8_t id = packet[1];
     if (gave_up_) {
-        Stop_Watchdog();
+        link_.Stop_Watchdog();
         return;
     }
     if (++nak_count_ < kMaxNaks) {
         if (Streamed(id)) {
             // streamed packets are never answered, not even refused
-        } else if (shared_.UserFlowControl) {
+        } else if (Shared().UserFlowControl) {
             nak_count_ = 0;
         } else {
             Answer(nak_, id, false);
@@ -245,12 +370,12 @@ void Link::Refuse(const Bytes& packet) {
     } else {
         nak_count_ = 0;
         gave_up_ = true;
-        Stop_Watchdog();
-        Report(3, "Invalid message received from device", packet);
+        link_.Stop_Watchdog();
+        link_.Report(3, "Invalid message received from device", packet);
     }
 }
 
-void Link::Arrived(std::uint8_t id, bool nak) {
+void Serial_Transport::Arrived(std::uint8_t id, bool nak) {
     for (Awaited* wait : awaited_) {
         if (wait->id == id) wait->arrived = true;
         if (nak) wait->refused = true;
@@ -259,23 +384,19 @@ void Link::Arrived(std::uint8_t id, bool nak) {
 
 // Sends the ACK or NAK template for `id`; an ACK is remembered as the last
 // packet so that the watchdog can repeat it.
-void Link::Answer(Packet& templ, std::uint8_t id, bool remember) {
+void Serial_Transport::Answer(Packet& templ, std::uint8_t id, bool remember) {
     templ.data[0] = id;
-    if (remember) last_ = templ;
+    if (remember) link_.Remember(templ);
     Write_Wire(templ);
 }
 
 // Every packet leaves the serial line here: traced, framed, stuffed.
-void Link::Write_Wire(const Packet& packet) {
+void Serial_Transport::Write_Wire(const Packet& packet) {
     const Bytes frame = Frame_Of(packet);
-    Trace_Packet(frame, "O");
+    link_.Trace_Packet(frame, "O");
     if (!port_.PortOpen()) return;
     const Bytes wire = Stuff_Packet(frame);
     port_.Output(std::string(wire.begin(), wire.end()));
-}
-
-void Link::Report(std::int16_t code, const std::string& phrase, const Bytes& packet) {
-    host_.Raise_Error(code, host_.xLate(phrase), packet);
 }
 
 }  // namespace trekcom::link
