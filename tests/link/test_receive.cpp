@@ -10,21 +10,6 @@ namespace {
 constexpr auto P = Packet;
 constexpr auto W = Wire;
 
-TEST(FrameHelpers, StuffingAndChecksumByTheBook) {
-    // id 0x22, size 2, data 10 03: checksum = -(0x22+2+0x10+3) = 0xC9
-    const Bytes packet = link::Make_Packet(0x22, {0x10, 0x03});
-    EXPECT_EQ(packet, (Bytes{0x10, 0x22, 0x02, 0x10, 0x03, 0xC9, 0x10, 0x03}));
-    EXPECT_EQ(link::Stuff_Packet(packet), (Bytes{0x10, 0x22, 0x02, 0x10, 0x10, 0x03, 0xC9, 0x10, 0x03}));
-    // The id is never doubled, even when it is 16.
-    EXPECT_EQ(link::Stuff_Packet(link::Make_Packet(0x10, {}))[2], 0x00);
-    // A frame that ends before its checksum gives nothing.
-    EXPECT_FALSE(link::Unstuff_Frame(std::string("\x10\x22\x05\x01\x10\x03", 6)));
-    // The expanded id trusts the frame's length, not the size byte.
-    auto expanded = link::Unstuff_Frame(std::string("\x10\x7B\x00\x01\x02\x77\x10\x03", 8));
-    ASSERT_TRUE(expanded);
-    EXPECT_EQ(expanded->size(), 8u);
-}
-
 // ---------------------------------------------------------------- any packet
 
 // A random packet heavy in what framing gets wrong: 16s and 3s as the id, the
@@ -206,73 +191,6 @@ TEST_F(Link_Test, GoodPacketsAreAcknowledgedStreamedOnesNever) {
     ASSERT_EQ(device->frames.size(), 1u);
     EXPECT_EQ(device->frames[0], P(6, {35, 0}));
     EXPECT_EQ(L().LastPacket, P(6, {35, 0}));
-}
-
-TEST_F(Link_Test, BadChecksumsAreRefusedAndTheSixthIsAnError) {
-    Open();
-    Bytes bad = P(35, {7});
-    bad[bad.size() - 3] ^= 0x55;
-    for (int i = 0; i < 6; ++i) device->Send(bad);
-    Run();
-    EXPECT_EQ(device->Count(21), 5u);  // five NAKs, then the error
-    EXPECT_EQ(device->frames[0], P(21, {35, 0}));
-    ASSERT_EQ(rec.errors.size(), 1u);
-    EXPECT_EQ(rec.errors[0].code, 3);
-    EXPECT_EQ(rec.errors[0].message, "Invalid message received from device");
-    EXPECT_EQ(rec.errors[0].packet, bad);
-    EXPECT_EQ(L().NakCount, 0);
-    // A bad packet is still raised to the host (it unstuffed), never dispatched or ACKed.
-    EXPECT_EQ(rec.received.size(), 6u);
-    EXPECT_EQ(device->Count(6), 0u);
-    // A streamed packet with a bad checksum is not refused either.
-    Bytes bad_pvt = P(51, {7});
-    bad_pvt[bad_pvt.size() - 3] ^= 1;
-    device->Send(bad_pvt);
-    Run();
-    EXPECT_EQ(device->Count(21), 5u);
-}
-
-// A unit that damages every packet, and sends it again on every NAK and
-// whenever it hears nothing: after the sixth the host reports once and stays
-// quiet (no more NAKs, no watchdog re-sends) instead of refusing for ever;
-// the next good packet is taken as usual.
-TEST_F(Link_Test, AUnitThatDamagesEveryPacketEndsTheExchangeOnce) {
-    Open();
-    Bytes bad = P(35, {7});
-    bad[bad.size() - 3] ^= 0x55;
-    device->on_packet = [&](const Bytes& p) {
-        if (p[1] == 21) device->Send(bad);
-    };
-    ctl.Send(P(10, {7, 0}), 0, 0);
-    for (int i = 0; i < 20; ++i) {  // the unit's own time-outs
-        device->Send(bad);
-        Run(1500);
-    }
-    Run(20000);
-    EXPECT_EQ(device->Count(21), 5u);
-    EXPECT_EQ(device->Count(10), 1u);
-    ASSERT_EQ(rec.errors.size(), 1u);
-    EXPECT_EQ(rec.errors[0].code, 3);
-    EXPECT_FALSE(detail::Control::Of(ctl).tmrTimeout->Enabled());
-
-    device->Send(P(35, {8}));
-    Run(100);
-    EXPECT_EQ(device->frames.back(), P(6, {35, 0}));
-}
-
-TEST_F(Link_Test, NakResendsTheLastPacketFiveTimesThenErrorTwo) {
-    Open();
-    const Bytes command = P(10, {7, 0});
-    device->on_packet = [this](const Bytes& p) { device->Nak(p[1]); };
-    ctl.Send(command, 0, 0);
-    Run(1000);
-    EXPECT_EQ(device->Count(10), 6u);  // the send and five re-sends
-    ASSERT_EQ(rec.errors.size(), 1u);
-    EXPECT_EQ(rec.errors[0].code, 2);
-    EXPECT_EQ(rec.errors[0].message, "Unable to communicate with device");
-    EXPECT_EQ(rec.errors[0].packet, command);
-    // The count starts again after the error.
-    EXPECT_EQ(L().NakCount, 0);
 }
 
 TEST_F(Link_Test, UserFlowControlSilencesAckNakAndWatchdog) {

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "protocol/protocol_fixture.h"
+#include "support/protocol_fixture.h"
 
 namespace trekcom::testing {
 

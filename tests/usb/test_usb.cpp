@@ -9,7 +9,7 @@
 
 #include "control/control.h"
 #include "formats.h"
-#include "protocol/protocol_fixture.h"
+#include "support/protocol_fixture.h"
 #include "sim_usb_driver.h"
 #include "trekcom/trekcom.h"
 
@@ -456,124 +456,8 @@ TEST_P(Usb_Polling, RequestsGetTheirRepliesWhileTheHostPolls) {
 INSTANTIATE_TEST_SUITE_P(Modes, Usb_Polling, ::testing::Values(Polling::async, Polling::pvt),
                          [](const auto& info) { return info.param == Polling::async ? "async" : "pvt"; });
 
-// The same requests over a serial line and over USB give the same packets.
-// What a host learns from identification and three downloads: the product
-// and protocols, then each data packet as id and data.
-// A control on a simulated unit holding `data`, over USB or a serial line.
-struct Either_Transport {
-    Either_Transport(bool over_usb, const sim::Data_Set& data) {
-        receiver->unit.Data() = data;
-        ctl.Advise(rec);
-        if (over_usb) {
-            ctl.Port(0);
-        } else {
-            vp->Attach(1, std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current"), data));
-            EXPECT_TRUE(ctl.PortOpen());
-        }
-    }
-    std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
-    std::shared_ptr<Sim_Usb_Receiver> receiver = Plug_In(vp);
-    TrekcomCtl ctl{vp};
-    Recorder rec;
-};
-
-std::vector<Bytes> Run_Requests(bool over_usb) {
-    Either_Transport t(over_usb, sim::Builtin_Data());
-    auto& [vp, receiver, ctl, rec] = t;
-    ctl.Request_Product_Data();
-    for (auto [request, event] : {std::pair{&TrekcomCtl::Request_Waypoints, &Recorder::waypoints},
-                                  {&TrekcomCtl::Request_Routes, &Recorder::routes},
-                                  {&TrekcomCtl::Request_Tracks, &Recorder::tracks}}) {
-        (ctl.*request)();
-        // A copy: clang 14 cannot capture a structured binding.
-        EXPECT_TRUE(vp->Run_Until([&rec, member = event] { return rec.*member == 1; }, 30000)) << over_usb;
-    }
-    EXPECT_TRUE(rec.errors.empty()) << (rec.errors.empty() ? "" : rec.errors[0].message);
-
-    const std::string protocols = std::to_string(ctl.Product_Data()->Product_ID) + ctl.Link_Protocol() +
-                                  ctl.WayPoint_Transfer_Protocol() + ctl.Waypoint_Data_Format() +
-                                  ctl.Route_Transfer_Protocol() + ctl.Track_Transfer_Protocol() +
-                                  ctl.Track_Point_Format();
-    std::vector<Bytes> out{Bytes(protocols.begin(), protocols.end())};
-    for (const Bytes& p : rec.received) {
-        if (p[1] == 6 || p[1] == 21) continue;  // the serial link's own
-        Bytes id_and_data{p[1]};
-        const Bytes data = link::Packet_Data(p);
-        id_and_data.insert(id_and_data.end(), data.begin(), data.end());
-        out.push_back(id_and_data);
-    }
-    return out;
-}
-
-TEST(UsbAgainstSerial, IdentificationAndDownloadsMatch) {
-    const std::vector<Bytes> usb = Run_Requests(true);
-    EXPECT_GT(usb.size(), 20u);
-    EXPECT_EQ(usb, Run_Requests(false));
-}
-
-// Coordinates whose bytes hold runs of 16s before a 3 (and a 3 before 16s):
-// every frame that carries them is full of what framing gets wrong.
-std::int32_t Awkward_Semicircles(std::mt19937& rng) {
-    static const std::vector<Bytes> runs = {{0x10, 0x03}, {0x10, 0x10, 0x03}, {0x10, 0x10, 0x10, 0x03}, {0x03, 0x10, 0x10}};
-    const Bytes& run = runs[rng() % runs.size()];
-    Bytes bytes(4);
-    for (auto& b : bytes) b = static_cast<std::uint8_t>(rng());
-    bytes[3] &= 0x3F;  // within the globe
-    const std::size_t at = rng() % (5 - run.size());
-    std::copy(run.begin(), run.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at));
-    return static_cast<std::int32_t>(bytes[0] | bytes[1] << 8 | bytes[2] << 16 | std::uint32_t{bytes[3]} << 24);
-}
-
-sim::Data_Set Awkward_Data() {
-    std::mt19937 rng(1810);
-    sim::Data_Set data;
-    sim::Track track;
-    track.ident = "AWKWARD";
-    for (int i = 0; i < 400; ++i) {
-        sim::Waypoint w;
-        w.ident = "W" + std::to_string(i);
-        w.lat = Awkward_Semicircles(rng);
-        w.lon = Awkward_Semicircles(rng);
-        data.waypoints.push_back(w);
-        track.points.push_back({Awkward_Semicircles(rng), Awkward_Semicircles(rng)});
-    }
-    data.tracks.push_back(track);
-    return data;
-}
-
-// Every waypoint and track point of the awkward data set comes down intact,
-// over USB and over a serial line.
-TEST(UsbAgainstSerial, AwkwardBytesArriveIntactOverBoth) {
-    const sim::Data_Set data = Awkward_Data();
-    for (const bool over_usb : {true, false}) {
-        SCOPED_TRACE(over_usb ? "USB" : "serial");
-        Either_Transport t(over_usb, data);
-        auto& [vp, receiver, ctl, rec] = t;
-        ctl.Request_Waypoints();
-        ASSERT_TRUE(vp->Run_Until([&] { return rec.waypoints == 1; }, 60000));
-        ctl.Request_Tracks();
-        ASSERT_TRUE(vp->Run_Until([&] { return rec.tracks == 1; }, 60000));
-        EXPECT_TRUE(rec.errors.empty()) << (rec.errors.empty() ? "" : rec.errors[0].message);
-
-        ASSERT_EQ(ctl.Waypoints()->Count(), 400);
-        for (std::int32_t i = 1; i <= 400; ++i) {
-            const cWaypoint& got = *ctl.Waypoints()->Item(i);
-            const sim::Waypoint& want = data.waypoints[static_cast<std::size_t>(i - 1)];
-            ASSERT_EQ(got.Ident, want.ident);
-            ASSERT_EQ(sim::Deg_To_Semi(got.Lat), want.lat) << want.ident;
-            ASSERT_EQ(sim::Deg_To_Semi(got.Lon), want.lon) << want.ident;
-        }
-        // The track's header comes first, then its points.
-        ASSERT_EQ(ctl.Tracks()->Count(), 401);
-        std::vector<std::pair<std::int32_t, std::int32_t>> points;
-        for (std::int32_t i = 2; i <= 401; ++i) {
-            const cTrack& t = *ctl.Tracks()->Item(i);
-            points.emplace_back(sim::Deg_To_Semi(t.Lat), sim::Deg_To_Semi(t.Lon));
-        }
-        for (std::size_t i = 0; i < points.size(); ++i)
-            ASSERT_EQ(points[i], std::pair(data.tracks[0].points[i].lat, data.tracks[0].points[i].lon)) << i;
-    }
-}
+// (The same downloads over USB and over a serial line, on random data sets
+// thick with stuffed bytes: records_e2e's Differential.)
 
 // (PVT packets arriving while the host polls: Usb_Polling.)
 TEST_F(Usb_Control, UploadNeedsNoAcknowledgements) {

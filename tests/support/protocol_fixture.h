@@ -39,27 +39,4 @@ protected:
     Recorder rec;
 };
 
-// The product data packet of a unit: id, version, NUL-terminated descriptions.
-inline Bytes Product_Packet(std::uint16_t product, std::int16_t version, const std::vector<std::string>& texts) {
-    Bytes d{static_cast<std::uint8_t>(product), static_cast<std::uint8_t>(product >> 8),
-            static_cast<std::uint8_t>(version), static_cast<std::uint8_t>(static_cast<std::uint16_t>(version) >> 8)};
-    for (const std::string& t : texts) {
-        d.insert(d.end(), t.begin(), t.end());
-        d.push_back(0);
-    }
-    return link::Make_Packet(255, d);
-}
-
-// A capability array from entries such as "A100".
-inline Bytes Array_Packet(const std::vector<std::string>& entries) {
-    Bytes d;
-    for (const std::string& e : entries) {
-        const int n = std::stoi(e.substr(1));
-        d.push_back(static_cast<std::uint8_t>(e[0]));
-        d.push_back(static_cast<std::uint8_t>(n));
-        d.push_back(static_cast<std::uint8_t>(n >> 8));
-    }
-    return link::Make_Packet(253, d);
-}
-
 }  // namespace trekcom::testing
