@@ -80,6 +80,68 @@ TEST(Surface, AReadOnlyPropertyRefusesWith383InTheCurrentLanguageAndKeepsItsValu
     EXPECT_EQ(refusal([&] { h.ctl.version("x"); }), "Eigenschaft ist schreibgeschützt");
 }
 
+// ...and every one of them refuses: a setter that took a value would let a
+// host overwrite what the receiver said.
+TEST(Surface, EveryReadOnlyPropertyRefuses) {
+    Host h;
+    int refused = 0;
+    auto refuse = [&](const std::function<void()>& assign) {
+        try {
+            assign();
+        } catch (const RuntimeError& e) {
+            refused += e.Number() == 383;
+        }
+    };
+    using C = TrekcomCtl;
+#define SETTERS(Type, value, ...) \
+    for (auto set : std::initializer_list<void (C::*)(Type)>{__VA_ARGS__}) refuse([&] { (h.ctl.*set)(value); })
+#define TEXT(...) SETTERS(std::string, "", __VA_ARGS__)
+#define NUMBER(...) SETTERS(std::uint8_t, 1, __VA_ARGS__)
+    TEXT(&C::version, &C::Link_Protocol, &C::WayPoint_Transfer_Protocol, &C::Route_Transfer_Protocol,
+         &C::Track_Transfer_Protocol, &C::Prox_Wpt_Transfer_Protocol, &C::Almanac_Transfer_Protocol,
+         &C::Date_Transfer_Protocol, &C::Posn_Transfer_Protocol, &C::Pvt_Transfer_Protocol, &C::Laps_Transfer_Protocol,
+         &C::Flightbook_Transfer_Protocol, &C::Waypoint_Data_Format, &C::Route_Header_Format, &C::Route_Link_Format,
+         &C::Route_Wpt_Data_Format, &C::Track_Header_Format, &C::Track_Point_Format, &C::Prox_Wpt_Data_Format,
+         &C::Almanac_Data_Format, &C::Date_Data_Format, &C::Posn_Data_Format, &C::Pvt_Data_Format,
+         &C::Laps_Data_Format, &C::Flightbook_Data_Format);
+    NUMBER(&C::PID_Ack_Byte, &C::PID_Nak_Byte, &C::PID_Command_Data, &C::PID_Xfer_Cmplt, &C::PID_Date_Time,
+           &C::PID_Position_Data, &C::PID_Prx_Wpt_Data, &C::PID_Records, &C::PID_Rte_Hdr, &C::PID_Rte_Wpt_Data,
+           &C::PID_Rte_Link, &C::PID_Almanac_Data, &C::PID_Trk_Data, &C::PID_Trk_Hdr, &C::PID_Wpt_Data,
+           &C::PID_Pvt_Data, &C::PID_Product_Rqst, &C::PID_Product_Data, &C::PID_Protocol_Array, &C::PID_Baud_Reply,
+           &C::PID_Voltages, &C::PID_Display_Data, &C::PID_Lap, &C::PID_Sats, &C::PID_Flightbook_Record,
+           &C::PID_Unit_ID, &C::PID_Expanded_Packet, &C::CMND_Reset_Transfer, &C::CMND_Transfer_Alm,
+           &C::CMND_Transfer_Posn, &C::CMND_Transfer_Prx, &C::CMND_Transfer_Rte, &C::CMND_Transfer_Time,
+           &C::CMND_Transfer_Trk, &C::CMND_Transfer_Wpt, &C::CMND_Transfer_Lap, &C::CMND_Transfer_Flightbook,
+           &C::CMND_Turn_Off_Pwr, &C::CMND_Start_Pvt_Data, &C::CMND_Stop_Pvt_Data, &C::CMND_Start_Async,
+           &C::CMND_Change_Baud);
+    SETTERS(std::int32_t, 1, &C::PID_Expanded_ID, &C::PID_Icon, &C::PID_Expanded_Lengh);
+    refuse([&] { h.ctl.Incoming_Records_Count(1); });
+#undef TEXT
+#undef NUMBER
+#undef SETTERS
+    EXPECT_EQ(refused, 25 + 42 + 3 + 1);
+}
+
+// With no sink advised the control raises nothing and works all the same;
+// objects a host set to null are given back fresh, and filled.
+TEST(Surface, WithoutASinkOrWithNullObjectsTheControlWorksAllTheSame) {
+    auto unit = std::make_shared<sim::Virtual_Unit>();
+    Host h(unit);
+    h.ctl.Unadvise();
+    h.ctl.DebugLog(true);
+    h.ctl.Product_Data(nullptr);
+    h.ctl.Counts(nullptr);
+    ASSERT_NE(h.ctl.Product_Data(), nullptr);
+    ASSERT_NE(h.ctl.Counts(), nullptr);
+    h.ctl.Request_Counts();
+    EXPECT_EQ(h.ctl.Counts()->Waypoint_Records, static_cast<std::int16_t>(unit->Sim().Data().waypoints.size()));
+    EXPECT_EQ(h.ctl.Product_Data()->Product_ID, unit->Sim().Unit_Profile().product_id);
+    unit->Sim().Set_Mode(sim::Output_Mode::nmea);
+    h.ctl.Settings("4800,N,8,1");
+    h.Run(3000);
+    EXPECT_TRUE(h.events.order.empty());
+}
+
 // ---------------------------------------------------------------- writable
 
 TEST(Surface, TimeOutOutsideItsRangeBecomes2000WithAMessageBox) {

@@ -378,6 +378,20 @@ void Round_Trip(Rig& r) {
     const Data_Set visible = r.unit->Visible_Data();
     Data_Set got;
 
+    // The counts first: packets of each kind, -1 for a kind the unit lacks.
+    ctl.Request_Counts();
+    std::size_t route_packets = 0, track_packets = 0;
+    for (const auto& route : visible.routes)
+        route_packets += 1 + route.points.size() + (p.route_link_type ? route.links.size() : 0);
+    for (const auto& t : visible.tracks) track_packets += Has_Track_Headers(p) + t.points.size();
+    ASSERT_EQ(r.rec.counts.size(), 1u);
+    const Recorder::Counts& c = r.rec.counts[0];
+    EXPECT_EQ(c.w, static_cast<std::int16_t>(visible.waypoints.size()));
+    EXPECT_EQ(c.p, p.proximity_protocol && !Table_L002(p) ? static_cast<std::int16_t>(visible.proximity.size()) : -1);
+    EXPECT_EQ(c.r, static_cast<std::int16_t>(route_packets));
+    EXPECT_EQ(c.t, p.track_protocol ? static_cast<std::int16_t>(track_packets) : -1);
+    r.rec.errors.clear();  // a table-known L002 unit does not answer the L001 proximity command
+
     r.Download(&TrekcomCtl::Request_Waypoints, &Recorder::waypoints);
     const std::vector<std::shared_ptr<cWaypoint>> waypoints(ctl.Waypoints()->begin(), ctl.Waypoints()->end());
     got.waypoints = To_Sim(*ctl.Waypoints());
@@ -518,7 +532,9 @@ void Round_Trip(Rig& r) {
     } else if (p.track_protocol) {
         Expect_Same(Points_Of(up.tracks), Points_Of(visible.tracks), "uploaded track point");
     }
-    if (p.almanac_type) EXPECT_EQ(up.almanac, std::vector<sim::Almanac>{To_Sim(*ctl.Almanac())});
+    if (p.almanac_type) {
+        EXPECT_EQ(up.almanac, std::vector<sim::Almanac>{To_Sim(*ctl.Almanac())});
+    }
     if (p.laps) {
         std::vector<sim::Lap> want = visible.laps;
         for (sim::Lap& l : want) l.unused = 0;  // the spare byte always goes out as 0
@@ -587,6 +603,23 @@ TEST(Uploads, RecordsThatCannotGoOutAreReported) {
     r.ctl.Send_Lap();
     ASSERT_EQ(r.rec.errors.size(), 3u);
     EXPECT_EQ(r.rec.errors[2].message, "GPS model/version does not support Lap Data");
+}
+
+
+// A log past what the records packet's 16 bits can count comes down whole
+// and in order, and its count is not reported short.
+TEST(Downloads, HundredThousandTrackPointsArriveInOrder) {
+    Data_Set data;
+    sim::Add_Generated_Track(data, 100000);
+    Rig r(sim::Profile::Named("current"), data, false);
+    r.Download(&TrekcomCtl::Request_Tracks, &Recorder::tracks);
+    const Data_Set visible = r.unit->Visible_Data();
+    Data_Set got;
+    got.tracks = Tracks_Of(*r.ctl.Tracks(), visible.tracks, true);
+    ASSERT_EQ(got.tracks.size(), 1u);
+    EXPECT_EQ(got.tracks[0].points.size(), 100000u);
+    EXPECT_EQ(As_Unit_Reads(r.profile, got).tracks[0].points, visible.tracks[0].points);
+    EXPECT_TRUE(r.rec.errors.empty()) << Errors(r.rec);
 }
 
 }  // namespace
