@@ -16,6 +16,7 @@
 #include "support/host_fixture.h"
 #include "trekcom/trekcom.h"
 #include "trekcom_sim/unit.h"
+#include "usb/sim_usb_driver.h"
 
 namespace trekcom::testing {
 namespace {
@@ -303,6 +304,116 @@ INSTANTIATE_TEST_SUITE_P(Table, Faults, ::testing::Combine(::testing::ValuesIn(k
                          [](const auto& info) {
                              return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
                          });
+
+
+// ---------------------------------------------------------------- the same over USB
+
+// A receiver on USB that fails in the middle of a record transfer: the
+// download ends within bounded (virtual) time with the transport's error and
+// the count report, the records read before the fault stay, and once the
+// receiver is back a new download is whole. Zero-length packets after every
+// packet cost nothing.
+struct Usb_Fault {
+    const char* name;
+    void (*arm)(Sim_Usb_Receiver&);
+    const char* error;  // the transport's report; null: the transfer completes
+};
+
+const Usb_Fault kUsb_Faults[] = {
+    {"stall", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().stall_after_record = kRecord_K; },
+     "No response from device"},
+    // The cable goes with record K + 1 on it.
+    {"hang_up", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().hang_up_after_record = kRecord_K + 1; },
+     "USB device read failed"},
+    {"switched_off", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().off_after_record = kRecord_K; },
+     "No response from device"},
+    // Pulled out by the user: the records packet and K records were read.
+    {"unplugged", [](Sim_Usb_Receiver& r) { r.vanish_after_bulk_reads = r.bulk_reads + kRecord_K + 1; },
+     "USB device read failed"},
+    {"zero_length_packets", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().usb_zero_length = true; }, nullptr},
+};
+
+class Usb_Faults : public Host_Test, public ::testing::WithParamInterface<std::tuple<Kind, Usb_Fault>> {
+protected:
+    Usb_Faults() { ctl.Port(0); }
+    // The count the last records packet announced, and the records after it.
+    std::pair<int, int> Announced_And_Arrived(std::size_t from) const {
+        int announced = -1, arrived = 0;
+        for (std::size_t i = from; i < rec.received.size(); ++i) {
+            const Bytes& p = rec.received[i];
+            if (p[1] == ctl.PID_Records()) {
+                announced = p[3] | (p[4] << 8);
+                arrived = 0;
+            } else if (p[1] != ctl.PID_Xfer_Cmplt()) {
+                ++arrived;
+            }
+        }
+        return {announced, arrived};
+    }
+    std::shared_ptr<Sim_Usb_Receiver> receiver = Plug_In(vp);
+};
+
+TEST_P(Usb_Faults, DownloadEndsWithTheErrorAndKeepsWhatCame) {
+    const auto& [kind, fault] = GetParam();
+    ctl.Request_Product_Data();
+    ASSERT_TRUE(rec.errors.empty());
+    fault.arm(*receiver);
+    const double start = vp->Now_ms();
+    const std::size_t from = rec.received.size();
+    (ctl.*kind.request)();
+    EXPECT_LT(vp->Now_ms() - start, 15000);  // the transport reads the whole transfer inside the request
+    const auto [announced, arrived] = Announced_And_Arrived(from);
+    ASSERT_GT(announced, kRecord_K + 1) << (rec.errors.empty() ? "" : rec.errors[0].message);
+    if (!fault.error) {
+        EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+        EXPECT_EQ(arrived, announced);
+    } else {
+        EXPECT_EQ(arrived, kRecord_K);
+        ASSERT_EQ(rec.errors.size(), 2u) << rec.errors[0].message << " | " << rec.errors.back().message;
+        EXPECT_EQ(rec.errors[0].message, fault.error);
+        EXPECT_EQ(rec.errors[1].message, "Incomplete transfer: " + std::to_string(kRecord_K) + " of " +
+                                             std::to_string(announced) + " records received");
+    }
+    if (kind.event != &Recorder::routes) {  // route links fill the route in place
+        EXPECT_EQ(kind.items(ctl), arrived);
+    }
+    const std::size_t events = rec.order.size();
+    Run(30000);
+    EXPECT_EQ(rec.order.size(), events);  // nothing more comes of it
+
+    // Back on, plugged in: the next download is whole.
+    receiver->present = true;
+    receiver->vanish_after_bulk_reads = -1;
+    receiver->unit.Power_On();
+    rec.errors.clear();
+    const std::size_t again = rec.received.size();
+    (ctl.*kind.request)();
+    EXPECT_EQ(Announced_And_Arrived(again), std::make_pair(announced, announced));
+    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, Usb_Faults,
+                         ::testing::Combine(::testing::Values(kKinds[0], kKinds[2], kKinds[3], kKinds[4]),
+                                            ::testing::ValuesIn(kUsb_Faults)),
+                         [](const auto& info) {
+                             return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
+                         });
+
+// A host that abandons its waits (Platform::Interrupt, as on Ctrl-C) ends a
+// stalled USB read within a second, not after the ten seconds a stall is
+// otherwise given; the records read so far stay.
+TEST_F(Usb_Faults, AnInterruptEndsAStalledRead) {
+    ctl.Request_Product_Data();
+    receiver->unit.Fault_Knobs().stall_after_record = kRecord_K;
+    auto alarm = vp->Create_Timer();
+    alarm->Interval(500);
+    alarm->Tick = [&] { vp->Interrupt(); };
+    alarm->Enabled(true);
+    const double start = vp->Now_ms();
+    ctl.Request_Waypoints();
+    EXPECT_LT(vp->Now_ms() - start, 1500);
+    EXPECT_EQ(ctl.Waypoints()->Count(), kRecord_K);
+}
 
 // ---------------------------------------------------------------- every request ends once
 
