@@ -492,6 +492,7 @@ void Every_Request_Ends_Once(std::uint32_t first, int n, bool beyond) {
         TrekcomCtl ctl(vp);
         Recorder rec;
         ctl.Advise(rec);
+        ctl.DebugLog(true);  // the trace of every kind of packet, refused ones too
         ASSERT_TRUE(ctl.PortOpen());
         ctl.Request_Product_Data();
         ASSERT_TRUE(rec.errors.empty());
