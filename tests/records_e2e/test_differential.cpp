@@ -116,64 +116,31 @@ public:
     }
 
     sim::Waypoint Waypoint() {
-        sim::Waypoint w;
-        w.ident = Text(Below(2) ? 6 : 16);
-        w.lat = Position(true);
-        w.lon = Position(false);
-        w.comment = Text(40);
-        w.facility = Text(One_In(2) ? 30 : 8);
-        w.city = Text(24);
-        w.state = Text(2);
-        w.country = Text(2);
-        w.address = Text(20);
-        w.cross_road = Text(20);
-        w.alt = Value();
-        w.depth = Value();
-        w.dist = Value();
-        w.temp = Value();
-        w.symbol = Any<std::int16_t>();
-        w.wpt_class = static_cast<std::uint8_t>(Below(127));  // classes that send no subclass
-        w.color = Any<std::uint8_t>();
-        w.display = Any<std::uint8_t>();
-        w.attr = Any<std::uint8_t>();
-        w.ete = Awkward_Word();
-        w.time = Time();
-        w.category = Any<std::uint16_t>();
-        w.prox_index = Any<std::int16_t>();
-        w.unused = Awkward_Word();
-        return w;
+        // Classes below 127 send no subclass.
+        return {Text(Below(2) ? 6 : 16), Position(true), Position(false), Text(40), Text(One_In(2) ? 30 : 8),
+                Text(24), Text(2), Text(2), Text(20), Text(20), "", Value(), Value(), Value(), Value(),
+                Any<std::int16_t>(), static_cast<std::uint8_t>(Below(127)), Any<std::uint8_t>(),
+                Any<std::uint8_t>(), Any<std::uint8_t>(), sim::Default_Subclass(), Awkward_Word(), Time(),
+                Any<std::uint16_t>(), Any<std::int16_t>(), Awkward_Word()};
     }
 
     Data_Set Data() {
-        Data_Set d = sim::Builtin_Data();  // the situation and almanac shape
-        d.waypoints.clear();
-        d.proximity.clear();
-        d.routes.clear();
-        d.tracks.clear();
-        d.laps.clear();
-        d.flights.clear();
+        Data_Set d;
+        d.situation = sim::Builtin_Data().situation;
+        d.almanac = sim::Builtin_Data().almanac;  // a whole set, to be filled
         for (std::uint32_t i = Below(25); i > 0; --i) d.waypoints.push_back(Waypoint());
         for (std::uint32_t i = Below(6); i > 0; --i) d.proximity.push_back(Waypoint());
         for (std::uint32_t i = Below(4); i > 0; --i) {
-            sim::Route r;
-            r.number = Any<std::uint8_t>();
-            r.ident = Text(20);
-            r.comment = Text(20);
+            sim::Route r{Any<std::uint8_t>(), Text(20), Text(20), {}, {}};
             for (std::uint32_t k = Below(6); k > 0; --k) r.points.push_back(Waypoint());
             // Every link of a route alike: an upload sends the route's one set
             // of link fields with each.
-            sim::Route_Link link;
-            link.link_class = One_In(2) ? 3 : 255;
-            link.ident = Text(12);
+            const sim::Route_Link link{static_cast<std::uint16_t>(One_In(2) ? 3 : 255), sim::Default_Subclass(), Text(12)};
             if (r.points.size() > 1) r.links.assign(r.points.size() - 1, link);
             d.routes.push_back(r);
         }
         for (std::uint32_t i = Below(4); i > 0; --i) {
-            sim::Track t;
-            t.ident = Text(One_In(2) ? 12 : 30);
-            t.color = Any<std::uint8_t>();
-            t.display = One_In(2);
-            t.index = Any<std::uint16_t>();
+            sim::Track t{Text(One_In(2) ? 12 : 30), Any<std::uint8_t>(), One_In(2), Any<std::uint16_t>(), {}};
             for (std::uint32_t k = Below(40); k > 0; --k)
                 t.points.push_back({Position(true), Position(false), Time(), Value(), Value(), Value(), One_In(8)});
             d.tracks.push_back(t);
@@ -202,16 +169,12 @@ private:
 // ---------------------------------------------------------------- the control's records in the unit's terms
 
 sim::Waypoint To_Sim(const cWaypoint& w) {
-    sim::Waypoint s{w.Ident, sim::Deg_To_Semi(w.Lat), sim::Deg_To_Semi(w.Lon), w.Cmnt, w.Facility, w.City, w.State,
-                    w.Country, w.Address, w.Cross_Road, w.Link, w.Alt, w.Dpth, w.Dist, w.Temp, w.Smbl,
-                    static_cast<std::uint8_t>(w.Wpt_Class), static_cast<std::uint8_t>(w.Color),
-                    static_cast<std::uint8_t>(w.Dspl), static_cast<std::uint8_t>(w.Attrib)};
-    s.ete = static_cast<std::uint32_t>(w.Ete);
-    s.time = static_cast<std::uint32_t>(w.Time_Seconds);
-    s.category = static_cast<std::uint16_t>(w.Wpt_Category);
-    s.prox_index = w.Prox_Index;
-    s.unused = static_cast<std::uint32_t>(w.Unused1);
-    return s;
+    return {w.Ident, sim::Deg_To_Semi(w.Lat), sim::Deg_To_Semi(w.Lon), w.Cmnt, w.Facility, w.City, w.State,
+            w.Country, w.Address, w.Cross_Road, w.Link, w.Alt, w.Dpth, w.Dist, w.Temp, w.Smbl,
+            static_cast<std::uint8_t>(w.Wpt_Class), static_cast<std::uint8_t>(w.Color),
+            static_cast<std::uint8_t>(w.Dspl), static_cast<std::uint8_t>(w.Attrib), sim::Default_Subclass(),
+            static_cast<std::uint32_t>(w.Ete), static_cast<std::uint32_t>(w.Time_Seconds),
+            static_cast<std::uint16_t>(w.Wpt_Category), w.Prox_Index, static_cast<std::uint32_t>(w.Unused1)};
 }
 
 sim::Track_Point To_Sim(const cTrack& t) {
@@ -456,19 +419,18 @@ void Round_Trip(Rig& r) {
     EXPECT_TRUE(r.rec.errors.empty()) << Errors(r.rec);
     r.rec.errors.clear();
 
-    // ...and back up.
-    r.Batch(waypoints.size(), [&] {
-        for (const auto& w : waypoints) {
-            ctl.Waypoint(w);
-            ctl.Send_Waypoint();
-        }
-    });
-    r.Batch(proximity.size(), [&] {
-        for (const auto& w : proximity) {
-            ctl.Waypoint(w);
-            ctl.Send_Prox_Waypoint();
-        }
-    });
+    // ...and back up: one batch per kind, one Send_* per record.
+    auto batch = [&](const auto& records, auto put, void (TrekcomCtl::*send)()) {
+        r.Batch(records.size(), [&] {
+            for (const auto& record : records) {
+                (ctl.*put)(record);
+                (ctl.*send)();
+            }
+        });
+    };
+    using W = void (TrekcomCtl::*)(std::shared_ptr<cWaypoint>);
+    batch(waypoints, static_cast<W>(&TrekcomCtl::Waypoint), &TrekcomCtl::Send_Waypoint);
+    batch(proximity, static_cast<W>(&TrekcomCtl::Waypoint), &TrekcomCtl::Send_Prox_Waypoint);
     std::size_t route_records = 0;
     for (const auto& route : routes) route_records += 1 + 2 * route->Waypoints->Count();
     r.Batch(route_records, [&] {
@@ -484,32 +446,23 @@ void Round_Trip(Rig& r) {
     });
     r.Batch(tracks.size(), [&] {
         std::size_t next = 0;
-        for (const sim::Track& like : visible.tracks) {
-            if (Has_Track_Headers(p)) {
+        for (const sim::Track& like : visible.tracks)
+            for (std::size_t i = Has_Track_Headers(p) ? 0 : 1; i <= like.points.size(); ++i) {
                 ctl.Track(tracks.at(next++));
-                ctl.Send_Track_Header();
+                i == 0 ? ctl.Send_Track_Header() : ctl.Send_Track();
             }
-            for (std::size_t i = 0; i < like.points.size(); ++i) {
-                ctl.Track(tracks.at(next++));
-                ctl.Send_Track();
-            }
-        }
     });
     if (p.almanac_type) r.Batch(1, [&] { ctl.Send_Almanac_Data(); });
-    if (p.laps)
-        r.Batch(static_cast<std::size_t>(ctl.Laps()->Count()), [&] {
-            for (const auto& l : *ctl.Laps()) {
-                ctl.Lap(l);
-                ctl.Send_Lap();
-            }
-        });
-    if (p.flightbook)
-        r.Batch(static_cast<std::size_t>(ctl.Flightbook_Records()->Count()), [&] {
-            for (const auto& f : *ctl.Flightbook_Records()) {
-                ctl.Flightbook_Record(f);
-                ctl.Send_Flightbook_Record();
-            }
-        });
+    if (p.laps) {
+        const std::vector<std::shared_ptr<cLap>> laps(ctl.Laps()->begin(), ctl.Laps()->end());
+        batch(laps, static_cast<void (TrekcomCtl::*)(std::shared_ptr<cLap>)>(&TrekcomCtl::Lap), &TrekcomCtl::Send_Lap);
+    }
+    if (p.flightbook) {
+        const std::vector<std::shared_ptr<cFlightbook_Record>> flights(ctl.Flightbook_Records()->begin(),
+                                                                      ctl.Flightbook_Records()->end());
+        batch(flights, static_cast<void (TrekcomCtl::*)(std::shared_ptr<cFlightbook_Record>)>(&TrekcomCtl::Flightbook_Record),
+              &TrekcomCtl::Send_Flightbook_Record);
+    }
     r.vp->Advance(5000);
 
     const Data_Set& up = r.unit->Uploaded();

@@ -121,20 +121,6 @@ TEST_F(Tool, PutThenGetGivesBackTheSameGpx) {
     EXPECT_EQ(Read_File(back), Read_File(original));
 }
 
-// Track points reach a unit that checks the size byte: the tool asks the
-// control for the true size, which must leave D300 points as they were. (D301
-// points go up in PutThenGetGivesBackTheSameGpx; with the true size off they
-// are refused, as records_e2e checks.)
-TEST_F(Tool, PutVerifiesOnUnitsWithD302AndD300Points) {
-    for (const std::string profile : {"d110", "legacy25"}) {
-        const fs::path file = scratch / (profile + ".gpx");
-        ASSERT_EQ(Sim({"--sim-profile", profile, "get", "waypoints", "tracks", "-o", file.string()}).code, 0);
-        const Result r = Sim({"--sim-profile", profile, "--sim-empty", "put", file.string(), "--verify"});
-        EXPECT_EQ(r.code, 0) << profile << r.err;
-        EXPECT_NE(r.out.find("verified: every record read back"), std::string::npos) << profile << r.out;
-    }
-}
-
 TEST_F(Tool, PvtCountsAndRealTimeRequests) {
     const Result pvt = Sim({"pvt", "-n", "3"});
     ASSERT_EQ(pvt.code, 0) << pvt.err;

@@ -48,28 +48,6 @@ struct Usb_Recorder : cUSBEvents {
     }
 };
 
-TEST(UsbForms, SerialAndUsbFormsOfEachSize) {
-    const Bytes data{1, 2, 3};
-    EXPECT_EQ(cUSB::Serial_Form(35, data.data(), 3), (Bytes{16, 35, 3, 1, 2, 3, 0, 16, 3}));
-    // Id 300: expanded, size+6 in byte 2, the 32-bit size, then the 16-bit id.
-    EXPECT_EQ(cUSB::Serial_Form(300, data.data(), 3), (Bytes{16, 123, 9, 3, 0, 0, 0, 0x2C, 0x01, 1, 2, 3, 0, 16, 3}));
-    const Bytes big(300, 7);
-    const Bytes long_form = cUSB::Serial_Form(34, big.data(), 300);
-    ASSERT_EQ(long_form.size(), 312u);
-    EXPECT_EQ(long_form[1], 123);
-    EXPECT_EQ(long_form[2], 255);
-    EXPECT_EQ(long_form[4], 1);  // 300 = 0x12C
-
-    // Back to USB: normal, expanded, a bare protocol request.
-    EXPECT_EQ(cUSB::Usb_Form({16, 35, 3, 1, 2, 3, 0, 16, 3}), Usb_Packet(20, 35, 3, data));
-    EXPECT_EQ(cUSB::Usb_Form(cUSB::Serial_Form(300, big.data(), 300)), Usb_Packet(20, 300, 300, big));
-    EXPECT_EQ(cUSB::Usb_Form({0, 5}), Usb_Packet(0, 5, 0, {}));
-    // Sizes that claim more than the packet holds are cut to what it holds.
-    EXPECT_EQ(cUSB::Usb_Form({16, 35, 200, 1}), Usb_Packet(20, 35, 1, {1}));
-    EXPECT_EQ(cUSB::Usb_Form({16, 123, 255, 0xFF, 0xFF, 0xFF, 0xFF, 1, 0}), Usb_Packet(20, 1, 0, {}));
-    EXPECT_TRUE(cUSB::Usb_Form({16}).empty());
-}
-
 class Usb_Transport : public ::testing::Test {
 protected:
     Usb_Transport() {
