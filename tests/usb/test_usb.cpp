@@ -1,15 +1,16 @@
 // The USB transport against the simulated receiver's USB side, on the
-// virtual platform: packet forms, hostile blocks, the device search, the
-// session and its reset, and the control's requests over Port 0 compared
-// with the same requests over a serial line.
+// virtual platform: hostile blocks, the device search, the session and its
+// reset, the watchdog and polling over Port 0. (Transfers over USB against
+// the same over a serial line: records_e2e; faults mid-transfer: faults/.)
+// Public API and the simulated unit only.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <random>
 
-#include "control/control.h"
 #include "formats.h"
-#include "support/protocol_fixture.h"
+#include "support/host_fixture.h"
+#include "support/sim_frames.h"
 #include "sim_usb_driver.h"
 #include "trekcom/trekcom.h"
 
@@ -226,7 +227,7 @@ TEST_F(Usb_Control, AnUnansweredSendEndsWithNoResponse) {
     ctl.Request_Product_Data();
     ASSERT_TRUE(rec.errors.empty());
     const std::size_t before = receiver->written.size();
-    ctl.Send(link::Make_Packet(ctl.PID_Command_Data(), {99, 0}));  // a command the unit does not know
+    ctl.Send(sim::frame::Packet(ctl.PID_Command_Data(), {99, 0}));  // a command the unit does not know
     vp->Advance(3 * ctl.Time_Out());
     EXPECT_EQ(receiver->written.size(), before + 2);
     ASSERT_EQ(rec.errors.size(), 1u);
@@ -315,7 +316,7 @@ TEST_F(Usb_Control, UploadNeedsNoAcknowledgements) {
     ctl.Start_of_Records(count);
     sim::Waypoint w = receiver->unit.Data().waypoints.at(0);
     w.ident = "USBWPT";
-    ctl.Send(link::Make_Packet(35, sim::formats::Encode_Waypoint(w, receiver->unit.Unit_Profile().waypoint_type)));
+    ctl.Send(sim::frame::Packet(35, sim::formats::Encode_Waypoint(w, receiver->unit.Unit_Profile().waypoint_type)));
     ctl.End_of_Records();
     vp->Advance(10000);
     EXPECT_EQ(receiver->unit.Stats().uploads_completed, 1);
