@@ -112,9 +112,9 @@ inline void Feed(link::Link& link, std::string_view bytes, std::size_t chunk) {
         link.Parse_Input(bytes.substr(0, n));
         bytes.remove_prefix(n);
     }
-    for (std::size_t before = link.ReceiveBuffer.size(); before > 0; before = link.ReceiveBuffer.size()) {
+    for (std::size_t before = link.Buffer().size(); before > 0; before = link.Buffer().size()) {
         link.Parse_Input({});
-        if (link.ReceiveBuffer.size() >= before) break;
+        if (link.Buffer().size() >= before) break;
     }
 }
 

@@ -35,7 +35,7 @@ std::string Stream(std::size_t points, std::uint8_t point_id) {
     };
     trekcom::cTrack header;
     header.Ident = "ACTIVE LOG";
-    add(trekcom::records::Encode_Track_Header(header, "D310", 99));
+    add(trekcom::link::Frame_Of(*trekcom::records::Encode_Track_Header(header, "D310", 99)));
     for (std::size_t i = 0; i < points; ++i) {
         trekcom::cTrack p;
         p.Lat = 46.5 + 1e-5 * static_cast<double>(i % 1000);
@@ -43,11 +43,10 @@ std::string Stream(std::size_t points, std::uint8_t point_id) {
         p.Seconds = 1'000'000'000 + static_cast<std::int32_t>(i);
         p.Alt = static_cast<float>(400 + i % 50);
         p.New_Segment = i % 500 == 0;
-        Bytes packet = trekcom::records::Encode_Track_Point(p, "D301", point_id);
-        // The unit sends the point's true size; the encoder keeps the host's 13.
-        packet[2] = static_cast<std::uint8_t>(packet.size() - trekcom::link::kFrameOverhead);
-        trekcom::link::Seal_Packet(packet);
-        add(packet);
+        auto packet = *trekcom::records::Encode_Track_Point(p, "D301", point_id);
+        // The unit sends the point's true size; the encoder announces the host's 13.
+        packet.announced.reset();
+        add(trekcom::link::Frame_Of(packet));
     }
     return wire;
 }
@@ -55,9 +54,9 @@ std::string Stream(std::size_t points, std::uint8_t point_id) {
 // Feeds the stream in chunks, then lets the parser drain what is left.
 void Feed(trekcom::detail::Control& c, std::string_view wire, std::size_t chunk) {
     for (std::size_t pos = 0; pos < wire.size(); pos += chunk) c.link.Parse_Input(wire.substr(pos, chunk));
-    for (std::size_t before = c.link.ReceiveBuffer.size(); before > 0; before = c.link.ReceiveBuffer.size()) {
+    for (std::size_t before = c.link.Buffer().size(); before > 0; before = c.link.Buffer().size()) {
         c.link.Parse_Input({});
-        if (c.link.ReceiveBuffer.size() >= before) break;
+        if (c.link.Buffer().size() >= before) break;
     }
 }
 

@@ -3,9 +3,12 @@
 // encoders' documented overflow.
 //
 // Input: byte 0 chooses the decoder and format (mod the table's size); the
-// rest is the packet (DLE, id, size, data, checksum, DLE, ETX, or anything).
+// rest is the packet (DLE, id, size, data, checksum, DLE, ETX, or anything),
+// whose data the decoder gets as the dispatcher gives it: all but the first
+// three and last three bytes, whatever the size byte says.
 #include "decoder_table.h"
 #include "fuzz_common.h"
+#include "link/framing.h"
 #include "records/codecs/codecs.h"
 #include "records/fields.h"
 
@@ -30,47 +33,48 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const fuzz::Decoder& d = fuzz::kDecoders[data[0] % fuzz::kDecoders.size()];
     const Bytes packet = fuzz::Exact(data + 1, size - 1);
     const std::uint8_t id = packet.size() > 1 ? packet[1] : 0;
+    const link::Data_View bytes = link::Data_Of(packet);
     switch (d.kind) {
     case Kind::waypoint: {
-        const cWaypoint w = records::Decode_Waypoint(packet, d.format);
+        const cWaypoint w = records::Decode_Waypoint(bytes, d.format);
         Encode_Again([&] { records::Encode_Waypoint(w, d.format, id, d.format.starts_with("D4")); });
         break;
     }
     case Kind::route_header: {
-        const cRoute r = records::Decode_Route_Header(packet, d.format);
+        const cRoute r = records::Decode_Route_Header(bytes, d.format);
         Encode_Again([&] { records::Encode_Route_Header(r, d.format, id); });
         break;
     }
     case Kind::route_link: {
         cRoute r;
-        records::Decode_Route_Link(packet, r);
+        records::Decode_Route_Link(bytes, r);
         Encode_Again([&] { records::Encode_Route_Link(r, id); });
         break;
     }
     case Kind::track_header: {
-        const cTrack t = records::Decode_Track_Header(packet, d.format);
+        const cTrack t = records::Decode_Track_Header(bytes, d.format);
         Encode_Again([&] { records::Encode_Track_Header(t, d.format, id); });
         break;
     }
     case Kind::track_point: {
         const cTrack current{};
-        const cTrack t = records::Decode_Track_Point(packet, d.format, current);
+        const cTrack t = records::Decode_Track_Point(bytes, d.format, current);
         Encode_Again([&] { records::Encode_Track_Point(t, d.format, id); });
         break;
     }
     case Kind::almanac: {
         cAlmanac a;
-        records::Decode_Almanac(packet, d.format, a);
+        records::Decode_Almanac(bytes, d.format, a);
         Encode_Again([&] { records::Encode_Almanac(a, d.format, id); });
         break;
     }
     case Kind::lap: {
-        const cLap l = records::Decode_Lap(packet);
+        const cLap l = records::Decode_Lap(bytes);
         Encode_Again([&] { records::Encode_Lap(l, id); });
         break;
     }
     case Kind::flightbook: {
-        const cFlightbook_Record r = records::Decode_Flightbook(packet);
+        const cFlightbook_Record r = records::Decode_Flightbook(bytes);
         Encode_Again([&] { records::Encode_Flightbook(r, id); });
         break;
     }

@@ -34,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     f.ctl.Advise(sink);
     f.ctl.IgnoreCheckSum((data[0] & 1) != 0);
     link::Link& link = f.C().link;
-    link.NMEAMode = true;
+    link.Shared().NMEAMode = true;
     const std::size_t chunk = data[0] >> 1;
 
     const fuzz::Exact_Text line(data + 1, size - 1);

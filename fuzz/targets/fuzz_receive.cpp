@@ -34,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size < 1) return 0;
     fuzz::Fuzz_Control f(fuzz::Identity_Of(data[0]));
     link::Link& link = f.C().link;
-    link.DebugLog = (data[0] & 4) != 0;
+    link.Shared().DebugLog = (data[0] & 4) != 0;
     const std::size_t chunk = data[0] >> 3;
     Ends ends;
     ends.completion = f.ctl.PID_Xfer_Cmplt();
@@ -42,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const fuzz::Exact_Text line(data + 1, size - 1);
     fuzz::Feed(link, line.View(), chunk);
-    const std::string_view rest = link.ReceiveBuffer.View();
+    const std::string_view rest = link.Buffer().View();
     if (!rest.empty() && rest[0] != 0x10 && rest[0] != '$' && rest[0] != '@') std::abort();
     if (ends.events > ends.completions) std::abort();
     f.ctl.Unadvise();

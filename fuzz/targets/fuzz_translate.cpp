@@ -9,7 +9,7 @@
 #include <fstream>
 #include <string>
 
-#include "control/translate.h"
+#include "platform/translate.h"
 #include "fuzz_common.h"
 #include "platform/profile.h"
 

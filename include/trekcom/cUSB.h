@@ -29,7 +29,6 @@
 #include <string>
 #include <vector>
 
-#include "trekcom/cSAK.h"
 #include "trekcom/platform.h"
 #include "trekcom/types.h"
 #include "trekcom/usb_driver.h"
@@ -126,6 +125,8 @@ public:
     // wait_mode 2 returns once the write completed; any other value then
     // pauses 50 ms (the host's loop runs meanwhile). False when the write failed.
     bool Write_Packet(const Bytes& packet, int wait_mode = 0);
+    // Writes a packet already in its USB form, as Write_Packet does.
+    bool Write_Usb_Packet(Bytes usbpacket, int wait_mode = 0);
     // Reads what the receiver has sent and raises USBReceived for each
     // packet. expected: the id awaited (0 none; 6 and 2 read nothing and
     // succeed; 1 reads and awaits 6; 123 any expanded-form packet); second:
@@ -136,7 +137,7 @@ public:
     // USBDebug ":USB Device Reset" or USBError on failure.
     bool Reset_Device();
     // The language of the transport's error texts.
-    void SetLanguage(const std::string& lang) { sak_.Language(lang); }
+    void SetLanguage(const std::string& lang) { language_ = lang; }
 
     // The open device as a number (1 when open, 0 when not: handles are
     // the driver's business). Read-only: the setter throws RuntimeError 383.
@@ -181,6 +182,8 @@ public:
     static Bytes Serial_Form(std::uint16_t id, const std::uint8_t* data, std::uint32_t size);
     // USB form of a serial-form packet (or of a bare protocol request).
     static Bytes Usb_Form(const Bytes& packet);
+    // USB form of an application-layer packet.
+    static Bytes Usb_Form(std::uint16_t id, const std::uint8_t* data, std::uint32_t size);
 
 private:
     void Raise_Error(std::int16_t seq, const std::string& message, const Bytes& packet = {});
@@ -196,12 +199,12 @@ private:
     Read_End Read_Bulk(std::vector<Bytes>& chunks, std::uint16_t expected);
     void Deliver(const std::vector<Bytes>& chunks, std::uint16_t expected, std::uint16_t second, bool& came);
     void Pause(double ms);
-    std::string xLate(const std::string& phrase) const { return sak_.xLate(phrase); }
+    std::string xLate(const std::string& phrase) const;
 
     std::shared_ptr<Platform> platform_;
     std::unique_ptr<UsbDriver> driver_;
     cIOCTL ioctl_;
-    cSAK sak_;
+    std::string language_ = "English";
     cUSBEvents* sink_ = nullptr;
     std::string device_path_;
     bool busy_ = false;

@@ -1,4 +1,6 @@
-#include "control/control.h"
+#include "control.h"
+
+#include "platform/translate.h"
 
 namespace trekcom::detail {
 
@@ -8,12 +10,9 @@ Control::Control(std::shared_ptr<Platform> p)
       tmrTimeout(platform->Create_Timer()),
       tmrPVTData(platform->Create_Timer()),
       tmrAsync(platform->Create_Timer()),
-      link(*platform, *comGarmin, *tmrTimeout, ids, *this),
+      usb(std::make_shared<cUSB>(platform)),
+      link(*platform, *comGarmin, *tmrTimeout, ids, *this, *usb),
       engine(link, ids, *this) {
-    // USB (Port 0): the transport, its events bound to the control's handlers.
-    usb = std::make_shared<cUSB>(platform);
-    usb_handlers = std::make_unique<Usb_Handlers>(*this);
-    usb->Advise(*usb_handlers);
     usb->SetLanguage(Language);
 }
 
@@ -21,9 +20,8 @@ Control::~Control() { Terminate(); }
 
 void Control::Terminate() {
     // Waits still on the stack see the flag and give up.
-    usb->Unadvise();  // no USB events from a control being torn down
-    usb->Close();
-    link.Terminating = true;
+    link.Detach();  // no USB events from a control being torn down
+    link.Shared().Terminating = true;
     tmrTimeout->Enabled(false);
     tmrPVTData->Enabled(false);
     tmrAsync->Enabled(false);
@@ -42,16 +40,29 @@ void Control::Raise_Receive(const Bytes& packet) {
     sink->vcReceive(text);
 }
 
+// Once terminated the control speaks English: its translation files may be
+// gone with the host's folders.
+std::string Control::xLate(const std::string& phrase) {
+    return link.Shared().Terminating ? phrase : Translate(*platform, Language, phrase);
+}
+
 void Control::Raise_Error(std::int16_t code, const std::string& message, const Bytes& packet) {
+    std::int16_t cErr = code;
+    Ask_Error(cErr, message, packet);
+}
+
+void Control::Ask_Error(std::int16_t& code, const std::string& message, const Bytes& packet) {
     if (sink) {
-        std::int16_t cErr = code;
         std::string text = message;
         Bytes bytes = packet;
-        sink->cError(cErr, text, bytes);
+        sink->cError(code, text, bytes);
         std::string as_text = Bytes2String(bytes);
-        sink->vcError(cErr, text, as_text);
+        sink->vcError(code, text, as_text);
+    } else {
+        code = 0;  // nobody to answer: a device search ends here
     }
-    // The link has given up: a download still open has ended with it.
+    // The link (or the USB transport) has given up: a download still open
+    // has ended with it.
     engine.Close_Tally();
 }
 
@@ -98,22 +109,22 @@ std::shared_ptr<trekcom::Platform> TrekcomCtl::Platform() const { return impl_->
 void TrekcomCtl::Advise(TrekcomCtlEvents& sink) { impl_->sink = &sink; }
 void TrekcomCtl::Unadvise() { impl_->sink = nullptr; }
 
-std::int16_t TrekcomCtl::Port() const { return impl_->link.Port; }
-void TrekcomCtl::Port(std::int16_t n) { impl_->link.Port = n; }
-std::string TrekcomCtl::Port_Name() const { return impl_->link.Port_Name; }
-void TrekcomCtl::Port_Name(const std::string& path) { impl_->link.Port_Name = path; }
-std::string TrekcomCtl::Settings() const { return impl_->link.Settings; }
-void TrekcomCtl::Settings(const std::string& settings) { impl_->link.Settings = settings; }
-bool TrekcomCtl::RTSEnable() const { return impl_->link.RTSEnable; }
-void TrekcomCtl::RTSEnable(bool on) { impl_->link.RTSEnable = on; }
-bool TrekcomCtl::DTREnable() const { return impl_->link.DTREnable; }
-void TrekcomCtl::DTREnable(bool on) { impl_->link.DTREnable = on; }
-Handshaking_Values TrekcomCtl::Handshaking() const { return impl_->link.Handshaking; }
-void TrekcomCtl::Handshaking(Handshaking_Values h) { impl_->link.Handshaking = h; }
-bool TrekcomCtl::UserFlowControl() const { return impl_->link.UserFlowControl; }
-void TrekcomCtl::UserFlowControl(bool on) { impl_->link.UserFlowControl = on; }
-bool TrekcomCtl::DebugLog() const { return impl_->link.DebugLog; }
-void TrekcomCtl::DebugLog(bool on) { impl_->link.DebugLog = on; }
+std::int16_t TrekcomCtl::Port() const { return impl_->link.Port(); }
+void TrekcomCtl::Port(std::int16_t n) { impl_->link.Port(n); }
+std::string TrekcomCtl::Port_Name() const { return impl_->link.Shared().Port_Name; }
+void TrekcomCtl::Port_Name(const std::string& path) { impl_->link.Shared().Port_Name = path; }
+std::string TrekcomCtl::Settings() const { return impl_->link.Shared().Settings; }
+void TrekcomCtl::Settings(const std::string& settings) { impl_->link.Shared().Settings = settings; }
+bool TrekcomCtl::RTSEnable() const { return impl_->link.Shared().RTSEnable; }
+void TrekcomCtl::RTSEnable(bool on) { impl_->link.Shared().RTSEnable = on; }
+bool TrekcomCtl::DTREnable() const { return impl_->link.Shared().DTREnable; }
+void TrekcomCtl::DTREnable(bool on) { impl_->link.Shared().DTREnable = on; }
+Handshaking_Values TrekcomCtl::Handshaking() const { return impl_->link.Shared().Handshaking; }
+void TrekcomCtl::Handshaking(Handshaking_Values h) { impl_->link.Shared().Handshaking = h; }
+bool TrekcomCtl::UserFlowControl() const { return impl_->link.Shared().UserFlowControl; }
+void TrekcomCtl::UserFlowControl(bool on) { impl_->link.Shared().UserFlowControl = on; }
+bool TrekcomCtl::DebugLog() const { return impl_->link.Shared().DebugLog; }
+void TrekcomCtl::DebugLog(bool on) { impl_->link.Shared().DebugLog = on; }
 std::int16_t TrekcomCtl::Time_Out() const { return impl_->link.Time_Out(); }
 void TrekcomCtl::Time_Out(std::int16_t ms) { impl_->link.Time_Out(ms); }
 
@@ -137,15 +148,15 @@ void TrekcomCtl::Request_Counts() { impl_->engine.Request_Counts(); }
 void TrekcomCtl::Start_of_Records(std::int16_t& ocount) { impl_->engine.Start_of_Records(ocount); }
 void TrekcomCtl::End_of_Records() { impl_->engine.End_of_Records(); }
 
-std::shared_ptr<cProduct_Data> TrekcomCtl::Product_Data() const { return impl_->engine.Product_Data; }
+std::shared_ptr<cProduct_Data> TrekcomCtl::Product_Data() const { return impl_->engine.Shared().Product_Data; }
 // Identification, the dispatcher and the counts write into these objects
 // at any time: a null one is taken as a fresh, empty object.
 void TrekcomCtl::Product_Data(std::shared_ptr<cProduct_Data> value) {
-    impl_->engine.Product_Data = value ? std::move(value) : std::make_shared<cProduct_Data>();
+    impl_->engine.Shared().Product_Data = value ? std::move(value) : std::make_shared<cProduct_Data>();
 }
-std::shared_ptr<cRecord_Counts> TrekcomCtl::Counts() const { return impl_->engine.Counts; }
+std::shared_ptr<cRecord_Counts> TrekcomCtl::Counts() const { return impl_->engine.Shared().Counts; }
 void TrekcomCtl::Counts(std::shared_ptr<cRecord_Counts> value) {
-    impl_->engine.Counts = value ? std::move(value) : std::make_shared<cRecord_Counts>();
+    impl_->engine.Shared().Counts = value ? std::move(value) : std::make_shared<cRecord_Counts>();
 }
 std::shared_ptr<Collection<cWaypoint>> TrekcomCtl::Waypoints() const { return impl_->engine.Waypoints(); }
 std::shared_ptr<Collection<cRoute>> TrekcomCtl::Routes() const { return impl_->engine.Routes(); }
@@ -156,10 +167,10 @@ std::shared_ptr<Collection<cLap>> TrekcomCtl::Laps() const { return impl_->engin
 #define READ_ONLY(Type, Getter, Setter, where)                      \
     Type TrekcomCtl::Getter() const { return impl_->where; }        \
     void TrekcomCtl::Setter(Type) { impl_->Refuse_Read_Only(); }
-#define PROTOCOL(name) READ_ONLY(std::string, name, name, engine.P.name)
+#define PROTOCOL(name) READ_ONLY(std::string, name, name, engine.Shared().P.name)
 #define PACKET_ID(name) READ_ONLY(std::uint8_t, name, name, ids.name)
 
-READ_ONLY(std::int16_t, Incoming_Records_Count, Incoming_Records_Count, engine.Incoming_Records_Count)
+READ_ONLY(std::int16_t, Incoming_Records_Count, Incoming_Records_Count, engine.Shared().Incoming_Records_Count)
 
 PROTOCOL(Link_Protocol)
 PROTOCOL(WayPoint_Transfer_Protocol)
@@ -213,9 +224,9 @@ PACKET_ID(PID_Sats)
 PACKET_ID(PID_Flightbook_Record)
 PACKET_ID(PID_Unit_ID)
 PACKET_ID(PID_Expanded_Packet)
-READ_ONLY(std::int32_t, PID_Expanded_ID, PID_Expanded_ID, engine.PID_Expanded_ID)
-READ_ONLY(std::int32_t, PID_Icon, PID_Icon, engine.PID_Icon)
-READ_ONLY(std::int32_t, PID_Expanded_Length, PID_Expanded_Lengh, engine.PID_Expanded_Length)
+READ_ONLY(std::int32_t, PID_Expanded_ID, PID_Expanded_ID, engine.Shared().PID_Expanded_ID)
+READ_ONLY(std::int32_t, PID_Icon, PID_Icon, engine.Shared().PID_Icon)
+READ_ONLY(std::int32_t, PID_Expanded_Length, PID_Expanded_Lengh, engine.Shared().PID_Expanded_Length)
 
 PACKET_ID(CMND_Reset_Transfer)
 PACKET_ID(CMND_Transfer_Alm)
@@ -236,5 +247,11 @@ PACKET_ID(CMND_Change_Baud)
 #undef PACKET_ID
 #undef PROTOCOL
 #undef READ_ONLY
+
+}  // namespace trekcom
+
+namespace trekcom {
+
+std::shared_ptr<cUSB> TrekcomCtl::USB() const { return impl_->usb; }
 
 }  // namespace trekcom

@@ -27,45 +27,20 @@ public:
     // ---- Link_Host and Engine_Host
     void Raise_Receive(const Bytes& packet) override;
     void Raise_Error(std::int16_t code, const std::string& message, const Bytes& packet) override;
+    void Ask_Error(std::int16_t& code, const std::string& message, const Bytes& packet) override;
     void Raise_HexDebug(const std::string& text) override;
     void Dispatch_Packet(const Bytes& packet) override { engine.Dispatch_Packet(packet); }
     void Line_Received(const std::string& line, bool text_line) override;
     std::string xLate(const std::string& phrase) override;
-    void Clear_Error_Latch() override { engine.Error_Latch = false; }
+    void Clear_Error_Latch() override { engine.Shared().Error_Latch = false; }
     void Raise_ReceiveCounts(std::int16_t wCount, std::int16_t pCount, std::int16_t rCount,
                              std::int16_t tCount) override;
     void Raise_ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>& list) override;
     void Raise_ReceivedRoutes(std::shared_ptr<Collection<cRoute>>& list) override;
     void Raise_ReceivedTracks(std::shared_ptr<Collection<cTrack>>& list) override;
-    // ---- USB (Port 0): the transport cUSB and the control's four handlers
-    // of its events (usb_handlers.cpp).
-    bool USB_Is_Open() override { return usb->Is_Open(); }
-    bool USB_Open() override { return usb->Open(); }
-    void USB_Close() override { usb->Close(); }
-    bool USB_Write(const Bytes& packet) override { return usb->Write_Packet(packet); }
-    bool USB_Wait(std::uint8_t expected, std::int32_t wait_time) override;
-    bool USB_Poll() override;
-    bool USB_Start_Session() override { return usb->Start_Session(); }
-    bool USB_Reset_Device() override { return usb->Reset_Device(); }
-    void USB_USBReceived(Bytes& Packet, Bytes& usbpacket);
-    void USB_USBSent(Bytes& usbpacket);
-    void USB_USBDebug(std::string& Text);
-    void USB_USBError(std::int16_t& seq, std::string& message, Bytes& Packet);
-    // Setting Language passes it on here too, so USB errors are translated alike.
+    // Setting Language passes it on to the USB unit's object too, so USB
+    // errors are translated alike.
     void Usb_Language(const std::string& language) { usb->SetLanguage(language); }
-    struct Usb_Handlers final : cUSBEvents {
-        explicit Usb_Handlers(Control& c) : control(c) {}
-        void USBReceived(Bytes& Packet, Bytes& usbpacket) override { control.USB_USBReceived(Packet, usbpacket); }
-        void USBSent(Bytes& usbpacket) override { control.USB_USBSent(usbpacket); }
-        void USBDebug(std::string& Text) override { control.USB_USBDebug(Text); }
-        void USBError(std::int16_t& seq, std::string& message, Bytes& Packet) override {
-            control.USB_USBError(seq, message, Packet);
-        }
-        Control& control;
-    };
-    std::unique_ptr<Usb_Handlers> usb_handlers;
-    std::shared_ptr<cUSB> usb;
-    // ---- end of USB
 
     // Assignment to a read-only property: error 383, the value unchanged.
     [[noreturn]] void Refuse_Read_Only();
@@ -80,6 +55,9 @@ public:
     std::unique_ptr<Timer> tmrTimeout;
     std::unique_ptr<Timer> tmrPVTData;
     std::unique_ptr<Timer> tmrAsync;
+    // The USB unit's object (the host reaches it as USB()); the link drives
+    // it on Port 0.
+    std::shared_ptr<cUSB> usb;
     link::Link link;
     protocol::Engine engine;
 
@@ -88,8 +66,8 @@ public:
     // with it for the dispatcher.
     protocol::Realtime realtime{engine, link, *this, *platform, *tmrPVTData, *tmrAsync};
     // ---- host surface: the utility object, language, diagnostics, NMEA,
-    // display and icons. The utility object does the control's translating
-    // (xLate forwards to it) and goes at terminate.
+    // display and icons. The utility object serves the control's own
+    // utility methods and goes at terminate.
     std::unique_ptr<cSAK> sak = std::make_unique<cSAK>(platform);
     std::string Palette_File;
     std::shared_ptr<cDisplay> Display = std::make_shared<cDisplay>();

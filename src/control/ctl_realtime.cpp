@@ -1,6 +1,6 @@
 // TrekcomCtl's real-time methods and records: forwarders to the control's
 // real-time part.
-#include "control/control.h"
+#include "control.h"
 
 namespace trekcom {
 

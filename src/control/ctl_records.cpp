@@ -1,12 +1,12 @@
 // TrekcomCtl's record objects and record uploads: forwarders to the engine,
 // which keeps the records and encodes them.
-#include "control/control.h"
+#include "control.h"
 
 namespace trekcom {
 
 #define RECORD_OBJECT(Type, name)                                                        \
-    std::shared_ptr<Type> TrekcomCtl::name() const { return impl_->engine.name; }        \
-    void TrekcomCtl::name(std::shared_ptr<Type> value) { impl_->engine.name = std::move(value); }
+    std::shared_ptr<Type> TrekcomCtl::name() const { return impl_->engine.Shared().name; }\
+    void TrekcomCtl::name(std::shared_ptr<Type> value) { impl_->engine.Shared().name = std::move(value); }
 
 RECORD_OBJECT(cWaypoint, Waypoint)
 RECORD_OBJECT(cRoute, Route)
@@ -32,8 +32,8 @@ void TrekcomCtl::Send_Route_Header() { impl_->engine.Send_Route_Header(); }
 void TrekcomCtl::Send_Route_Link() { impl_->engine.Send_Route_Link(); }
 void TrekcomCtl::Send_Track_Header() { impl_->engine.Send_Track_Header(); }
 void TrekcomCtl::Send_Track() { impl_->engine.Send_Track(); }
-bool TrekcomCtl::Track_Point_True_Size() const { return impl_->engine.Track_Point_True_Size; }
-void TrekcomCtl::Track_Point_True_Size(bool on) { impl_->engine.Track_Point_True_Size = on; }
+bool TrekcomCtl::Track_Point_True_Size() const { return impl_->engine.Shared().Track_Point_True_Size; }
+void TrekcomCtl::Track_Point_True_Size(bool on) { impl_->engine.Shared().Track_Point_True_Size = on; }
 void TrekcomCtl::Send_Almanac_Data() { impl_->engine.Send_Almanac_Data(); }
 void TrekcomCtl::Send_Lap() { impl_->engine.Send_Lap(); }
 void TrekcomCtl::Send_Flightbook_Record() { impl_->engine.Send_Flightbook_Record(); }

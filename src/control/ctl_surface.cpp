@@ -1,8 +1,8 @@
 // The control's host surface: language and translation, diagnostics, NMEA,
 // and the screen, icon and unit-name requests.
-#include "control/control.h"
-#include "control/nmea.h"
-#include "control/replay.h"
+#include "control.h"
+#include "nmea.h"
+#include "replay.h"
 
 namespace trekcom::detail {
 
@@ -17,8 +17,8 @@ void Control::Not_Supported(const std::string& phrase) { Raise_Error(0, xLate(ph
 void Control::Request_Display() {
     // A request like any other: what an earlier count left set (raw events
     // off, records-only) would otherwise drop the replayed packets unseen.
-    link.RawSuppressed = false;
-    engine.Error_Latch = false;
+    link.Shared().RawSuppressed = false;
+    engine.Shared().Error_Latch = false;
     if (Replay_Log(platform->Open_File_Dialog(replay::kLog_Filter))) return;
     Not_Supported("Screen capture is not supported");
 }

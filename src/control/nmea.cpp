@@ -1,6 +1,6 @@
-#include "control/nmea.h"
+#include "nmea.h"
 
-#include "control/control.h"
+#include "control.h"
 
 namespace trekcom::detail::nmea {
 
@@ -39,7 +39,7 @@ Verdict Judge(std::string_view line, bool text_line, bool ignore_checksum, std::
 namespace trekcom::detail {
 
 void Control::Line_Received(const std::string& line, bool text_line) {
-    const nmea::Verdict v = nmea::Judge(line, text_line, IgnoreCheckSum, link.NMEAErrorCount);
+    const nmea::Verdict v = nmea::Judge(line, text_line, IgnoreCheckSum, link.Shared().NMEAErrorCount);
     if (v.report)
         Raise_Error(0,
                     xLate("There have been more than 50 check sum errors") + "\r\n" +

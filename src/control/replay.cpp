@@ -1,12 +1,13 @@
-#include "control/replay.h"
+#include "replay.h"
 
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <system_error>
 
-#include "control/control.h"
+#include "control.h"
 #include "link/framing.h"
+#include "link/little_endian.h"
 
 namespace trekcom::detail::replay {
 
@@ -17,9 +18,6 @@ constexpr std::string_view kReceived_1252 = "PC \xAB- GPS ";
 // A trace line of the largest USB packet is a few thousand characters;
 // anything much longer is not a trace line and is not held in memory.
 constexpr std::size_t kMax_Line = 16 * 1024;
-constexpr std::size_t kUsb_Header = 12;
-constexpr std::uint8_t kUsb_Application = 20;
-constexpr std::uint8_t kExpanded_Id = 123;
 
 bool Blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f'; }
 
@@ -58,27 +56,19 @@ std::optional<Bytes> Checked_Serial(Bytes packet) {
     const std::size_t n = packet.size();
     if (n < link::kFrameOverhead || packet[n - 2] != link::DLE || packet[n - 1] != link::ETX) return std::nullopt;
     // The expanded form carries its size elsewhere and no checksum of its own.
-    if (packet[1] == kExpanded_Id) return packet;
+    if (packet[1] == link::kExpanded_Id) return packet;
     if (std::size_t{packet[2]} + link::kFrameOverhead != n) return std::nullopt;
     if (link::Calc_Checksum(packet) != packet[n - 3]) return std::nullopt;
     return packet;
 }
 
 std::optional<Bytes> Serial_From_Usb(const Bytes& usb) {
-    if (usb.size() < kUsb_Header || usb[0] != kUsb_Application) return std::nullopt;
-    const unsigned id = usb[4] | (usb[5] << 8);
-    const std::uint32_t size = usb[8] | (usb[9] << 8) | (usb[10] << 16) | (std::uint32_t{usb[11]} << 24);
-    if (id == 0 || size != usb.size() - kUsb_Header) return std::nullopt;
-    const Bytes data(usb.begin() + kUsb_Header, usb.end());
-    if (id < 256 && size < 256) return link::Make_Packet(static_cast<std::uint8_t>(id), data);
-    Bytes p{link::DLE, kExpanded_Id, static_cast<std::uint8_t>(size + 6 < 256 ? size + 6 : 255)};
-    for (int shift = 0; shift < 32; shift += 8) p.push_back(static_cast<std::uint8_t>(size >> shift));
-    p.push_back(static_cast<std::uint8_t>(id));
-    p.push_back(static_cast<std::uint8_t>(id >> 8));
-    p.insert(p.end(), data.begin(), data.end());
-    p.insert(p.end(), {0, link::DLE, link::ETX});
-    link::Seal_Packet(p);
-    return p;
+    if (usb.size() < cUSB::kHeader_Size || usb[0] != cUSB::kApplication_Layer) return std::nullopt;
+    const std::uint16_t id = link::Get_LE<std::uint16_t>(usb, 4);
+    const std::uint32_t size = link::Get_LE<std::uint32_t>(usb, 8);
+    if (id == 0 || size != usb.size() - cUSB::kHeader_Size) return std::nullopt;
+    const Bytes data(usb.begin() + cUSB::kHeader_Size, usb.end());
+    return link::Frame_Of(link::Packet{id, data, std::nullopt});
 }
 
 }  // namespace
@@ -144,8 +134,8 @@ namespace trekcom::detail {
 void Control::Receive_As_USB(const Bytes& packet) {
     if (packet.size() < 2) return;
     // While the engine counts records it wants only the records packet.
-    if (link.RawSuppressed && packet[1] != ids.PID_Records) return;
-    if (link.DebugLog) link.Trace_Packet(packet, "I");
+    if (link.Shared().RawSuppressed && packet[1] != ids.PID_Records) return;
+    if (link.Shared().DebugLog) link.Trace_Packet(packet, "I");
     Dispatch_Packet(packet);
     Raise_Receive(packet);
 }

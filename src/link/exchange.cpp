@@ -1,38 +1,59 @@
 // The command exchange: every packet leaves through Send_Packet, which
 // remembers it for re-sending, arms the watchdog and, when asked, waits for
 // the answer while the host's loop keeps running.
-#include <cstdio>
-
 #include "link/framing.h"
 #include "link/link.h"
+#include "serial_transport.h"
+#include "trace.h"
+#include "usb/usb_transport.h"
 
 namespace trekcom::link {
-
-namespace {
-std::string Hex2(std::uint8_t value) {
-    char text[3];
-    std::snprintf(text, sizeof text, "%02X", value);
-    return text;
-}
-}  // namespace
 
 const std::array<std::string, 7> Link::BaudList = {"4800,N,8,1",  "9600,N,8,1",  "19200,N,8,1", "28800,N,8,1",
                                                    "38400,N,8,1", "57600,N,8,1", "115200,N,8,1"};
 
-Link::Link(Platform& platform, SerialPort& comGarmin, Timer& tmrTimeout, const Packet_Ids& ids, Link_Host& host)
-    : platform_(platform), port_(comGarmin), timer_(tmrTimeout), ids_(ids), host_(host) {
+Link::Link(Platform& platform, SerialPort& comGarmin, Timer& tmrTimeout, const Packet_Ids& ids, Link_Host& host,
+           cUSB& usb)
+    : platform_(platform),
+      port_(comGarmin),
+      timer_(tmrTimeout),
+      ids_(ids),
+      host_(host),
+      serial_(std::make_unique<Serial_Transport>(*this)),
+      usb_(std::make_unique<Usb_Transport>(*this, host, ids, platform, usb)) {
     timer_.Interval(time_out_ms_);
     timer_.Tick = [this] { Watchdog_Tick(); };
     port_.OnComm = [this] { OnComm(); };
+    Select_Transport();
     Build_Fixed_Packets();
+}
+
+Link::~Link() = default;
+
+void Link::Port(std::int16_t n) {
+    port_number_ = n;
+    Select_Transport();
+}
+
+// The one place that tells the transports apart.
+void Link::Select_Transport() {
+    if (port_number_ > 0)
+        transport_ = serial_.get();
+    else
+        transport_ = usb_.get();
+}
+
+void Link::Detach() {
+    usb_->Detach();
+    usb_->Close();
 }
 
 void Link::Build_Fixed_Packets() {
     // ACK and NAK carry the answered id and a second data byte 0.
-    AckPacket = Make_Packet(ids_.PID_Ack_Byte, {0, 0});
-    NakPacket = Make_Packet(ids_.PID_Nak_Byte, {0, 0});
-    PingPacket = Make_Packet(ids_.PID_Command_Data, {0, 0});
-    BaudPacket = Make_Packet(ids_.CMND_Change_Baud, {0, 0, 0, 0});
+    ack_ = {ids_.PID_Ack_Byte, {0, 0}, std::nullopt};
+    nak_ = {ids_.PID_Nak_Byte, {0, 0}, std::nullopt};
+    ping_ = {ids_.PID_Command_Data, {0, 0}, std::nullopt};
+    baud_ = {ids_.CMND_Change_Baud, {0, 0, 0, 0}, std::nullopt};
 }
 
 void Link::Time_Out(std::int16_t ms) {
@@ -51,78 +72,51 @@ double Link::Wait_Period_ms(std::int32_t WaitTime) {
 void Link::Stop_Watchdog() {
     timer_.Enabled(false);
     timer_.Interval(time_out_ms_);
-    RetryCount = 0;
+    retry_count_ = 0;
 }
 
 void Link::Restart_Watchdog() {
     Stop_Watchdog();
-    if (!UserFlowControl) timer_.Enabled(true);
+    if (!shared_.UserFlowControl) timer_.Enabled(true);
 }
 
-bool Link::Send_Packet(Bytes packet, std::uint8_t& Response, std::int32_t WaitTime) {
+bool Link::Send_Packet(const Packet& packet, std::uint8_t& Response, std::int32_t WaitTime) {
     port_.RThreshold(0);
-    if (Serial() && !port_.PortOpen()) PortOpen();
-    if (packet.size() < kFrameOverhead) {  // not even a frame: nothing to send
-        port_.RThreshold(1);
-        return false;
-    }
-    Seal_Packet(packet);
-    LastPacket = packet;
-    LastResponse = Response;
-    LastWaitTime = WaitTime;
-    if (Serial()) Trace_Packet(packet, "O");
+    transport_->Prepare();
+    last_ = packet;
+    last_response_ = Response;
+    last_wait_ = WaitTime;
 
-    const std::uint8_t id = packet[1];
+    const std::uint16_t id = packet.id;
     if (id != ids_.PID_Ack_Byte && id != ids_.PID_Nak_Byte) gave_up_ = false;  // a new exchange
     if (id != ids_.PID_Ack_Byte) {
-        // Re-armed without clearing RetryCount: a re-send from the watchdog
+        // Re-armed without clearing retry_count_: a re-send from the watchdog
         // must still end in an error when the second period passes silently.
         timer_.Enabled(false);
         timer_.Interval(time_out_ms_);
-        if (!UserFlowControl) timer_.Enabled(true);
-        const bool command = id == ids_.PID_Command_Data && packet[2] >= 1;
-        const bool no_answer = (command && (packet[3] == ids_.CMND_Turn_Off_Pwr || packet[3] == ids_.CMND_Stop_Pvt_Data)) ||
-                               id == ids_.PID_Xfer_Cmplt || UserFlowControl;
-        // On USB (Port 0) the watchdog runs too: a packet read from the
-        // receiver stops it (Stop_Watchdog from the USB receive handler).
+        if (!shared_.UserFlowControl) timer_.Enabled(true);
+        const bool command = id == ids_.PID_Command_Data && packet.Announced_Size() >= 1 && !packet.data.empty();
+        const bool no_answer =
+            (command && (packet.data[0] == ids_.CMND_Turn_Off_Pwr || packet.data[0] == ids_.CMND_Stop_Pvt_Data)) ||
+            id == ids_.PID_Xfer_Cmplt || shared_.UserFlowControl;
+        // Whatever the transport, a packet that arrives stops the watchdog.
         if (no_answer) Stop_Watchdog();
     }
 
-    auto write = [&] {
-        if (Serial())
-            Write_Wire(packet);
-        else
-            host_.USB_Write(packet);
-    };
-    if (id == ids_.PID_Ack_Byte || id == ids_.PID_Nak_Byte) {
-        write();
-        port_.RThreshold(1);
-        return true;
-    }
-    if (Response == 0) {
-        write();
+    if (id == ids_.PID_Ack_Byte || id == ids_.PID_Nak_Byte || Response == 0) {
+        transport_->Write(packet);
         port_.RThreshold(1);
         return true;
     }
     Stop_Watchdog();
     port_.RThreshold(0);  // the wait alone reads the port
-    write();
+    transport_->Write(packet);
     if (Response == 2) {
         // Written, not awaited: the answer is left to the receive handler.
         port_.RThreshold(1);
         return false;
     }
-    bool success = false;
-    if (Serial()) {
-        success = Wait_Response(Response, WaitTime);
-    } else {
-        success = host_.USB_Wait(Response, WaitTime);
-        if (!success) {
-            const std::uint8_t command = packet[2] >= 1 ? packet[3] : 0;
-            host_.Raise_HexDebug(host_.xLate("No Response to Command ") + Hex2(id) + " " + Hex2(command) +
-                                 ", expecting PID-&H" + Hex2(Response));
-        }
-    }
+    const bool success = transport_->Await(packet, Response, WaitTime);
     Response = 0;
     return success;
 }
@@ -168,51 +162,55 @@ bool Link::Wait_Response(std::uint8_t expected, std::int32_t WaitTime) {
 // next bytes on the line, which may never come.
 void Link::Parse_All(std::string_view chunk) {
     Parse_Input(chunk);
-    while (!ReceiveBuffer.empty() && !Abandoned()) {
-        const std::size_t before = ReceiveBuffer.size();
+    while (!receive_.empty() && !Abandoned()) {
+        const std::size_t before = receive_.size();
         Parse_Input({});
-        if (ReceiveBuffer.size() == before) break;
+        if (receive_.size() == before) break;
     }
 }
 
 void Link::Watchdog_Tick() {
-    ++RetryCount;
-    ReceiveBuffer.Clear();
-    if (RetryCount >= 2) {
+    ++retry_count_;
+    receive_.Clear();
+    if (retry_count_ >= 2) {
         Stop_Watchdog();
-        Report(0, NMEAMode ? "No longer receiving NMEA/TEXT data" : "No response from device", LastPacket);
+        Report(0, shared_.NMEAMode ? "No longer receiving NMEA/TEXT data" : "No response from device", Last_Frame());
         return;
     }
-    if (NMEAMode) return;
-    if (UserFlowControl) RetryCount = 0;
-    if (DebugLog)
+    if (shared_.NMEAMode) return;
+    if (shared_.UserFlowControl) retry_count_ = 0;
+    if (shared_.DebugLog)
         host_.Raise_HexDebug(host_.xLate("Re-try after ") + std::to_string(timer_.Interval()) + " ms");
-    if (LastPacket.size() > 1 && LastPacket[1] == ids_.PID_Ack_Byte) {
+    if (last_.id == ids_.PID_Ack_Byte) {
         std::uint8_t none = 0;
-        Send_Packet(AckPacket, none, 0);
+        Send_Packet(ack_, none, 0);
     } else {
-        std::uint8_t response = LastResponse;
-        Send_Packet(LastPacket, response, LastWaitTime);
+        std::uint8_t response = last_response_;
+        const Packet again = last_;
+        Send_Packet(again, response, last_wait_);
     }
 }
 
 void Link::No_Response() {
     Stop_Watchdog();
-    Report(0, "No response from device", LastPacket);
+    Report(0, "No response from device", Last_Frame());
 }
 
-void Link::Send(const Bytes& packet, std::uint8_t Response, std::int32_t WaitTime) {
-    if (!Send_Packet(packet, Response, WaitTime) && WaitTime >= 1) Report(0, "No response from device", LastPacket);
+void Link::Send(const Bytes& frame, std::uint8_t Response, std::int32_t WaitTime) {
+    // Not even a frame: nothing to send.
+    const std::optional<Packet> packet = Packet_Of(frame);
+    const bool answered = packet && Send_Packet(*packet, Response, WaitTime);
+    if (!answered && WaitTime >= 1) Report(0, "No response from device", Last_Frame());
 }
 
 void Link::Reset() {
     host_.Clear_Error_Latch();
     port_.InBufferCount(0);
-    ReceiveBuffer.Clear();
+    receive_.Clear();
     timer_.Enabled(false);
     timer_.Interval(time_out_ms_);
     std::uint8_t response = ids_.PID_Ack_Byte;
-    if (!Send_Packet(PingPacket, response, 0)) No_Response();
+    if (!Send_Packet(ping_, response, 0)) No_Response();
 }
 
 void Link::WaitFor(std::int32_t WaitTime) {

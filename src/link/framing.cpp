@@ -1,5 +1,7 @@
 #include "link/framing.h"
 
+#include "link/little_endian.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -21,7 +23,9 @@ void Seal_Packet(Bytes& packet) {
     packet[n - 3] = Calc_Checksum(packet);
 }
 
-Bytes Make_Packet(std::uint8_t id, const Bytes& data) { return Frame_Of(Packet{id, data, std::nullopt}); }
+Bytes Make_Packet(std::uint8_t id, const Bytes& data) {
+    return Frame_Of(Packet{id, Bytes(data.begin(), data.begin() + std::min<std::size_t>(data.size(), 255)), std::nullopt});
+}
 
 Bytes Stuff_Packet(const Bytes& packet) {
     Bytes wire;
@@ -91,9 +95,8 @@ void Frame_Reader::Reset() {
 }
 
 bool Length_Agrees(const Bytes& packet) {
-    constexpr std::uint8_t kExpandedId = 123;
     if (packet.size() < kFrameOverhead) return false;
-    if (packet[1] == kExpandedId) return true;
+    if (packet[1] == kExpanded_Id) return true;
     return std::size_t{packet[2]} + kFrameOverhead == packet.size();
 }
 
@@ -115,14 +118,38 @@ Data_View Data_Of(const Bytes& packet) {
     return Data_View(packet).subspan(3, packet.size() - kFrameOverhead);
 }
 
-Bytes Frame_Of(const Packet& packet) {
-    const std::size_t size = std::min<std::size_t>(packet.data.size(), 255);
-    Bytes frame(size + kFrameOverhead, 0);
-    frame[1] = static_cast<std::uint8_t>(packet.id);
-    frame[2] = static_cast<std::uint8_t>(std::min<std::size_t>(packet.Announced_Size(), 255));
-    std::copy_n(packet.data.begin(), size, frame.begin() + 3);
-    Seal_Packet(frame);
+Bytes Frame_Of(const Packet& packet, Checksum checksum) {
+    const std::size_t size = packet.data.size();
+    const std::size_t announced = packet.Announced_Size();
+    Bytes frame;
+    if (packet.id < 256 && announced < 256 && size < 256) {
+        frame.reserve(size + kFrameOverhead);
+        frame = {DLE, static_cast<std::uint8_t>(packet.id), static_cast<std::uint8_t>(announced)};
+    } else {
+        frame.reserve(size + kFrameOverhead + kExpanded_Head);
+        frame = {DLE, kExpanded_Id, static_cast<std::uint8_t>(std::min<std::size_t>(size + kExpanded_Head, 255))};
+        frame.resize(3 + kExpanded_Head);
+        Put_LE<std::uint32_t>(frame, 3, static_cast<std::uint32_t>(size));
+        Put_LE<std::uint16_t>(frame, 7, packet.id);
+    }
+    frame.insert(frame.end(), packet.data.begin(), packet.data.end());
+    frame.insert(frame.end(), {0, DLE, ETX});
+    if (checksum == Checksum::computed) Seal_Packet(frame);
     return frame;
+}
+
+std::optional<Packet> Packet_Of(const Bytes& frame) {
+    if (frame.size() < kFrameOverhead) return std::nullopt;
+    const Data_View data = Data_Of(frame);
+    if (frame[1] == kExpanded_Id && data.size() >= kExpanded_Head) {
+        const std::size_t claimed = Get_LE<std::uint32_t>(data, 0);
+        const Data_View held = data.subspan(kExpanded_Head);
+        const Data_View body = held.first(std::min(claimed, held.size()));
+        return Packet{Get_LE<std::uint16_t>(data, 4), Bytes(body.begin(), body.end()), std::nullopt};
+    }
+    Packet packet{frame[1], Bytes(data.begin(), data.end()), std::nullopt};
+    if (frame[2] != data.size()) packet.announced = frame[2];
+    return packet;
 }
 
 }  // namespace trekcom::link

@@ -48,7 +48,7 @@ void Link::OnComm() {
     if (event != SerialPort::comEvReceive) {
         if (event > 1000) {  // a line error: what was buffered is suspect
             port_.InBufferCount(0);
-            ReceiveBuffer.Clear();
+            receive_.Clear();
         }
     } else {
         // One packet or line per pass, without yielding, while bytes keep
@@ -61,10 +61,10 @@ void Link::OnComm() {
         while (progress && !Abandoned()) {
             port_.RThreshold(0);
             const std::string chunk = port_.InBufferCount() >= 1 ? port_.Input() : std::string();
-            const std::size_t before = ReceiveBuffer.size();
+            const std::size_t before = receive_.size();
             Parse_Input(chunk);
-            progress = !chunk.empty() || ReceiveBuffer.size() != before;
-            if (port_.InBufferCount() < 1 && ReceiveBuffer.empty()) break;
+            progress = !chunk.empty() || receive_.size() != before;
+            if (port_.InBufferCount() < 1 && receive_.empty()) break;
         }
     }
     port_.RThreshold(1);
@@ -73,41 +73,41 @@ void Link::OnComm() {
 // ---------------------------------------------------------------- parser
 
 void Link::Parse_Input(std::string_view chunk) {
-    ReceiveBuffer.Append(chunk);
+    receive_.Append(chunk);
     // A DLE anywhere means packets: the line search is not even needed then.
-    if (ReceiveBuffer.Find(static_cast<char>(DLE)) != std::string_view::npos) {
-        NMEAMode = false;
+    if (receive_.Find(static_cast<char>(DLE)) != std::string_view::npos) {
+        shared_.NMEAMode = false;
         Packet_Path();
         return;
     }
-    std::size_t line_start = ReceiveBuffer.Find('$');
-    if (line_start == std::string_view::npos) line_start = ReceiveBuffer.Find('@');
+    std::size_t line_start = receive_.Find('$');
+    if (line_start == std::string_view::npos) line_start = receive_.Find('@');
     if (line_start != std::string_view::npos) {
         Line_Path(line_start);
         return;
     }
-    const std::size_t crlf = ReceiveBuffer.Find(kCrLf);
+    const std::size_t crlf = receive_.Find(kCrLf);
     if (crlf == std::string_view::npos)
-        ReceiveBuffer.Clear();
+        receive_.Clear();
     else
-        ReceiveBuffer.Consume(crlf + kCrLf.size());
+        receive_.Consume(crlf + kCrLf.size());
 }
 
 void Link::Line_Path(std::size_t line_start) {
     // The start position found before trimming is kept for cutting the line:
     // a first line that had stray bytes before it comes out shifted by them.
     const std::size_t found_at = line_start;
-    ReceiveBuffer.Consume(line_start);
-    const std::size_t crlf = ReceiveBuffer.Find(kCrLf);
+    receive_.Consume(line_start);
+    const std::size_t crlf = receive_.Find(kCrLf);
     if (crlf == std::string_view::npos) {
-        if (ReceiveBuffer.size() >= kMaxLine) ReceiveBuffer.Clear();
+        if (receive_.size() >= kMaxLine) receive_.Clear();
         return;
     }
-    NMEAMode = true;
-    const bool text_line = ReceiveBuffer.Find('@') != std::string_view::npos;
-    Settings = "4800,N,8,1";  // the NMEA line rate, used at the next PortOpen
-    const std::string line(ReceiveBuffer.View().substr(std::min(found_at, ReceiveBuffer.size()), crlf));
-    ReceiveBuffer.Consume(crlf + kCrLf.size());
+    shared_.NMEAMode = true;
+    const bool text_line = receive_.Find('@') != std::string_view::npos;
+    shared_.Settings = "4800,N,8,1";  // the NMEA line rate, used at the next PortOpen
+    const std::string line(receive_.View().substr(std::min(found_at, receive_.size()), crlf));
+    receive_.Consume(crlf + kCrLf.size());
     ++lines_received_;
     host_.Line_Received(line, text_line);
     Restart_Watchdog();
@@ -116,40 +116,40 @@ void Link::Line_Path(std::size_t line_start) {
 void Link::Packet_Path() {
     using Status = Frame_Reader::Status;
     for (;;) {
-        if (ReceiveBuffer[0] != static_cast<char>(DLE)) {
-            const std::size_t dle = ReceiveBuffer.Find(static_cast<char>(DLE));
+        if (receive_[0] != static_cast<char>(DLE)) {
+            const std::size_t dle = receive_.Find(static_cast<char>(DLE));
             if (dle == std::string_view::npos) {
-                ReceiveBuffer.Clear();
+                receive_.Clear();
                 return;
             }
-            ReceiveBuffer.Consume(dle);
+            receive_.Consume(dle);
         }
-        const Status status = ReceiveBuffer.Read_Frame();
-        Frame_Reader& reader = ReceiveBuffer.Reader();
+        const Status status = receive_.Read_Frame();
+        Frame_Reader& reader = receive_.Reader();
         if (status == Status::incomplete) {
             if (reader.Length() <= kMaxFrame) return;  // more bytes are awaited
             // No frame is this long: the DLE that opened it was noise, and a
             // real frame may start at any later DLE.
-            ReceiveBuffer.Consume(1);
-            if (ReceiveBuffer.empty()) return;
+            receive_.Consume(1);
+            if (receive_.empty()) return;
             continue;
         }
         if (status == Status::broken) {
             // Only the broken piece goes: its lone DLE may open the next frame.
-            ReceiveBuffer.Consume(reader.Length());
+            receive_.Consume(reader.Length());
             continue;
         }
         // The frame leaves the buffer before it is processed: handlers that
         // run from here may parse again.
         const Bytes packet = std::move(reader.Packet());
-        ReceiveBuffer.Consume(reader.Length());
+        receive_.Consume(reader.Length());
         // A frame with no data (Size 0, or shorter) carries nothing to answer:
         // thrown away, and the search goes on behind it.
         if (packet.size() <= kFrameOverhead) {
-            if (ReceiveBuffer.empty()) return;
+            if (receive_.empty()) return;
             continue;
         }
-        if (Process_Packet(packet) && !RawSuppressed) host_.Raise_Receive(packet);
+        if (Process_Packet(packet) && !shared_.RawSuppressed) host_.Raise_Receive(packet);
         return;
     }
 }
@@ -170,7 +170,7 @@ bool Link::Streamed(std::uint8_t id) const {
 }
 
 bool Link::Process_Packet(const Bytes& packet) {
-    if (DebugLog) Trace_Packet(packet, "I");
+    if (shared_.DebugLog) Trace_Packet(packet, "I");
 
     const std::uint8_t id = packet[1];
     const std::uint8_t size = packet[2];
@@ -178,7 +178,7 @@ bool Link::Process_Packet(const Bytes& packet) {
     const bool command_ack = id == ids_.PID_Ack_Byte && size >= 1 && packet[3] == ids_.PID_Command_Data;
     if (!command_ack) {
         Stop_Watchdog();
-        if (Multi_Record(id) && !UserFlowControl) timer_.Enabled(true);  // more records must follow
+        if (Multi_Record(id) && !shared_.UserFlowControl) timer_.Enabled(true);  // more records must follow
     }
 
     const bool link_answer = id == ids_.PID_Ack_Byte || id == ids_.PID_Nak_Byte;
@@ -195,28 +195,26 @@ bool Link::Process_Packet(const Bytes& packet) {
     }
     if (id == ids_.PID_Nak_Byte) {
         Arrived(id, true);
-        if (++NakCount < kMaxNaks) {
-            if (UserFlowControl) {
-                NakCount = 0;
+        if (++nak_count_ < kMaxNaks) {
+            if (shared_.UserFlowControl) {
+                nak_count_ = 0;
             } else {
-                if (DebugLog) host_.Raise_HexDebug(host_.xLate("Re-try after NAK"));
-                Seal_Packet(LastPacket);
-                Trace_Packet(LastPacket, "O");
-                Write_Wire(LastPacket);
+                if (shared_.DebugLog) host_.Raise_HexDebug(host_.xLate("Re-try after NAK"));
+                Write_Wire(last_);
                 timer_.Enabled(true);
             }
         } else {
-            NakCount = 0;
-            Report(2, "Unable to communicate with device", LastPacket);
+            nak_count_ = 0;
+            Report(2, "Unable to communicate with device", Last_Frame());
         }
         return true;
     }
 
     if (Calc_Checksum(packet) == packet[packet.size() - 3]) {
-        NakCount = 0;
+        nak_count_ = 0;
         gave_up_ = false;
-        const bool unacknowledged = Streamed(id) || (id == ids_.PID_Records && RawSuppressed) || UserFlowControl;
-        if (!unacknowledged) Answer(AckPacket, id, true);
+        const bool unacknowledged = Streamed(id) || (id == ids_.PID_Records && shared_.RawSuppressed) || shared_.UserFlowControl;
+        if (!unacknowledged) Answer(ack_, id, true);
         Arrived(id, false);
         host_.Dispatch_Packet(packet);
     } else {
@@ -236,16 +234,16 @@ void Link::Refuse(const Bytes& packet) {
         Stop_Watchdog();
         return;
     }
-    if (++NakCount < kMaxNaks) {
+    if (++nak_count_ < kMaxNaks) {
         if (Streamed(id)) {
             // streamed packets are never answered, not even refused
-        } else if (UserFlowControl) {
-            NakCount = 0;
+        } else if (shared_.UserFlowControl) {
+            nak_count_ = 0;
         } else {
-            Answer(NakPacket, id, false);
+            Answer(nak_, id, false);
         }
     } else {
-        NakCount = 0;
+        nak_count_ = 0;
         gave_up_ = true;
         Stop_Watchdog();
         Report(3, "Invalid message received from device", packet);
@@ -261,17 +259,18 @@ void Link::Arrived(std::uint8_t id, bool nak) {
 
 // Sends the ACK or NAK template for `id`; an ACK is remembered as the last
 // packet so that the watchdog can repeat it.
-void Link::Answer(Bytes& templ, std::uint8_t id, bool remember) {
-    templ[3] = id;
-    Seal_Packet(templ);
-    if (remember) LastPacket = templ;
-    Trace_Packet(templ, "O");
+void Link::Answer(Packet& templ, std::uint8_t id, bool remember) {
+    templ.data[0] = id;
+    if (remember) last_ = templ;
     Write_Wire(templ);
 }
 
-void Link::Write_Wire(const Bytes& packet) {
-    if (!Serial() || !port_.PortOpen()) return;
-    const Bytes wire = Stuff_Packet(packet);
+// Every packet leaves the serial line here: traced, framed, stuffed.
+void Link::Write_Wire(const Packet& packet) {
+    const Bytes frame = Frame_Of(packet);
+    Trace_Packet(frame, "O");
+    if (!port_.PortOpen()) return;
+    const Bytes wire = Stuff_Packet(frame);
     port_.Output(std::string(wire.begin(), wire.end()));
 }
 

@@ -1,4 +1,4 @@
-#include "link/trace.h"
+#include "trace.h"
 
 #include <cmath>
 #include <cstdio>
@@ -11,6 +11,12 @@ std::string Format_Elapsed(double ms) {
     if (!std::isfinite(ms)) ms = 0;
     char text[32];
     std::snprintf(text, sizeof text, "%7.1f", ms);
+    return text;
+}
+
+std::string Hex2(unsigned value) {
+    char text[3];
+    std::snprintf(text, sizeof text, "%02X", value & 0xFF);
     return text;
 }
 
@@ -44,12 +50,12 @@ std::string Trace_Line(const Bytes& packet, std::string_view direction, double e
 
 void Link::Trace_Packet(const Bytes& packet, std::string_view direction) {
     const bool note = !direction.empty() && direction.front() == ':';
-    if (!DebugLog && !note) return;
+    if (!shared_.DebugLog && !note) return;
     const double now_s = platform_.Seconds_Since_Midnight();
-    const std::string line = Trace_Line(packet, direction, (now_s - LastTraceTime) * 1000.0);
+    const std::string line = Trace_Line(packet, direction, (now_s - shared_.LastTraceTime) * 1000.0);
     // The stamp marks the last command sent, so ACKs and NAKs do not renew it.
     if (!direction.empty() && direction.front() == 'O' && packet.size() > 1 && packet[1] != 6 && packet[1] != 21)
-        LastTraceTime = now_s;
+        shared_.LastTraceTime = now_s;
     host_.Raise_HexDebug(line);
 }
 

@@ -27,4 +27,7 @@ std::string Trace_Line(const Bytes& packet, std::string_view direction, double e
 // "####0.0" right-aligned in seven characters.
 std::string Format_Elapsed(double ms);
 
+// Two upper-case hex digits, as the trace's notes print ids and codes.
+std::string Hex2(unsigned value);
+
 }  // namespace trekcom::link

@@ -1,5 +1,5 @@
 // termios2 speeds. This file must not include <termios.h> (see line_rate.h).
-#include "platform/line_rate.h"
+#include "line_rate.h"
 
 #include <cerrno>
 

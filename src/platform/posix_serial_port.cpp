@@ -2,7 +2,7 @@
 // turns readable, a handler reads what is there into the port's buffer and
 // watches again. Host callbacks (OnComm) are raised by the shared loop after
 // the wait returns, never from here.
-#include "platform/posix_serial_port.h"
+#include "posix_serial_port.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -17,7 +17,7 @@
 #include <optional>
 #include <system_error>
 
-#include "platform/line_rate.h"
+#include "line_rate.h"
 #include "trekcom/platform.h"
 
 namespace trekcom::platform {

@@ -1,5 +1,5 @@
 // Pseudo-terminal pairs (see pty.h).
-#include "platform/pty.h"
+#include "pty.h"
 
 #include <fcntl.h>
 #include <termios.h>

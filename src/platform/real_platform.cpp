@@ -17,11 +17,11 @@
 #include <string>
 
 #include "trekcom/platform.h"
-#include "platform/usb/system_usb_driver.h"  // USB: the system's driver
+#include "usb/system_usb_driver.h"  // USB: the system's driver
 
 #if defined(ASIO_HAS_POSIX_STREAM_DESCRIPTOR) && !defined(_WIN32)
 #define TREKCOM_POSIX_SERIAL 1
-#include "platform/posix_serial_port.h"
+#include "posix_serial_port.h"
 #endif
 
 namespace trekcom {

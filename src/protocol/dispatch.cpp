@@ -27,7 +27,7 @@ void Engine::Dispatch_Packet(const Bytes& packet) {
     } else if (id == ids_.PID_Trk_Data) {
         On_Track_Point(packet);
     } else if (id == ids_.PID_Records) {
-        Incoming_Records_Count = records::Pkt2Int(packet, 3);
+        shared_.Incoming_Records_Count = records::Pkt2Int(packet, 3);
         Open_Tally(packet);
     } else if (id == ids_.PID_Product_Data) {
         Process_Product_Data(packet);
@@ -37,7 +37,7 @@ void Engine::Dispatch_Packet(const Bytes& packet) {
         Parse_Protocol_Array(packet);
     } else if (id == ids_.PID_Unit_ID) {
         // The unit id is an unsigned 32-bit number shown in plain decimal.
-        Product_Data->Unit_ID = std::to_string(static_cast<std::uint32_t>(records::Pkt2Long(packet, 3)));
+        shared_.Product_Data->Unit_ID = std::to_string(static_cast<std::uint32_t>(records::Pkt2Long(packet, 3)));
     } else if (id == ids_.PID_Date_Time) {
         On_Date_Time(packet);
     } else if (id == ids_.PID_Pvt_Data) {
@@ -67,7 +67,7 @@ void Engine::Dispatch_Packet(const Bytes& packet) {
     } else if (id == ids_.PID_Nak_Byte || id == ids_.PID_Ack_Byte) {
         // acknowledgements belong to the command exchange
     } else if (id == ids_.PID_Baud_Reply) {
-        Baud_Reply = records::Pkt2Long(packet, 3);
+        shared_.Baud_Reply = records::Pkt2Long(packet, 3);
     } else if (id == ids_.PID_Expanded_Packet || id == kIcon_Packet_1 || id == kIcon_Packet_2) {
         On_Expanded_Packet(packet);
     }
@@ -76,7 +76,7 @@ void Engine::Dispatch_Packet(const Bytes& packet) {
 
 void Engine::Complete_Transfer(const Bytes& packet) {
     // While counting, the completion packets answer our own aborts.
-    if (link_.RawSuppressed) return;
+    if (link_.Shared().RawSuppressed) return;
     // The data names the command the transfer answered; only its low byte counts.
     if (packet.size() < 4 || packet[2] < 1) return;
     Close_Tally();
@@ -99,53 +99,53 @@ void Engine::Complete_Transfer(const Bytes& packet) {
 // one is wired, its packets are dropped and its record keeps its start values.
 
 void Engine::On_Track_Header(const Bytes& packet) {
-    Track = track_pool_.Make(records::Decode_Track_Header(packet, P.Track_Header_Format));
-    Tracks()->Add(Track);
+    shared_.Track = track_pool_.Make(records::Decode_Track_Header(link::Data_Of(packet), shared_.P.Track_Header_Format));
+    Tracks()->Add(shared_.Track);
 }
 void Engine::On_Track_Point(const Bytes& packet) {
     // Each point carries the name, colour and display flag of the record
     // before it, so a whole track carries its header's.
-    Track = track_pool_.Make(records::Decode_Track_Point(packet, P.Track_Point_Format, *Created(Track)));
-    Tracks()->Add(Track);
+    shared_.Track = track_pool_.Make(records::Decode_Track_Point(link::Data_Of(packet), shared_.P.Track_Point_Format, *Created(shared_.Track)));
+    Tracks()->Add(shared_.Track);
 }
 void Engine::On_Date_Time(const Bytes& packet) {
-    if (Live) Live->Decode_Date_Time(packet);
+    if (live_) live_->Decode_Date_Time(packet);
 }
 void Engine::On_Pvt_Data(const Bytes& packet) {
-    if (Live) Live->Decode_Pvt(packet);
+    if (live_) live_->Decode_Pvt(packet);
 }
 void Engine::On_Almanac(const Bytes& packet) {
     // Filled in place: what an entry's layout cannot set keeps its value.
-    records::Decode_Almanac(packet, P.Almanac_Data_Format, *Created(Almanac));
+    records::Decode_Almanac(link::Data_Of(packet), shared_.P.Almanac_Data_Format, *Created(shared_.Almanac));
 }
 void Engine::On_Position(const Bytes& packet) {
-    if (Live) Live->Decode_Position(packet);
+    if (live_) live_->Decode_Position(packet);
 }
 void Engine::On_Waypoint(const Bytes& packet) {
-    Waypoint = std::make_shared<cWaypoint>(records::Decode_Waypoint(packet, Waypoint_Format(packet[1])));
-    Waypoints()->Add(Waypoint);
+    shared_.Waypoint = std::make_shared<cWaypoint>(records::Decode_Waypoint(link::Data_Of(packet), Waypoint_Format(packet[1])));
+    Waypoints()->Add(shared_.Waypoint);
     // Whatever the transfer: a route's waypoints follow its header this way.
-    records::Join_Last_Route(*Routes(), Waypoint);
+    records::Join_Last_Route(*Routes(), shared_.Waypoint);
 }
 void Engine::On_Route_Header(const Bytes& packet) {
-    Route = std::make_shared<cRoute>(records::Decode_Route_Header(packet, P.Route_Header_Format));
-    Routes()->Add(Route);
+    shared_.Route = std::make_shared<cRoute>(records::Decode_Route_Header(link::Data_Of(packet), shared_.P.Route_Header_Format));
+    Routes()->Add(shared_.Route);
 }
-void Engine::On_Route_Link(const Bytes& packet) { records::Decode_Route_Link(packet, *Created(Route)); }
+void Engine::On_Route_Link(const Bytes& packet) { records::Decode_Route_Link(link::Data_Of(packet), *Created(shared_.Route)); }
 void Engine::On_Voltages(const Bytes& packet) {
-    if (Live) Live->Decode_Voltages(packet);
+    if (live_) live_->Decode_Voltages(packet);
 }
 void Engine::On_Display_Data(const Bytes& packet) { (void)packet; }
 void Engine::On_Flightbook_Record(const Bytes& packet) {
-    Flightbook_Record = std::make_shared<cFlightbook_Record>(records::Decode_Flightbook(packet));
-    Flightbook_Records()->Add(Flightbook_Record);
+    shared_.Flightbook_Record = std::make_shared<cFlightbook_Record>(records::Decode_Flightbook(link::Data_Of(packet)));
+    Flightbook_Records()->Add(shared_.Flightbook_Record);
 }
 void Engine::On_Lap(const Bytes& packet) {
-    Lap = std::make_shared<cLap>(records::Decode_Lap(packet));
-    Laps()->Add(Lap);
+    shared_.Lap = std::make_shared<cLap>(records::Decode_Lap(link::Data_Of(packet)));
+    Laps()->Add(shared_.Lap);
 }
 void Engine::On_Sats(const Bytes& packet) {
-    if (Live) Live->Decode_Sats(packet);
+    if (live_) live_->Decode_Sats(packet);
 }
 void Engine::On_Expanded_Packet(const Bytes& packet) { (void)packet; }
 

@@ -62,43 +62,43 @@ std::string Entry_Name(char tag, std::int16_t number) {
 }  // namespace
 
 void Engine::Set_Default_Protocols() {
-    P.Link_Protocol = "L001";
-    P.WayPoint_Transfer_Protocol = "A100";
-    P.Route_Transfer_Protocol = "A200";
-    P.Track_Transfer_Protocol = kBlank;
-    P.Prox_Wpt_Transfer_Protocol = kBlank;
-    P.Almanac_Transfer_Protocol = "A500";
-    P.Flightbook_Transfer_Protocol = "A650";
-    P.Laps_Transfer_Protocol = "A906";
-    P.Date_Transfer_Protocol = "A600";
-    P.Posn_Transfer_Protocol = "A700";
-    P.Pvt_Transfer_Protocol = "A800";
-    P.Waypoint_Data_Format = "D100";
-    P.Route_Header_Format = "D200";
-    P.Route_Wpt_Data_Format = "D100";
-    P.Route_Link_Format = kBlank;
-    P.Track_Header_Format = kBlank;
-    P.Track_Point_Format = kBlank;
-    P.Prox_Wpt_Data_Format = kBlank;
-    P.Almanac_Data_Format = "D500";
-    P.Flightbook_Data_Format = "D650";
-    P.Laps_Data_Format = "D906";
-    P.Date_Data_Format = "D600";
-    P.Posn_Data_Format = "D700";
-    P.Pvt_Data_Format = "D800";
+    shared_.P.Link_Protocol = "L001";
+    shared_.P.WayPoint_Transfer_Protocol = "A100";
+    shared_.P.Route_Transfer_Protocol = "A200";
+    shared_.P.Track_Transfer_Protocol = kBlank;
+    shared_.P.Prox_Wpt_Transfer_Protocol = kBlank;
+    shared_.P.Almanac_Transfer_Protocol = "A500";
+    shared_.P.Flightbook_Transfer_Protocol = "A650";
+    shared_.P.Laps_Transfer_Protocol = "A906";
+    shared_.P.Date_Transfer_Protocol = "A600";
+    shared_.P.Posn_Transfer_Protocol = "A700";
+    shared_.P.Pvt_Transfer_Protocol = "A800";
+    shared_.P.Waypoint_Data_Format = "D100";
+    shared_.P.Route_Header_Format = "D200";
+    shared_.P.Route_Wpt_Data_Format = "D100";
+    shared_.P.Route_Link_Format = kBlank;
+    shared_.P.Track_Header_Format = kBlank;
+    shared_.P.Track_Point_Format = kBlank;
+    shared_.P.Prox_Wpt_Data_Format = kBlank;
+    shared_.P.Almanac_Data_Format = "D500";
+    shared_.P.Flightbook_Data_Format = "D650";
+    shared_.P.Laps_Data_Format = "D906";
+    shared_.P.Date_Data_Format = "D600";
+    shared_.P.Posn_Data_Format = "D700";
+    shared_.P.Pvt_Data_Format = "D800";
 }
 
 void Engine::Clear_Protocols() {
     // A900_Protocol has no property and is left as it is.
-    P.Link_Protocol = "   ";
+    shared_.P.Link_Protocol = "   ";
     for (std::string* member :
-         {&P.WayPoint_Transfer_Protocol, &P.Route_Transfer_Protocol, &P.Track_Transfer_Protocol,
-          &P.Prox_Wpt_Transfer_Protocol, &P.Almanac_Transfer_Protocol, &P.Flightbook_Transfer_Protocol,
-          &P.Laps_Transfer_Protocol, &P.Date_Transfer_Protocol, &P.Posn_Transfer_Protocol, &P.Pvt_Transfer_Protocol,
-          &P.Waypoint_Data_Format, &P.Route_Header_Format, &P.Route_Wpt_Data_Format, &P.Route_Link_Format,
-          &P.Track_Header_Format, &P.Track_Point_Format, &P.Prox_Wpt_Data_Format, &P.Almanac_Data_Format,
-          &P.Flightbook_Data_Format, &P.Laps_Data_Format, &P.Date_Data_Format, &P.Posn_Data_Format,
-          &P.Pvt_Data_Format})
+         {&shared_.P.WayPoint_Transfer_Protocol, &shared_.P.Route_Transfer_Protocol, &shared_.P.Track_Transfer_Protocol,
+          &shared_.P.Prox_Wpt_Transfer_Protocol, &shared_.P.Almanac_Transfer_Protocol, &shared_.P.Flightbook_Transfer_Protocol,
+          &shared_.P.Laps_Transfer_Protocol, &shared_.P.Date_Transfer_Protocol, &shared_.P.Posn_Transfer_Protocol, &shared_.P.Pvt_Transfer_Protocol,
+          &shared_.P.Waypoint_Data_Format, &shared_.P.Route_Header_Format, &shared_.P.Route_Wpt_Data_Format, &shared_.P.Route_Link_Format,
+          &shared_.P.Track_Header_Format, &shared_.P.Track_Point_Format, &shared_.P.Prox_Wpt_Data_Format, &shared_.P.Almanac_Data_Format,
+          &shared_.P.Flightbook_Data_Format, &shared_.P.Laps_Data_Format, &shared_.P.Date_Data_Format, &shared_.P.Posn_Data_Format,
+          &shared_.P.Pvt_Data_Format})
         *member = kBlank;
 }
 
@@ -132,31 +132,16 @@ void Engine::Apply_L002(bool from_capability_array) {
 }
 
 void Engine::Request_Product_Data() {
-    link_.RawSuppressed = false;
-    Error_Latch = false;
-    if (link_.Port == 0) {
-        // USB: open the receiver if need be, then start a session; a session
-        // that does not start gets one device reset and one more try.
-        if (!host_.USB_Is_Open()) host_.USB_Open();
-        if (!host_.USB_Is_Open()) {
-            host_.Raise_Error(0, host_.xLate("USB connection failure"), {});
-            return;
-        }
-        if (!host_.USB_Start_Session()) {
-            if (!host_.USB_Reset_Device()) {
-                host_.Raise_Error(0, host_.xLate("USB connection failure"), {});
-                return;
-            }
-            host_.USB_Start_Session();
-        }
-    }
-    Protocol_Array_Received = false;
-    if (!Exchange(link::Make_Packet(ids_.PID_Product_Rqst, {}), ids_.PID_Product_Data, 0)) return;
+    link_.Shared().RawSuppressed = false;
+    shared_.Error_Latch = false;
+    if (!link_.Start_Session()) return;
+    shared_.Protocol_Array_Received = false;
+    if (!Exchange({ids_.PID_Product_Rqst, {}, std::nullopt}, ids_.PID_Product_Data, 0)) return;
 
     // The capability array, if the unit has one, follows its product data.
     bool array_came = false;
     for (int poll = 0; poll < kArray_Polls; ++poll) {
-        if (Protocol_Array_Received) {
+        if (shared_.Protocol_Array_Received) {
             array_came = true;
             break;
         }
@@ -165,51 +150,51 @@ void Engine::Request_Product_Data() {
     if (!array_came) return;  // older units: no unit id to ask for either
 
     Exchange(packets_.Unit_ID_Request, ids_.PID_Unit_ID, kAfter_Wait);
-    Exchange(link::Make_Packet(kAsync_Off, {0, 0}), ids_.PID_Ack_Byte, kAfter_Wait);
+    Exchange({kAsync_Off, {0, 0}, std::nullopt}, ids_.PID_Ack_Byte, kAfter_Wait);
 }
 
 void Engine::Process_Product_Data(const Bytes& packet) {
-    cProduct_Data& pd = *Product_Data;
+    cProduct_Data& pd = *shared_.Product_Data;
     pd.Product_ID = records::Pkt2Int(packet, 3);
     pd.Software_Version = records::Pkt2Int(packet, 5);
     const auto texts = Nul_Fields(packet, 4, 3);
     std::string* targets[] = {&pd.Product_Description_1, &pd.Product_Description_2, &pd.Product_Description_3};
     for (std::size_t i = 0; i < texts.size(); ++i) *targets[i] = texts[i];
 
-    if (Protocol_Array_Received) return;
+    if (shared_.Protocol_Array_Received) return;
     // Units send their product data before their capability array, so the
     // table's guess is made first and an array that follows overrides it.
     Set_Default_Protocols();
     const Product_Row* row = Find_Product_Row(table_, pd.Product_ID, pd.Software_Version);
     if (!row) return;
     const auto& c = row->Column;
-    P.Link_Protocol = c[3];
-    P.WayPoint_Transfer_Protocol = c[5];
-    P.Waypoint_Data_Format = c[6];
-    P.Route_Transfer_Protocol = c[7];
-    P.Route_Header_Format = c[8];
-    P.Route_Wpt_Data_Format = c[9];
-    P.Route_Link_Format = c[10];
-    P.Track_Transfer_Protocol = c[11];
+    shared_.P.Link_Protocol = c[3];
+    shared_.P.WayPoint_Transfer_Protocol = c[5];
+    shared_.P.Waypoint_Data_Format = c[6];
+    shared_.P.Route_Transfer_Protocol = c[7];
+    shared_.P.Route_Header_Format = c[8];
+    shared_.P.Route_Wpt_Data_Format = c[9];
+    shared_.P.Route_Link_Format = c[10];
+    shared_.P.Track_Transfer_Protocol = c[11];
     // Column 12 holds the single track type of A300 units and goes to the
     // point format; column 13 goes to the header format, whatever the row holds.
-    P.Track_Point_Format = c[12];
-    P.Track_Header_Format = c[13];
-    P.Prox_Wpt_Transfer_Protocol = c[14];
-    P.Prox_Wpt_Data_Format = c[15];
-    P.Almanac_Transfer_Protocol = c[16];
-    P.Almanac_Data_Format = c[17];
-    P.Date_Transfer_Protocol = c[18];
-    P.Date_Data_Format = c[19];
-    P.Posn_Transfer_Protocol = c[20];
-    P.Posn_Data_Format = c[21];
-    P.Pvt_Transfer_Protocol = c[22];
-    P.Pvt_Data_Format = c[23];
-    if (P.Link_Protocol == "L002") Apply_L002(false);
+    shared_.P.Track_Point_Format = c[12];
+    shared_.P.Track_Header_Format = c[13];
+    shared_.P.Prox_Wpt_Transfer_Protocol = c[14];
+    shared_.P.Prox_Wpt_Data_Format = c[15];
+    shared_.P.Almanac_Transfer_Protocol = c[16];
+    shared_.P.Almanac_Data_Format = c[17];
+    shared_.P.Date_Transfer_Protocol = c[18];
+    shared_.P.Date_Data_Format = c[19];
+    shared_.P.Posn_Transfer_Protocol = c[20];
+    shared_.P.Posn_Data_Format = c[21];
+    shared_.P.Pvt_Transfer_Protocol = c[22];
+    shared_.P.Pvt_Data_Format = c[23];
+    if (shared_.P.Link_Protocol == "L002") Apply_L002(false);
 }
 
 void Engine::Process_Ext_Product_Data(const Bytes& packet) {
-    cProduct_Data& pd = *Product_Data;
+    cProduct_Data& pd = *shared_.Product_Data;
     const auto texts = Nul_Fields(packet, 0, 3);
     std::string* targets[] = {&pd.Product_Description_4, &pd.Product_Description_5, &pd.Product_Description_6};
     for (std::size_t i = 0; i < texts.size(); ++i) *targets[i] = texts[i];
@@ -217,7 +202,7 @@ void Engine::Process_Ext_Product_Data(const Bytes& packet) {
 
 void Engine::Parse_Protocol_Array(const Bytes& packet) {
     Clear_Protocols();
-    Protocol_Array_Received = true;
+    shared_.Protocol_Array_Received = true;
     std::string current_a;
     int d_count = 0;
     const std::size_t length = Data_Length(packet);
@@ -228,57 +213,57 @@ void Engine::Parse_Protocol_Array(const Bytes& packet) {
         const std::int16_t number = records::Pkt2Int(packet, static_cast<std::int16_t>(3 + at + 1));
         const std::string name = Entry_Name(tag, number);
         if (tag == 'L') {
-            P.Link_Protocol = name;
+            shared_.P.Link_Protocol = name;
         } else if (tag == 'A') {
             d_count = 0;
             current_a = name;
-            if (number == 100) P.WayPoint_Transfer_Protocol = name;
-            else if (number == 200 || number == 201) P.Route_Transfer_Protocol = name;
-            else if (number == 300 || number == 301) P.Track_Transfer_Protocol = name;
-            else if (number == 400 || number == 401) P.Prox_Wpt_Transfer_Protocol = name;
-            else if (number == 500 || number == 501) P.Almanac_Transfer_Protocol = name;
-            else if (number == 600) P.Date_Transfer_Protocol = name;
-            else if (number == 650) P.Flightbook_Transfer_Protocol = name;
-            else if (number == 700) P.Posn_Transfer_Protocol = name;
-            else if (number >= 800 && number <= 802) P.Pvt_Transfer_Protocol = name;
-            else if (number >= 900 && number <= 905) A900_Protocol = name;
-            else if (number == 906) P.Laps_Transfer_Protocol = name;
+            if (number == 100) shared_.P.WayPoint_Transfer_Protocol = name;
+            else if (number == 200 || number == 201) shared_.P.Route_Transfer_Protocol = name;
+            else if (number == 300 || number == 301) shared_.P.Track_Transfer_Protocol = name;
+            else if (number == 400 || number == 401) shared_.P.Prox_Wpt_Transfer_Protocol = name;
+            else if (number == 500 || number == 501) shared_.P.Almanac_Transfer_Protocol = name;
+            else if (number == 600) shared_.P.Date_Transfer_Protocol = name;
+            else if (number == 650) shared_.P.Flightbook_Transfer_Protocol = name;
+            else if (number == 700) shared_.P.Posn_Transfer_Protocol = name;
+            else if (number >= 800 && number <= 802) shared_.P.Pvt_Transfer_Protocol = name;
+            else if (number >= 900 && number <= 905) shared_.A900_Protocol = name;
+            else if (number == 906) shared_.P.Laps_Transfer_Protocol = name;
         } else if (tag == 'D') {
             ++d_count;
             if (number >= 100 && number <= 199) {
                 // A waypoint layout names whichever transfer it follows.
-                if (current_a == "A100") P.Waypoint_Data_Format = name;
-                if (current_a.starts_with("A2")) P.Route_Wpt_Data_Format = name;
-                if (current_a.starts_with("A4")) P.Prox_Wpt_Data_Format = name;
+                if (current_a == "A100") shared_.P.Waypoint_Data_Format = name;
+                if (current_a.starts_with("A2")) shared_.P.Route_Wpt_Data_Format = name;
+                if (current_a.starts_with("A4")) shared_.P.Prox_Wpt_Data_Format = name;
             } else if (number >= 200 && number <= 299) {
                 // Route header first, then the route waypoint, then the link.
-                if (d_count == 1) P.Route_Header_Format = name;
-                if (d_count == 3) P.Route_Link_Format = name;
+                if (d_count == 1) shared_.P.Route_Header_Format = name;
+                if (d_count == 3) shared_.P.Route_Link_Format = name;
             } else if (number >= 300 && number <= 309) {
-                P.Track_Point_Format = name;
+                shared_.P.Track_Point_Format = name;
             } else if (number >= 310 && number <= 313) {
-                P.Track_Header_Format = name;
+                shared_.P.Track_Header_Format = name;
             } else if (number >= 400 && number <= 499) {
-                P.Prox_Wpt_Data_Format = name;
+                shared_.P.Prox_Wpt_Data_Format = name;
             } else if (number >= 500 && number <= 599) {
-                P.Almanac_Data_Format = name;
+                shared_.P.Almanac_Data_Format = name;
             } else if (number == 600) {
-                P.Date_Data_Format = name;
+                shared_.P.Date_Data_Format = name;
             } else if (number == 650) {
                 // Not recorded: hosts have always seen a blank flightbook format
                 // from a capability array, and there is only one flightbook
                 // layout to decode, so nothing depends on it.
             } else if (number == 700) {
-                P.Posn_Data_Format = name;
+                shared_.P.Posn_Data_Format = name;
             } else if (number >= 800 && number <= 802) {
-                P.Pvt_Data_Format = name;
+                shared_.P.Pvt_Data_Format = name;
             } else if (number == 906) {
-                P.Laps_Data_Format = name;
+                shared_.P.Laps_Data_Format = name;
             }
         }
         // "P" (the product entry) and unknown tags say nothing we use.
     }
-    if (P.Link_Protocol == "L002") Apply_L002(true);
+    if (shared_.P.Link_Protocol == "L002") Apply_L002(true);
 }
 
 bool Engine::Supports(Transfer_Kind kind, Asker asker) {
@@ -286,35 +271,35 @@ bool Engine::Supports(Transfer_Kind kind, Asker asker) {
     const char* message = nullptr;
     switch (kind) {
         case Transfer_Kind::Waypoints:
-            protocol = &P.WayPoint_Transfer_Protocol;
+            protocol = &shared_.P.WayPoint_Transfer_Protocol;
             message = "GPS model/version does not support Waypoints";
             break;
         case Transfer_Kind::Prox_Waypoints:
-            protocol = &P.Prox_Wpt_Transfer_Protocol;
+            protocol = &shared_.P.Prox_Wpt_Transfer_Protocol;
             message = "GPS model/version does not support Proximity Waypoints";
             break;
         case Transfer_Kind::Routes:
-            protocol = &P.Route_Transfer_Protocol;
+            protocol = &shared_.P.Route_Transfer_Protocol;
             message = "GPS model/version does not support Routes";
             break;
         case Transfer_Kind::Tracks:
-            protocol = &P.Track_Transfer_Protocol;
+            protocol = &shared_.P.Track_Transfer_Protocol;
             message = "GPS model/version does not support Tracks";
             break;
         case Transfer_Kind::Flightbook:
-            protocol = &P.Flightbook_Transfer_Protocol;
+            protocol = &shared_.P.Flightbook_Transfer_Protocol;
             message = "GPS model/version does not support Flightbook Data";
             break;
         case Transfer_Kind::Laps:
-            protocol = &P.Laps_Transfer_Protocol;
+            protocol = &shared_.P.Laps_Transfer_Protocol;
             message = "GPS model/version does not support Lap Data";
             break;
     }
     if (!protocol || !Trimmed_Empty(*protocol)) return true;
     // A batch of uploads to a unit that lacks the transfer reports once.
     if (asker == Asker::Send) {
-        if (Error_Latch) return false;
-        Error_Latch = true;
+        if (shared_.Error_Latch) return false;
+        shared_.Error_Latch = true;
     }
     host_.Raise_Error(0, host_.xLate(message), Bytes{0});
     return false;

@@ -6,8 +6,8 @@
 #include <cmath>
 
 #include "link/framing.h"
+#include "link/little_endian.h"
 #include "protocol/engine.h"
-#include "records/fields.h"
 
 namespace trekcom::protocol {
 
@@ -27,7 +27,7 @@ constexpr std::int32_t kAck_Wait = 2;
 // A serial unit streams a PVT record every second: two seconds without one
 // means it has left PVT mode. Over USB the watchdog is the poll itself.
 constexpr std::int32_t kSerial_Watchdog_ms = 2000;
-constexpr std::int32_t kUSB_Poll_ms = 1000;
+constexpr std::int32_t kPoll_ms = 1000;
 constexpr std::int32_t kAsync_Poll_ms = 1;
 
 const double kPi = 4 * std::atan(1.0);
@@ -40,29 +40,29 @@ T& Held(std::shared_ptr<T>& record) {
     return *record;
 }
 
-// A received packet as the decoders read it: fields at data offsets, taken
-// only from the data bytes that the size byte declares and the packet holds.
-// The shared readers refuse a field that ends on the last element they are
-// given, so they get the header, that data and one element more: every field
-// inside the data reads, none that reaches past it does.
+// A received packet's data as the decoders read it: fields at data offsets,
+// taken only from the data bytes that the size byte declares and the packet
+// holds. A field that does not fit reads as 0.
 class Data_Reader {
 public:
-    explicit Data_Reader(const Bytes& packet)
-        : view_(records::Const_Buffer(packet).first(
-              std::min(packet.size(), packet.size() > 2 ? std::size_t{3} + packet[2] + 1 : std::size_t{0}))) {}
-
-    std::uint8_t Byte(int offset) const {
-        const std::size_t index = At(offset);
-        return index + 1 < view_.size() ? view_[index] : 0;
+    explicit Data_Reader(const Bytes& packet) {
+        if (packet.size() <= 3) return;
+        data_ = link::Data_View(packet).subspan(3);
+        data_ = data_.first(std::min<std::size_t>(data_.size(), packet[2]));
     }
-    std::int16_t Int(int offset) const { return records::Pkt2Int(view_, At(offset)); }
-    std::int32_t Long(int offset) const { return records::Pkt2Long(view_, At(offset)); }
-    float Single(int offset) const { return records::Pkt2Single(view_, At(offset)); }
-    double Double(int offset) const { return records::Pkt2Double(view_, At(offset)); }
+
+    std::uint8_t Byte(int offset) const { return Get<std::uint8_t>(offset); }
+    std::int16_t Int(int offset) const { return Get<std::int16_t>(offset); }
+    std::int32_t Long(int offset) const { return Get<std::int32_t>(offset); }
+    float Single(int offset) const { return Get<float>(offset); }
+    double Double(int offset) const { return Get<double>(offset); }
 
 private:
-    static std::int16_t At(int offset) { return static_cast<std::int16_t>(3 + offset); }
-    records::Const_Buffer view_;
+    template <typename T>
+    T Get(int offset) const {
+        return offset < 0 ? T{} : link::Get_LE<T>(data_, static_cast<std::size_t>(offset));
+    }
+    link::Data_View data_{};
 };
 
 }  // namespace
@@ -75,14 +75,14 @@ Realtime::Realtime(Engine& engine, link::Link& link, link::Link_Host& host, Plat
       platform_(platform),
       pvt_timer_(tmrPVTData),
       async_timer_(tmrAsync),
-      async_off_(link::Make_Packet(kAsync_Off_Id, {0, 0})) {
+      async_off_{kAsync_Off_Id, {0, 0}, std::nullopt} {
     pvt_timer_.Tick = [this] { Pvt_Tick(); };
     async_timer_.Tick = [this] { Async_Tick(); };
-    engine_.Live = this;
+    engine_.live_ = this;
 }
 
 Realtime::~Realtime() {
-    engine_.Live = nullptr;
+    engine_.live_ = nullptr;
     pvt_timer_.Enabled(false);
     async_timer_.Enabled(false);
     pvt_timer_.Tick = nullptr;
@@ -92,8 +92,8 @@ Realtime::~Realtime() {
 const link::Packet_Ids& Realtime::Ids() const { return engine_.ids_; }
 
 void Realtime::Clear_Flags() {
-    link_.RawSuppressed = false;
-    engine_.Error_Latch = false;
+    link_.Shared().RawSuppressed = false;
+    engine_.Shared().Error_Latch = false;
 }
 
 // ---------------------------------------------------------------- requests
@@ -118,16 +118,16 @@ void Realtime::Request_Voltages() {
 void Realtime::Send_Position_Data() {
     // The unit takes the position in radians; the host holds degrees.
     const cPosition& where = Held(Position);
-    Bytes packet = link::Make_Packet(Ids().PID_Position_Data, Bytes(16, 0));
-    records::Put_Double(packet, 3, where.Lat * kDeg_To_Rad);
-    records::Put_Double(packet, 11, where.Lon * kDeg_To_Rad);
+    link::Packet packet{Ids().PID_Position_Data, Bytes(16, 0), std::nullopt};
+    link::Put_LE<double>(packet.data, 0, where.Lat * kDeg_To_Rad);
+    link::Put_LE<double>(packet.data, 8, where.Lon * kDeg_To_Rad);
     engine_.Exchange(packet, Ids().PID_Ack_Byte, kAck_Wait);
 }
 
 void Realtime::Power_Off() {
     // A unit that is off streams nothing: re-commanding it every two seconds
     // would only fill the trace, so PVT mode ends here too.
-    engine_.Error_Latch = false;
+    engine_.Shared().Error_Latch = false;
     pvt_timer_.Enabled(false);
     engine_.Exchange(engine_.Packets().Turn_Off_Pwr, 0, 0);
 }
@@ -141,9 +141,9 @@ void Realtime::Pvt_Data_Start() {
     engine_.Exchange(async_off_, Ids().PID_Ack_Byte, kAsync_Off_Wait);
     // The records themselves answer this command: nothing is awaited.
     engine_.Exchange(engine_.Packets().Start_Pvt_Data, 0, 0);
-    if (USB()) {
-        Poll_USB();
-        pvt_timer_.Interval(kUSB_Poll_ms);
+    if (link_.Needs_Polling()) {
+        Poll();
+        pvt_timer_.Interval(kPoll_ms);
     } else {
         pvt_timer_.Interval(kSerial_Watchdog_ms);
     }
@@ -157,8 +157,8 @@ void Realtime::Pvt_Data_Stop() {
 }
 
 void Realtime::Pvt_Tick() {
-    if (USB()) {
-        Poll_USB();
+    if (link_.Needs_Polling()) {
+        Poll();
         return;
     }
     // A whole period without a PVT record: the unit has left PVT mode (it was
@@ -182,14 +182,14 @@ void Realtime::Async_Stop() {
 }
 
 void Realtime::Async_Tick() {
-    // Serial data arrives through the port's receive event on its own.
-    if (USB()) Poll_USB();
+    // A transport that is not polled delivers on its own.
+    if (link_.Needs_Polling()) Poll();
 }
 
-void Realtime::Poll_USB() {
+void Realtime::Poll() {
     // One read of what the unit has ready; the transport delivers it to the
     // dispatcher. Never a wait: this runs every millisecond.
-    host_.USB_Poll();
+    link_.Poll();
     platform_.DoEvents();
 }
 

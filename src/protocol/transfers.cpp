@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "link/framing.h"
+#include "link/little_endian.h"
 #include "protocol/engine.h"
 #include "records/fields.h"
 
@@ -45,7 +46,9 @@ std::uint32_t Announced_Total(std::uint16_t announced, std::uint32_t received) {
 
 // The completion packet names the transfer it closes, as the unit's own
 // completion packet does, in the command codes in force.
-void Name_Transfer(Bytes& completion, std::uint8_t command) { records::Put_Int(completion, 3, command); }
+void Name_Transfer(link::Packet& completion, std::uint8_t command) {
+    link::Put_LE<std::int16_t>(completion.data, 0, command);
+}
 
 }  // namespace
 
@@ -63,9 +66,9 @@ std::shared_ptr<Collection<cFlightbook_Record>>& Engine::Flightbook_Records() { 
 
 void Engine::Build_Packets() {
     // Command ids travel as 16-bit words: the code, then 0.
-    const auto command = [this](std::uint8_t code) { return link::Make_Packet(ids_.PID_Command_Data, {code, 0}); };
-    packets_.Records = link::Make_Packet(ids_.PID_Records, {0, 0});
-    packets_.Xfer_Cmplt = link::Make_Packet(ids_.PID_Xfer_Cmplt, {0, 0});
+    const auto command = [this](std::uint8_t code) { return link::Packet{ids_.PID_Command_Data, {code, 0}, std::nullopt}; };
+    packets_.Records = {ids_.PID_Records, {0, 0}, std::nullopt};
+    packets_.Xfer_Cmplt = {ids_.PID_Xfer_Cmplt, {0, 0}, std::nullopt};
     packets_.Transfer_Wpt = command(ids_.CMND_Transfer_Wpt);
     packets_.Transfer_Prx = command(ids_.CMND_Transfer_Prx);
     packets_.Transfer_Rte = command(ids_.CMND_Transfer_Rte);
@@ -82,7 +85,7 @@ void Engine::Build_Packets() {
     packets_.Voltages_Request = command(kCmnd_Voltages);
 }
 
-bool Engine::Exchange(const Bytes& packet, std::uint8_t response, std::int32_t wait_time) {
+bool Engine::Exchange(const link::Packet& packet, std::uint8_t response, std::int32_t wait_time) {
     if (link_.Send_Packet(packet, response, wait_time)) return true;
     link_.No_Response();
     return false;
@@ -91,15 +94,15 @@ bool Engine::Exchange(const Bytes& packet, std::uint8_t response, std::int32_t w
 // ---------------------------------------------------------------- downloads
 
 void Engine::Begin_Request() {
-    link_.RawSuppressed = false;
-    Error_Latch = false;
+    link_.Shared().RawSuppressed = false;
+    shared_.Error_Latch = false;
     // A new request ends what the unit was sending: the host chose to stop it.
     tally_ = {};
     // Every download identifies the unit again: it may have been swapped.
     Request_Product_Data();
 }
 
-void Engine::Download(Transfer_Kind kind, Bytes Prebuilt::*command) {
+void Engine::Download(Transfer_Kind kind, link::Packet Prebuilt::*command) {
     Begin_Request();
     if (!Supports(kind, Asker::Request)) return;
     switch (kind) {
@@ -124,37 +127,37 @@ void Engine::Request_Flightbook() { Download(Transfer_Kind::Flightbook, &Prebuil
 
 void Engine::Request_Counts() {
     Begin_Request();
-    *Counts = cRecord_Counts{};
+    *shared_.Counts = cRecord_Counts{};
     // The unit announces each count and is then stopped before its first
     // record: no Receive events, no ACK of the records packet, and the
     // completion packets that follow raise no download event.
-    link_.RawSuppressed = true;
+    link_.Shared().RawSuppressed = true;
 
     struct Kind {
         const std::string& protocol;
-        Bytes Prebuilt::*command;
+        link::Packet Prebuilt::*command;
         std::uint8_t code;
         std::int16_t cRecord_Counts::*count;
     };
     const Kind kinds[] = {
-        {P.WayPoint_Transfer_Protocol, &Prebuilt::Transfer_Wpt, ids_.CMND_Transfer_Wpt, &cRecord_Counts::Waypoint_Records},
-        {P.Route_Transfer_Protocol, &Prebuilt::Transfer_Rte, ids_.CMND_Transfer_Rte, &cRecord_Counts::Route_Records},
-        {P.Prox_Wpt_Transfer_Protocol, &Prebuilt::Transfer_Prx, ids_.CMND_Transfer_Prx,
+        {shared_.P.WayPoint_Transfer_Protocol, &Prebuilt::Transfer_Wpt, ids_.CMND_Transfer_Wpt, &cRecord_Counts::Waypoint_Records},
+        {shared_.P.Route_Transfer_Protocol, &Prebuilt::Transfer_Rte, ids_.CMND_Transfer_Rte, &cRecord_Counts::Route_Records},
+        {shared_.P.Prox_Wpt_Transfer_Protocol, &Prebuilt::Transfer_Prx, ids_.CMND_Transfer_Prx,
          &cRecord_Counts::Prox_Waypoint_records},
-        {P.Track_Transfer_Protocol, &Prebuilt::Transfer_Trk, ids_.CMND_Transfer_Trk, &cRecord_Counts::Track_Records},
+        {shared_.P.Track_Transfer_Protocol, &Prebuilt::Transfer_Trk, ids_.CMND_Transfer_Trk, &cRecord_Counts::Track_Records},
     };
     for (const Kind& kind : kinds) {
-        Incoming_Records_Count = -1;
+        shared_.Incoming_Records_Count = -1;
         if (!Blank(kind.protocol)) {
             Exchange(packets_.*kind.command, ids_.PID_Records, kCount_Wait);
             Name_Transfer(packets_.Xfer_Cmplt, kind.code);
             Exchange(packets_.Xfer_Cmplt, ids_.PID_Ack_Byte, kCount_Wait);
         }
-        (*Counts).*kind.count = Incoming_Records_Count;  // -1: not supported, or no count came
+        (*shared_.Counts).*kind.count = shared_.Incoming_Records_Count;  // -1: not supported, or no count came
     }
-    Incoming_Records_Count = 0;
+    shared_.Incoming_Records_Count = 0;
     // RawSuppressed stays set until the next request clears it.
-    const cRecord_Counts c = *Counts;
+    const cRecord_Counts c = *shared_.Counts;
     host_.Raise_ReceiveCounts(c.Waypoint_Records, c.Prox_Waypoint_records, c.Route_Records, c.Track_Records);
 }
 
@@ -162,7 +165,7 @@ void Engine::Request_Counts() {
 
 void Engine::Open_Tally(const Bytes& records_packet) {
     // While counting, the records packets only tell the counts.
-    if (link_.RawSuppressed) return;
+    if (link_.Shared().RawSuppressed) return;
     tally_ = {true, static_cast<std::uint16_t>(records::Pkt2Int(records_packet, 3)), 0, records_packet};
 }
 
@@ -181,21 +184,20 @@ void Engine::Close_Tally() {
 // ---------------------------------------------------------------- uploads
 
 void Engine::Start_of_Records(std::int16_t& ocount) {
-    Error_Latch = false;
-    records::Put_Int(packets_.Records, 3, ocount);
+    shared_.Error_Latch = false;
+    link::Put_LE<std::int16_t>(packets_.Records.data, 0, ocount);
     Exchange(packets_.Records, ids_.PID_Ack_Byte, kUpload_Wait);
 }
 
 void Engine::End_of_Records() {
-    Error_Latch = false;
+    shared_.Error_Latch = false;
     // The last packet sent is the upload's last record (the unit only ACKs
     // while we upload), and its id tells which transfer this closes.
-    const Bytes& last = link_.LastPacket;
-    Name_Transfer(packets_.Xfer_Cmplt, last.size() > 1 ? Command_Of_Record(last[1]) : ids_.CMND_Reset_Transfer);
+    Name_Transfer(packets_.Xfer_Cmplt, Command_Of_Record(link_.Last_Sent().id));
     Exchange(packets_.Xfer_Cmplt, ids_.PID_Ack_Byte, kUpload_Wait);
 }
 
-std::uint8_t Engine::Command_Of_Record(std::uint8_t pid) const {
+std::uint8_t Engine::Command_Of_Record(std::uint16_t pid) const {
     if (pid == ids_.PID_Wpt_Data) return ids_.CMND_Transfer_Wpt;
     if (pid == ids_.PID_Prx_Wpt_Data) return ids_.CMND_Transfer_Prx;
     if (pid == ids_.PID_Rte_Hdr || pid == ids_.PID_Rte_Wpt_Data || pid == ids_.PID_Rte_Link)

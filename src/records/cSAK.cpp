@@ -5,8 +5,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "control/translate.h"
-#include "records/codepage.h"
+#include "platform/translate.h"
+#include "codepage.h"
 #include "records/fields.h"
 
 namespace trekcom {

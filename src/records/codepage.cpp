@@ -1,4 +1,4 @@
-#include "records/codepage.h"
+#include "codepage.h"
 
 #include <array>
 #include <cstdint>

@@ -4,21 +4,11 @@
 #include <bit>
 #include <cmath>
 
-#include "records/codepage.h"
+#include "codepage.h"
+#include "link/little_endian.h"
 
 namespace trekcom::records {
 namespace {
-
-template <typename T>
-struct Raw;
-template <>
-struct Raw<std::int16_t> { using type = std::uint16_t; };
-template <>
-struct Raw<std::int32_t> { using type = std::uint32_t; };
-template <>
-struct Raw<float> { using type = std::uint32_t; };
-template <>
-struct Raw<double> { using type = std::uint64_t; };
 
 // True when [index, index + width) lies inside a buffer of this size.
 bool Fits(std::size_t size, std::int64_t index, std::int64_t width) {
@@ -26,37 +16,27 @@ bool Fits(std::size_t size, std::int64_t index, std::int64_t width) {
            static_cast<std::uint64_t>(width) <= size - static_cast<std::uint64_t>(index);
 }
 
+// The byte work is the link's; what is added here is the signed index
+// that the control's readers and writers take.
 template <typename T>
 bool Write_LE(Buffer buffer, std::int64_t index, T value) {
-    using U = typename Raw<T>::type;
-    if (!Fits(buffer.size(), index, sizeof(U))) return false;
-    // Assembled byte by byte, so the layout is little-endian on any host.
-    U raw = std::bit_cast<U>(value);
-    for (std::size_t k = 0; k < sizeof(U); ++k) {
-        buffer[static_cast<std::size_t>(index) + k] = static_cast<std::uint8_t>(raw & 0xFF);
-        raw = static_cast<U>(raw >> 8);
-    }
-    return true;
+    return Fits(buffer.size(), index, sizeof(T)) && link::Put_LE<T>(buffer, static_cast<std::size_t>(index), value);
 }
 
 }  // namespace
 
 template <typename T>
 T Read_LE(Const_Buffer buffer, std::int64_t index, std::int64_t limit) {
-    using U = typename Raw<T>::type;
     // index <= upper bound - limit, with upper bound = size - 1; written
     // without subtraction so an empty buffer cannot wrap around.
     if (index < 0 || static_cast<std::uint64_t>(index) + static_cast<std::uint64_t>(limit) + 1 > buffer.size())
         return T{};
-    // The limits all demand at least the field's own width, so the copy is
-    // inside; checked again rather than trusted.
-    if (!Fits(buffer.size(), index, sizeof(U))) return T{};
-    U raw = 0;
-    for (std::size_t k = sizeof(U); k-- > 0;)
-        raw = static_cast<U>((raw << 8) | buffer[static_cast<std::size_t>(index) + k]);
-    return std::bit_cast<T>(raw);
+    // The limits all demand at least the field's own width; the link's
+    // reader checks the copy against the buffer again.
+    return link::Get_LE<T>(buffer, static_cast<std::size_t>(index));
 }
 
+template std::uint8_t Read_LE<std::uint8_t>(Const_Buffer, std::int64_t, std::int64_t);
 template std::int16_t Read_LE<std::int16_t>(Const_Buffer, std::int64_t, std::int64_t);
 template std::int32_t Read_LE<std::int32_t>(Const_Buffer, std::int64_t, std::int64_t);
 template float Read_LE<float>(Const_Buffer, std::int64_t, std::int64_t);
@@ -66,6 +46,20 @@ std::int16_t Pkt2Int(Const_Buffer buffer, std::int16_t index) { return Read_LE<s
 std::int32_t Pkt2Long(Const_Buffer buffer, std::int16_t index) { return Read_LE<std::int32_t>(buffer, index, 4); }
 float Pkt2Single(Const_Buffer buffer, std::int16_t index) { return Read_LE<float>(buffer, index, 4); }
 double Pkt2Double(Const_Buffer buffer, std::int16_t index) { return Read_LE<double>(buffer, index, 8); }
+
+namespace {
+// A field that must fit whole: the limit is its own width less one.
+template <typename T>
+T Data_Field(Const_Buffer data, std::int64_t offset) {
+    return Read_LE<T>(data, offset, static_cast<std::int64_t>(sizeof(T)) - 1);
+}
+}  // namespace
+
+std::uint8_t Data_Byte(Const_Buffer data, std::int64_t offset) { return Data_Field<std::uint8_t>(data, offset); }
+std::int16_t Data_Int(Const_Buffer data, std::int64_t offset) { return Data_Field<std::int16_t>(data, offset); }
+std::int32_t Data_Long(Const_Buffer data, std::int64_t offset) { return Data_Field<std::int32_t>(data, offset); }
+float Data_Single(Const_Buffer data, std::int64_t offset) { return Data_Field<float>(data, offset); }
+double Data_Double(Const_Buffer data, std::int64_t offset) { return Data_Field<double>(data, offset); }
 
 std::string Wire_Text(Const_Buffer buffer, std::int64_t start, std::int64_t length, std::int64_t keep_nuls) {
     if (length <= 0) return {};

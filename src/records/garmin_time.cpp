@@ -1,4 +1,4 @@
-#include "records/garmin_time.h"
+#include "garmin_time.h"
 
 #include <chrono>
 #include <limits>

@@ -1,5 +1,6 @@
-// The numeric readers' uneven limits are relied on by every codec and by
-// hosts using cSAK; one table pins all eight, plus the writers and semicircles.
+// The numeric readers' uneven limits are relied on by the control and by
+// hosts using cSAK; one table pins all eight, the codecs' five exact ones
+// beside them, plus the writers and semicircles.
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -35,6 +36,12 @@ std::vector<Reader> All_Readers() {
         {"Byte2Long", [=](const Bytes& b, std::int64_t i) { return double(sak->Byte2Long(b, i32(i))); }, 3, true},
         {"Byte2Single", [=](const Bytes& b, std::int64_t i) { return double(sak->Byte2Single(b, i32(i))); }, 4, true},
         {"Byte2Double", [=](const Bytes& b, std::int64_t i) { return sak->Byte2Double(b, i32(i)); }, 8, true},
+        // The codecs' readers on data alone: a field is read exactly when it fits.
+        {"Data_Byte", [](const Bytes& b, std::int64_t i) { return double(Data_Byte(b, i)); }, 0, true},
+        {"Data_Int", [](const Bytes& b, std::int64_t i) { return double(Data_Int(b, i)); }, 1, true},
+        {"Data_Long", [](const Bytes& b, std::int64_t i) { return double(Data_Long(b, i)); }, 3, true},
+        {"Data_Single", [](const Bytes& b, std::int64_t i) { return double(Data_Single(b, i)); }, 3, true},
+        {"Data_Double", [](const Bytes& b, std::int64_t i) { return Data_Double(b, i); }, 7, true},
     };
 }
 

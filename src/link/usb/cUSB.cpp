@@ -10,12 +10,17 @@
 
 #include <algorithm>
 
+#include "link/framing.h"
+#include "link/little_endian.h"
+#include "platform/translate.h"
+
 namespace trekcom {
+
+// The public constant and the framing's are one fact.
+static_assert(cUSB::kExpanded_Id == link::kExpanded_Id);
 
 namespace {
 
-constexpr std::uint8_t kDLE = 16;
-constexpr std::uint8_t kETX = 3;
 constexpr std::uint16_t kRecords = 27;        // a record transfer's first packet
 constexpr std::uint16_t kXfer_Complete = 12;  // and its last
 constexpr double kWrite_Pause_ms = 50;
@@ -34,11 +39,8 @@ constexpr std::size_t kMax_Blocks = 200000;
 // Zero-length packets read past in one read of the interrupt pipe.
 constexpr int kMax_Zero_Lengths = 64;
 
-std::uint32_t Le32(const std::uint8_t* p) {
-    return static_cast<std::uint32_t>(p[0]) | (static_cast<std::uint32_t>(p[1]) << 8) |
-           (static_cast<std::uint32_t>(p[2]) << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
-}
-std::uint16_t Le16(const std::uint8_t* p) { return static_cast<std::uint16_t>(p[0] | (p[1] << 8)); }
+std::uint32_t Le32(const Bytes& bytes, std::size_t at = 0) { return link::Get_LE<std::uint32_t>(bytes, at); }
+std::uint16_t Le16(const Bytes& bytes, std::size_t at) { return link::Get_LE<std::uint16_t>(bytes, at); }
 
 // The header fields of a block that starts a packet.
 struct Header {
@@ -48,7 +50,7 @@ struct Header {
 };
 bool Read_Header(const Bytes& block, Header& h) {
     if (block.size() < cUSB::kHeader_Size) return false;
-    h = {block[0], Le16(&block[4]), Le32(&block[8])};
+    h = {block[0], Le16(block, 4), Le32(block, 8)};
     return true;
 }
 
@@ -91,7 +93,11 @@ void cIOCTL::CloseHandles() { reader_.reset(); }
 
 // -------------------------------------------------------------------- cUSB
 
-cUSB::cUSB(std::shared_ptr<Platform> platform) : platform_(std::move(platform)), sak_(platform_) {}
+cUSB::cUSB(std::shared_ptr<Platform> platform) : platform_(std::move(platform)) {}
+
+std::string cUSB::xLate(const std::string& phrase) const {
+    return detail::Translate(*platform_, language_, phrase);
+}
 
 cUSB::~cUSB() { Close(); }
 
@@ -223,9 +229,9 @@ bool cUSB::Start_Session() {
     UsbDriver& driver = Driver();
     Bytes answer;
     if (driver.Io_Control(UsbDriver::kIoctl_Api_Version, answer) == Usb_Status::ok && answer.size() >= 4)
-        driver_version_ = Le32(answer.data());
+        driver_version_ = Le32(answer);
     if (driver.Io_Control(UsbDriver::kIoctl_Packet_Size, answer) == Usb_Status::ok && answer.size() >= 4)
-        max_packet_size_ = Le32(answer.data());
+        max_packet_size_ = Le32(answer);
 
     // Two protocol-layer exchanges, each a bare request and its answer.
     auto exchange = [&](std::uint16_t request, std::uint16_t expected) {
@@ -246,52 +252,43 @@ bool cUSB::Start_Session() {
 
 Bytes cUSB::Usb_Form(const Bytes& packet) {
     if (packet.size() < 2) return {};
-    Bytes usb(kHeader_Size, 0);
-    if (packet[0] != kDLE) {
+    if (packet[0] != link::DLE) {
         // A bare protocol-layer request: its id alone.
+        Bytes usb(kHeader_Size, 0);
         usb[4] = packet[1];
         return usb;
     }
-    std::uint32_t id = packet[1];
+    // A host's frame is taken as loosely as it comes: with or without its
+    // trailer, and never for more data than it holds.
+    std::uint16_t id = packet[1];
     std::size_t claimed = packet.size() > 2 ? packet[2] : 0;
     std::size_t first = 3;
-    if (packet[1] == kExpanded_Id && packet.size() >= 9) {
-        claimed = Le32(&packet[3]);
-        id = Le16(&packet[7]);
-        first = 9;
+    if (packet[1] == link::kExpanded_Id && packet.size() >= 3 + link::kExpanded_Head) {
+        claimed = Le32(packet, 3);
+        id = Le16(packet, 7);
+        first = 3 + link::kExpanded_Head;
     }
-    // Never more data than the packet holds.
     const std::size_t available = packet.size() > first ? packet.size() - first : 0;
     const std::size_t size = std::min(claimed, available);
+    return Usb_Form(id, packet.data() + std::min(first, packet.size()), static_cast<std::uint32_t>(size));
+}
+
+Bytes cUSB::Usb_Form(std::uint16_t id, const std::uint8_t* data, std::uint32_t size) {
+    Bytes usb(kHeader_Size, 0);
     usb[0] = kApplication_Layer;
-    usb[4] = static_cast<std::uint8_t>(id);
-    usb[5] = static_cast<std::uint8_t>(id >> 8);
-    for (int i = 0; i < 4; ++i) usb[8 + i] = static_cast<std::uint8_t>(size >> (8 * i));
-    usb.insert(usb.end(), packet.begin() + static_cast<std::ptrdiff_t>(first),
-               packet.begin() + static_cast<std::ptrdiff_t>(first + size));
+    link::Put_LE<std::uint16_t>(usb, 4, id);
+    link::Put_LE<std::uint32_t>(usb, 8, size);
+    if (size) usb.insert(usb.end(), data, data + size);
     return usb;
 }
 
 Bytes cUSB::Serial_Form(std::uint16_t id, const std::uint8_t* data, std::uint32_t size) {
-    Bytes out;
-    if (id < 256 && size < 256) {
-        out.reserve(size + 6);
-        out = {kDLE, static_cast<std::uint8_t>(id), static_cast<std::uint8_t>(size)};
-    } else {
-        out.reserve(size + 12);
-        out = {kDLE, kExpanded_Id, static_cast<std::uint8_t>(size + 6 < 256 ? size + 6 : 255)};
-        for (int i = 0; i < 4; ++i) out.push_back(static_cast<std::uint8_t>(size >> (8 * i)));
-        out.push_back(static_cast<std::uint8_t>(id));
-        out.push_back(static_cast<std::uint8_t>(id >> 8));
-    }
-    if (size) out.insert(out.end(), data, data + size);
-    // USB carries no checksum: its place stays 0 and nobody tests it.
-    out.insert(out.end(), {0, kDLE, kETX});
-    return out;
+    return link::Frame_Of(link::Packet{id, Bytes(data, data + size), std::nullopt}, link::Checksum::zero);
 }
 
-bool cUSB::Write_Packet(const Bytes& packet, int wait_mode) {
-    Bytes usb = Usb_Form(packet);
+bool cUSB::Write_Packet(const Bytes& packet, int wait_mode) { return Write_Usb_Packet(Usb_Form(packet), wait_mode); }
+
+bool cUSB::Write_Usb_Packet(Bytes usb, int wait_mode) {
     // Nothing is traced as sent that could not be written.
     if (usb.empty() || !Is_Open()) return false;
     if (sink_) sink_->USBSent(usb);
@@ -440,7 +437,7 @@ void cUSB::Deliver(const std::vector<Bytes>& blocks, std::uint16_t expected, std
         }
         usb.resize(whole);
         Bytes packet = Serial_Form(h.id, usb.data() + kHeader_Size, h.size);
-        if (h.id == expected || (expected == kExpanded_Id && packet[1] == kExpanded_Id)) came = true;
+        if (h.id == expected || (expected == link::kExpanded_Id && packet[1] == link::kExpanded_Id)) came = true;
         if (h.id == second) second_came_ = true;
         Raise_Received(packet, usb);
         platform_->DoEvents();

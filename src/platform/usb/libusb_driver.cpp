@@ -15,7 +15,7 @@
 #include <cstdio>
 #include <string>
 
-#include "platform/usb/system_usb_driver.h"
+#include "system_usb_driver.h"
 
 namespace trekcom::platform {
 namespace {

@@ -1,5 +1,5 @@
 // Systems without a USB driver: the library builds, and Port 0 fails cleanly.
-#include "platform/usb/system_usb_driver.h"
+#include "system_usb_driver.h"
 
 namespace trekcom::platform {
 

@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/usb/system_usb_driver.h"
+#include "system_usb_driver.h"
 
 namespace trekcom::platform {
 namespace {

@@ -2,9 +2,10 @@
 // D550, D551.
 #include <array>
 #include <optional>
+#include <utility>
 
 #include "records/codecs/codecs.h"
-#include "records/codecs/packet_io.h"
+#include "packet_io.h"
 
 namespace trekcom::records {
 using namespace codec;
@@ -51,37 +52,36 @@ constexpr int kHealth = 42;
 
 }  // namespace
 
-void Decode_Almanac(const Bytes& packet, std::string_view format, cAlmanac& almanac) {
+void Decode_Almanac(link::Data_View data, std::string_view format, cAlmanac& almanac) {
     const auto layout = Layout_Of(format);
     if (!layout) return;
     const int base = layout->base;
     if (layout->has_svid) {
         // The id is read as a one-character decimal text: only the digits
         // '0'..'9' give a value; any other byte leaves svid as it was.
-        const std::string digit = Fixed_Text(packet, 0, 1);
+        const std::string digit = Fixed_Text(data, 0, 1);
         if (digit.size() == 1 && digit[0] >= '0' && digit[0] <= '9')
             almanac.svid = static_cast<std::uint8_t>(digit[0] - '0');
     }
-    almanac.wn = Pkt2Int(packet, At(base));
-    for (const auto& [field, offset] : kSingles) almanac.*field = Pkt2Single(packet, At(base + offset));
-    almanac.af0 = Pkt2Single(packet, At(base + kAf0 - layout->af0_read_shift));
+    almanac.wn = Data_Int(data, base);
+    for (const auto& [field, offset] : kSingles) almanac.*field = Data_Single(data, base + offset);
+    almanac.af0 = Data_Single(data, base + kAf0 - layout->af0_read_shift);
     // A health field shorter than a Single (a one-byte health, as receivers
-    // send it) ends too near the packet's end for the reader and gives 0.
-    if (layout->has_health) almanac.hlth = Pkt2Single(packet, At(base + kHealth));
+    // send it) does not fit the reader and gives 0.
+    if (layout->has_health) almanac.hlth = Data_Single(data, base + kHealth);
 }
 
-Bytes Encode_Almanac(const cAlmanac& almanac, std::string_view format, std::uint8_t packet_id) {
+std::optional<link::Packet> Encode_Almanac(const cAlmanac& almanac, std::string_view format, std::uint16_t packet_id) {
     const auto layout = Layout_Of(format);
-    if (!layout) return {};
+    if (!layout) return std::nullopt;
     const int base = layout->base;
-    Bytes p = New_Packet(packet_id, layout->size);
-    if (layout->has_svid) Put_Byte(p, At(0), almanac.svid);
-    Put_Int(p, At(base), almanac.wn);
-    for (const auto& [field, offset] : kSingles) Put_Single(p, At(base + offset), almanac.*field);
-    Put_Single(p, At(base + kAf0), almanac.af0);
-    if (layout->has_health) Put_Single(p, At(base + kHealth), almanac.hlth);
-    Seal(p);
-    return p;
+    Bytes p = New_Data(layout->size);
+    if (layout->has_svid) Put_Byte(p, 0, almanac.svid);
+    Put_Int(p, base, almanac.wn);
+    for (const auto& [field, offset] : kSingles) Put_Single(p, base + offset, almanac.*field);
+    Put_Single(p, base + kAf0, almanac.af0);
+    if (layout->has_health) Put_Single(p, base + kHealth, almanac.hlth);
+    return link::Packet{packet_id, std::move(p), std::nullopt};
 }
 
 }  // namespace trekcom::records

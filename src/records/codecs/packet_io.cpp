@@ -1,50 +1,29 @@
-#include "records/codecs/packet_io.h"
+#include "packet_io.h"
 
 #include <algorithm>
 #include <cmath>
 #include <string>
 
-#include "link/framing.h"
-#include "records/codepage.h"
+#include "../codepage.h"
 
 namespace trekcom::records::codec {
-namespace {
 
-// The declared data bytes the packet really holds: a size byte that claims
-// more than arrived must not make text run into the checksum and trailer.
-std::size_t Data_Present(const Bytes& packet) {
-    const std::size_t room = packet.size() >= link::kFrameOverhead ? packet.size() - link::kFrameOverhead : 0;
-    return std::min(static_cast<std::size_t>(Data_Size(packet)), room);
+double Position_At(Data_View data, int offset) { return Semi2Deg(Data_Long(data, offset)); }
+
+void Positions_At(Data_View data, int offset, std::initializer_list<double*> degrees) {
+    for (double* d : degrees) {
+        *d = Position_At(data, offset);
+        offset += 4;
+    }
 }
 
-// The packet cut after its data, for the text reader. Numbers are read from
-// the whole packet: their readers' limits are measured against it.
-Const_Buffer Through_Data(const Bytes& packet) {
-    return Const_Buffer(packet).first(std::min(packet.size(), At(0) + Data_Present(packet)));
-}
+std::string Fixed_Text(Data_View data, int offset, int width) { return Trim(Wire_Text(data, offset, width, 0)); }
 
-}  // namespace
+std::string Raw_Text(Data_View data, int offset, int width) { return Wire_Text(data, offset, width, 1); }
 
-int Data_Size(const Bytes& packet) { return packet.size() > 2 ? packet[2] : 0; }
-
-std::uint8_t Byte_At(const Bytes& packet, int offset) {
-    const int index = At(offset);
-    return index >= 0 && static_cast<std::size_t>(index) < packet.size() ? packet[static_cast<std::size_t>(index)] : 0;
-}
-
-double Position_At(const Bytes& packet, int offset) { return Semi2Deg(Pkt2Long(packet, At(offset))); }
-
-std::string Fixed_Text(const Bytes& packet, int offset, int width) {
-    return Trim(Pkt2Str(Through_Data(packet), At(offset), static_cast<std::int16_t>(width), 0));
-}
-
-std::string Raw_Text(const Bytes& packet, int offset, int width) {
-    return Pkt2Str(Through_Data(packet), At(offset), static_cast<std::int16_t>(width), 1);
-}
-
-std::vector<std::string> Texts_From(const Bytes& packet, int offset, std::size_t count) {
-    const int length = static_cast<int>(Data_Present(packet)) - offset;
-    const std::string all = length > 0 ? Raw_Text(packet, offset, length) : std::string();
+std::vector<std::string> Texts_From(Data_View data, int offset, std::size_t count) {
+    const int length = static_cast<int>(data.size()) - offset;
+    const std::string all = length > 0 ? Raw_Text(data, offset, length) : std::string();
     std::string_view rest = all;
     std::vector<std::string> texts(count);
     for (auto& text : texts) {
@@ -67,21 +46,22 @@ std::string Trim_Null(std::string_view text) {
     return trimmed.substr(0, trimmed.find('\0'));
 }
 
-Bytes New_Packet(std::uint8_t packet_id, std::size_t data_size) {
-    if (data_size > 255)
-        throw Overflow_Error("a record of " + std::to_string(data_size) + " data bytes does not fit one packet");
-    Bytes packet(data_size + link::kFrameOverhead, 0);
-    packet[1] = packet_id;
-    packet[2] = static_cast<std::uint8_t>(data_size);
-    return packet;
+Bytes New_Data(std::size_t size) {
+    if (size > 255) throw Overflow_Error("a record of " + std::to_string(size) + " data bytes does not fit one packet");
+    return Bytes(size, 0);
 }
 
-void Seal(Bytes& packet) { link::Seal_Packet(packet); }
+void Put_Position(Bytes& data, int offset, double degrees) { Put_Long(data, offset, Deg2Semi(degrees)); }
 
-void Put_Position(Bytes& packet, int offset, double degrees) { Put_Long(packet, At(offset), Deg2Semi(degrees)); }
+void Put_Positions(Bytes& data, int offset, std::initializer_list<double> degrees) {
+    for (const double d : degrees) {
+        Put_Position(data, offset, d);
+        offset += 4;
+    }
+}
 
-void Put_Upper_Text(Bytes& packet, int offset, int width, std::string_view text) {
-    Put_Str(packet, At(offset), width, Upper_Text(text));
+void Put_Upper_Text(Bytes& data, int offset, int width, std::string_view text) {
+    Put_Str(data, offset, width, Upper_Text(text));
 }
 
 std::string Terminated_Texts(std::initializer_list<std::string_view> texts) {
@@ -93,9 +73,9 @@ std::string Terminated_Texts(std::initializer_list<std::string_view> texts) {
     return wire;
 }
 
-void Put_Wire(Bytes& packet, int offset, std::string_view wire) {
+void Put_Wire(Bytes& data, int offset, std::string_view wire) {
     for (std::size_t k = 0; k < wire.size(); ++k)
-        Put_Byte(packet, At(offset) + static_cast<std::int64_t>(k), static_cast<std::uint8_t>(wire[k]));
+        Put_Byte(data, offset + static_cast<std::int64_t>(k), static_cast<std::uint8_t>(wire[k]));
 }
 
 std::uint8_t Wire_Byte(std::int64_t value) {
@@ -113,8 +93,8 @@ std::int16_t Wire_Integer(float value) {
     return static_cast<std::int16_t>(rounded);
 }
 
-void Put_Default_Subclass(Bytes& packet, int offset) {
-    for (int k = 0; k < 18; ++k) Put_Byte(packet, At(offset + k), k < 6 ? 0x00 : 0xFF);
+void Put_Default_Subclass(Bytes& data, int offset) {
+    for (int k = 0; k < 18; ++k) Put_Byte(data, offset + k, k < 6 ? 0x00 : 0xFF);
 }
 
 }  // namespace trekcom::records::codec

@@ -1,9 +1,8 @@
-#include "control/translate.h"
+#include "platform/translate.h"
 
 #include <system_error>
 #include <utility>
 
-#include "control/control.h"
 #include "platform/profile.h"
 
 namespace trekcom::detail {
@@ -73,7 +72,5 @@ std::string Translate(const Platform& platform, const std::string& language, con
     platform::Write_Profile_String(file, kSection, phrase, phrase);
     return phrase;
 }
-
-std::string Control::xLate(const std::string& phrase) { return sak ? sak->xLate(phrase) : phrase; }
 
 }  // namespace trekcom::detail

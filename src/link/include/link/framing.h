@@ -15,6 +15,10 @@ namespace trekcom::link {
 
 inline constexpr std::uint8_t DLE = 16;
 inline constexpr std::uint8_t ETX = 3;
+// The serial form of a packet whose id or size does not fit a byte: DLE,
+// 123, a size byte, the size in 4 bytes, the id in 2, the data.
+inline constexpr std::uint8_t kExpanded_Id = 123;
+inline constexpr std::size_t kExpanded_Head = 6;
 // An unstuffed packet has data size + 6 elements.
 inline constexpr std::size_t kFrameOverhead = 6;
 
@@ -79,8 +83,16 @@ Bytes Packet_Data(const Bytes& packet);
 // The same, without a copy: a view into the packet.
 Data_View Data_Of(const Bytes& packet);
 
-// The unstuffed frame of an application packet with an id below 256: its size
-// byte is the announced size, its data the whole data (at most 255 bytes).
-Bytes Frame_Of(const Packet& packet);
+// The serial form of an application packet, the form the host's events carry
+// whatever the transport: an unstuffed frame whose size byte is the announced
+// size, or the expanded form when the id or the size does not fit a byte.
+// USB carries no checksum: its frames leave that byte 0.
+enum class Checksum { computed, zero };
+Bytes Frame_Of(const Packet& packet, Checksum checksum = Checksum::computed);
+
+// The application packet of a serial-form frame (normal or expanded); nothing
+// for fewer elements than a frame has. Of an expanded frame only the data its
+// size field claims and the frame holds.
+std::optional<Packet> Packet_Of(const Bytes& frame);
 
 }  // namespace trekcom::link

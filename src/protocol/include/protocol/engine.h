@@ -11,10 +11,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "link/link.h"
+#include "link/packet.h"
 #include "link/packet_ids.h"
 #include "protocol/product_table.h"
 #include "protocol/record_pool.h"
@@ -36,12 +38,6 @@ public:
     virtual void Raise_ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>& list) = 0;
     virtual void Raise_ReceivedRoutes(std::shared_ptr<Collection<cRoute>>& list) = 0;
     virtual void Raise_ReceivedTracks(std::shared_ptr<Collection<cTrack>>& list) = 0;
-    // The USB transport (Port 0).
-    virtual bool USB_Is_Open() = 0;
-    virtual bool USB_Open() = 0;
-    // The session start of an open receiver, and the reset after an error.
-    virtual bool USB_Start_Session() { return false; }
-    virtual bool USB_Reset_Device() { return false; }
 };
 
 // The transfer protocol and record formats of a receiver. Four characters
@@ -73,6 +69,39 @@ struct Protocols {
     std::string Pvt_Data_Format;
 };
 
+// What the control's properties read and set on the engine: what the unit
+// said of itself, the flags of the requests in progress, and the records
+// each upload encodes and each decoder fills or replaces.
+struct State {
+    Protocols P;
+    // Any A900..A905 entry of the capability array; nothing reads it.
+    std::string A900_Protocol;
+    bool Protocol_Array_Received = false;
+    // The count of the last records packet; -1 while Request_Counts waits for one.
+    std::int16_t Incoming_Records_Count = 0;
+    // The rate the receiver answered a baud change with.
+    std::int32_t Baud_Reply = 0;
+    // Set by a refused upload once it has reported, so a batch reports once.
+    bool Error_Latch = false;
+    // Ids of the expanded and icon packets, held for the icon transfers.
+    std::int32_t PID_Expanded_ID = 0;
+    std::int32_t PID_Icon = 0;
+    std::int32_t PID_Expanded_Length = 0;
+    // Null is never left here: the setters put an empty object instead.
+    std::shared_ptr<cProduct_Data> Product_Data = std::make_shared<cProduct_Data>();
+    std::shared_ptr<cRecord_Counts> Counts = std::make_shared<cRecord_Counts>();
+    // The current records: the host may set objects of its own; a null one
+    // is replaced by an empty record when next used.
+    std::shared_ptr<cWaypoint> Waypoint = std::make_shared<cWaypoint>();
+    std::shared_ptr<cRoute> Route = std::make_shared<cRoute>();
+    std::shared_ptr<cTrack> Track = std::make_shared<cTrack>();
+    std::shared_ptr<cAlmanac> Almanac = std::make_shared<cAlmanac>();
+    std::shared_ptr<cLap> Lap = std::make_shared<cLap>();
+    std::shared_ptr<cFlightbook_Record> Flightbook_Record = std::make_shared<cFlightbook_Record>();
+    // The host's choice: track points carry their true data size (see TrekcomCtl.h).
+    bool Track_Point_True_Size = false;
+};
+
 // The six multi-record kinds, each with its support test.
 enum class Transfer_Kind { Waypoints, Prox_Waypoints, Routes, Tracks, Flightbook, Laps };
 
@@ -86,27 +115,13 @@ public:
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;
 
-    // ---- state the host reads through properties
-    Protocols P;
-    // Any A900..A905 entry of the capability array; nothing reads it.
-    std::string A900_Protocol;
-    bool Protocol_Array_Received = false;
-    // The count of the last records packet; -1 while Request_Counts waits for one.
-    std::int16_t Incoming_Records_Count = 0;
+    // ---- what the control's properties read and set
+    State& Shared() { return shared_; }
+    const State& Shared() const { return shared_; }
     // The error a download reports when it ends with another number of
     // records than it announced.
     static constexpr std::int16_t kIncomplete_Transfer = 7;
-    // The rate the receiver answered a baud change with.
-    std::int32_t Baud_Reply = 0;
-    // Set by a refused upload once it has reported, so a batch reports once.
-    bool Error_Latch = false;
-    // Ids of the expanded and icon packets, held for the icon transfers.
-    std::int32_t PID_Expanded_ID = 0;
-    std::int32_t PID_Icon = 0;
-    std::int32_t PID_Expanded_Length = 0;
 
-    std::shared_ptr<cProduct_Data> Product_Data = std::make_shared<cProduct_Data>();
-    std::shared_ptr<cRecord_Counts> Counts = std::make_shared<cRecord_Counts>();
     // Created on first use; the record decoders add to them.
     std::shared_ptr<Collection<cWaypoint>>& Waypoints();
     std::shared_ptr<Collection<cRoute>>& Routes();
@@ -145,26 +160,17 @@ public:
     // that arrived is not the number announced; nothing when none is open.
     void Close_Tally();
 
-    // ---- prebuilt packets, laid out as serial frames (DLE, id, size, data)
+    // ---- prebuilt packets
     struct Prebuilt {
-        Bytes Records;      // two data bytes: the count of an upload
-        Bytes Xfer_Cmplt;   // two data bytes: the command the transfer answered
-        Bytes Transfer_Wpt, Transfer_Prx, Transfer_Rte, Transfer_Trk, Transfer_Flightbook, Transfer_Lap,
+        link::Packet Records;     // two data bytes: the count of an upload
+        link::Packet Xfer_Cmplt;  // two data bytes: the command the transfer answered
+        link::Packet Transfer_Wpt, Transfer_Prx, Transfer_Rte, Transfer_Trk, Transfer_Flightbook, Transfer_Lap,
             Transfer_Alm, Transfer_Time, Transfer_Posn, Start_Pvt_Data, Stop_Pvt_Data, Turn_Off_Pwr,
             Unit_ID_Request, Voltages_Request;
     };
     const Prebuilt& Packets() const { return packets_; }
 
-    // ---- record uploads and the current records
-    // The record each Send_* encodes and each decoder fills or replaces; the
-    // host may set objects of its own. A null one is replaced by an empty
-    // record when next used.
-    std::shared_ptr<cWaypoint> Waypoint = std::make_shared<cWaypoint>();
-    std::shared_ptr<cRoute> Route = std::make_shared<cRoute>();
-    std::shared_ptr<cTrack> Track = std::make_shared<cTrack>();
-    std::shared_ptr<cAlmanac> Almanac = std::make_shared<cAlmanac>();
-    std::shared_ptr<cLap> Lap = std::make_shared<cLap>();
-    std::shared_ptr<cFlightbook_Record> Flightbook_Record = std::make_shared<cFlightbook_Record>();
+    // ---- record uploads
     // One record per call, acknowledged by the unit. A unit that lacks the
     // transfer gets nothing (reported once per batch); a record with a value
     // its layout cannot carry is reported and not sent.
@@ -175,8 +181,6 @@ public:
     void Send_Route_Link();
     void Send_Track_Header();
     void Send_Track();
-    // The host's choice: track points carry their true data size (see TrekcomCtl.h).
-    bool Track_Point_True_Size = false;
     void Send_Almanac_Data();
     void Send_Lap();
     void Send_Flightbook_Record();
@@ -187,15 +191,14 @@ public:
     // its lifetime so the dispatcher can hand it the real-time packets, which
     // are dropped while nothing is registered. It sends through Exchange.
     friend class Realtime;
-    class Realtime* Live = nullptr;
 
 private:
     // (Re)builds the prebuilt packets from the ids and codes in force.
     void Build_Packets();
     void Apply_L002(bool from_capability_array);
     // One send-and-wait; a missing answer is reported and the caller goes on.
-    bool Exchange(const Bytes& packet, std::uint8_t response, std::int32_t wait_time);
-    void Download(Transfer_Kind kind, Bytes Prebuilt::*command);
+    bool Exchange(const link::Packet& packet, std::uint8_t response, std::int32_t wait_time);
+    void Download(Transfer_Kind kind, link::Packet Prebuilt::*command);
     void Complete_Transfer(const Bytes& packet);
     // The download between its records packet and its end: what the unit
     // announced and what arrived.
@@ -207,14 +210,14 @@ private:
     };
     Tally tally_;
     void Open_Tally(const Bytes& records_packet);
-    std::uint8_t Command_Of_Record(std::uint8_t pid) const;
+    std::uint8_t Command_Of_Record(std::uint16_t pid) const;
     // What every request does first: clear the flags, identify the unit again.
     void Begin_Request();
     // The waypoint format the codecs use for a waypoint-family packet id.
     std::string Waypoint_Format(std::uint8_t pid) const;
     // Encodes one record and sends it, waiting for its ACK; an encoder's
-    // overflow is reported instead. An empty encoding sends nothing.
-    void Send_Record(const std::function<Bytes()>& encode);
+    // overflow is reported instead. No packet sends nothing.
+    void Send_Record(const std::function<std::optional<link::Packet>()>& encode);
     // The object behind a held pointer, made (empty) when there is none yet
     // or the host set null: collections on first use, current records.
     template <typename T>
@@ -242,6 +245,8 @@ private:
     void On_Sats(const Bytes& packet);
     void On_Expanded_Packet(const Bytes& packet);  // expanded form, ids 124 and 125
 
+    State shared_;
+    class Realtime* live_ = nullptr;  // the registered real-time part, if any
     link::Link& link_;
     link::Packet_Ids& ids_;
     Engine_Host& host_;

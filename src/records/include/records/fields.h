@@ -27,7 +27,7 @@ using Buffer = std::span<std::uint8_t>;
 // The one little-endian reader behind Pkt2* and cSAK's Byte2*: returns the T
 // stored at index .. index + sizeof(T) - 1, or 0 unless
 // 0 <= index <= upper bound - limit. Each public reader passes its own limit.
-// Defined for std::int16_t, std::int32_t, float and double.
+// Defined for std::uint8_t, std::int16_t, std::int32_t, float and double.
 template <typename T>
 T Read_LE(Const_Buffer buffer, std::int64_t index, std::int64_t limit);
 
@@ -48,6 +48,15 @@ std::string Pkt2Str(Const_Buffer buffer, std::int16_t start, std::int16_t length
 // The same with 32-bit start and length (cSAK's Byte2Str).
 std::string Wire_Text(Const_Buffer buffer, std::int64_t start, std::int64_t length, std::int64_t keep_nuls);
 
+// The record codecs' readers, on a packet's data alone (data byte k is
+// element k): the field at a data offset when it lies wholly inside the data,
+// otherwise 0, the value a new record starts with.
+std::uint8_t Data_Byte(Const_Buffer data, std::int64_t offset);
+std::int16_t Data_Int(Const_Buffer data, std::int64_t offset);
+std::int32_t Data_Long(Const_Buffer data, std::int64_t offset);
+float Data_Single(Const_Buffer data, std::int64_t offset);
+double Data_Double(Const_Buffer data, std::int64_t offset);
+
 // ---------------------------------------------------------------- text writer
 
 // Fills `field` with the text converted to wire bytes (To_Wire), left-aligned,
@@ -60,7 +69,8 @@ void Str2Pkt(std::string_view text_utf8, Buffer field);
 
 // Little-endian writers for the encoders. Each writes its bytes at index when
 // 0 <= index and the last byte is inside the buffer; otherwise it writes
-// nothing and returns false.
+// nothing and returns false. Given a packet's data alone, the index is the
+// data offset.
 bool Put_Byte(Buffer buffer, std::int64_t index, std::uint8_t value);
 bool Put_Int(Buffer buffer, std::int64_t index, std::int16_t value);
 bool Put_Long(Buffer buffer, std::int64_t index, std::int32_t value);

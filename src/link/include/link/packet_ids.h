@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#include "link/framing.h"
+
 namespace trekcom::link {
 
 struct Packet_Ids {
@@ -30,7 +32,7 @@ struct Packet_Ids {
     std::uint8_t PID_Display_Data = 69;
     std::uint8_t PID_Baud_Reply = 49;
     std::uint8_t PID_Sats = 114;
-    std::uint8_t PID_Expanded_Packet = 123;
+    std::uint8_t PID_Expanded_Packet = kExpanded_Id;
     std::uint8_t PID_Flightbook_Record = 134;
     std::uint8_t PID_Lap = 149;
     std::uint8_t PID_Protocol_Array = 253;

@@ -1,6 +1,6 @@
 // What the link needs from the layers above it: the host's events, the
-// dispatcher, translation, the protocol engine's error latch, the text-line
-// handler and the USB transport. The control implements it.
+// dispatcher, translation, the protocol engine's error latch and the
+// text-line handler. The control implements it.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +18,9 @@ public:
     virtual void Raise_Receive(const Bytes& packet) = 0;
     // cError then vcError; the message is already translated.
     virtual void Raise_Error(std::int16_t code, const std::string& message, const Bytes& packet) = 0;
+    // The same, with the code the host's handlers leave read back (0 when
+    // nobody listens): a device search goes on while the host keeps it at 4.
+    virtual void Ask_Error(std::int16_t& code, const std::string& message, const Bytes& packet) = 0;
     virtual void Raise_HexDebug(const std::string& text) = 0;
 
     // Every good application packet that is not an ACK or NAK.
@@ -28,21 +31,6 @@ public:
 
     virtual std::string xLate(const std::string& phrase) = 0;
     virtual void Clear_Error_Latch() = 0;
-
-    // The USB path (Port 0). Without a USB transport these fail.
-    virtual bool USB_Open() { return false; }
-    virtual void USB_Close() {}
-    virtual bool USB_Write(const Bytes& packet) { (void)packet; return false; }
-    // Reads the transport's reply until a packet with id `expected` arrives.
-    virtual bool USB_Wait(std::uint8_t expected, std::int32_t wait_time) {
-        (void)expected;
-        (void)wait_time;
-        return false;
-    }
-    // One read of whatever the receiver has sent (the timers' USB poll:
-    // tmrPVTData and tmrAsync call this on Port 0). Received packets go to
-    // Dispatch_Packet. Returns whether anything was read.
-    virtual bool USB_Poll() { return false; }
 };
 
 }  // namespace trekcom::link

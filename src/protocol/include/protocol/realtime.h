@@ -67,14 +67,13 @@ public:
     void Decode_Voltages(const Bytes& packet);
 
     // Switches asynchronous messages off; built once, it never changes.
-    const Bytes& Async_Off_Packet() const { return async_off_; }
+    const link::Packet& Async_Off_Packet() const { return async_off_; }
 
 private:
     void Pvt_Tick();
     void Async_Tick();
-    // One read of whatever the USB device has waiting, then the host's events.
-    void Poll_USB();
-    bool USB() const { return link_.Port <= 0; }
+    // One read of whatever a polled transport has waiting, then the host's events.
+    void Poll();
     // The packet ids and command codes in force (the engine's).
     const link::Packet_Ids& Ids() const;
     // The flags every real-time method but Power_Off clears first.
@@ -86,7 +85,7 @@ private:
     Platform& platform_;
     Timer& pvt_timer_;
     Timer& async_timer_;
-    Bytes async_off_;
+    link::Packet async_off_;
 };
 
 }  // namespace trekcom::protocol
