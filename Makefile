@@ -74,8 +74,9 @@ test-asan: setup
 	@cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 ctest --output-on-failure -j $(JOBS)
 
-# Unoptimised so that lines and branches map to the source; the counters of
-# an earlier run are cleared so the figures are this run's alone. The
+# Unoptimised so that lines and branches map to the source. Every object is
+# built afresh, so that notes left by sources since moved or removed cannot
+# count (or break the report), and the counters are this run's alone. The
 # figures count src/ only: the simulator and the tools are not what is measured.
 # The packaging check is left out: a consumer built the ordinary way cannot
 # link an instrumented library.
@@ -84,6 +85,8 @@ coverage:
 	@mkdir -p $(COVERAGE_BUILD) && cmake -S . -B $(COVERAGE_BUILD) -DCMAKE_BUILD_TYPE=Debug -DTREKCOM_WERROR=$(WERROR) \
 	  -DCMAKE_CXX_FLAGS="--coverage -O0" -DCMAKE_EXE_LINKER_FLAGS=--coverage -DCMAKE_SHARED_LINKER_FLAGS=--coverage \
 	  -DTREKCOM_BUILD_BENCH=OFF > $(COVERAGE_BUILD)/configure.log || (cat $(COVERAGE_BUILD)/configure.log; exit 1)
+	@find $(COVERAGE_BUILD) \( -name '*.gcno' -o -name '*.gcda' \) -delete
+	@cmake --build $(COVERAGE_BUILD) --target clean
 	@cmake --build $(COVERAGE_BUILD) -j $(JOBS)
 	@find $(COVERAGE_BUILD) -name '*.gcda' -delete
 	@cd $(COVERAGE_BUILD) && ctest --output-on-failure -j $(JOBS) -E '^Packaging\.'; rc=$$?; cd $(CURDIR) && \
