@@ -1,14 +1,18 @@
 # Trekcom: the two commands a newcomer types, plus a few for developers.
 #   make demo   installs what is missing, builds, runs the main job on the built-in simulated receiver
-#   make test   installs what is missing, builds, runs every test (ctest), then again in a second
-#               tree under AddressSanitizer and UndefinedBehaviorSanitizer (build-asan)
+#   make test   installs what is missing, builds, runs every test (ctest)
+#   make test-asan  the same suite in a second tree under AddressSanitizer and
+#               UndefinedBehaviorSanitizer (build-asan); CI runs both
+#   make coverage  the suite in an instrumented tree (build-coverage), then the
+#               line and branch coverage of src/ (gcovr)
 #   make fuzz   builds the libFuzzer targets with clang (build-fuzz), runs each FUZZ_SECONDS
 
 BUILD ?= build
 ASAN_BUILD ?= build-asan
+COVERAGE_BUILD ?= build-coverage
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
-FUZZ_TARGETS := receive framing decoders identify nmea usb translate replay gpx
+FUZZ_TARGETS := receive framing decoders identify nmea usb translate replay gpx product_table dispatch
 MAKEFLAGS += --no-print-directory
 JOBS ?= 2
 # Warnings become errors only when asked (CI: make test WERROR=ON).
@@ -23,8 +27,9 @@ DEMO_PACKAGES := cmake g++ make pkg-config libasio-dev libusb-1.0-0-dev libpugix
 DEB_PACKAGES := $(DEMO_PACKAGES) libgtest-dev libgmock-dev libbenchmark-dev libfmt-dev gpsbabel \
                 g++-mingw-w64-x86-64 umockdev
 FUZZ_PACKAGES := clang-14 libclang-rt-14-dev
+COVERAGE_PACKAGES := gcovr
 
-.PHONY: all setup setup-demo configure build demo test test-asan fuzz bench package clean
+.PHONY: all setup setup-demo configure build demo test test-asan coverage fuzz bench package clean
 
 all: build
 
@@ -59,7 +64,6 @@ demo: setup-demo
 
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
-	@$(MAKE) test-asan
 
 # The whole suite again under ASan and UBSan: any report fails the test that
 # made it (the sanitizers abort; leaks are reported at exit).
@@ -69,6 +73,26 @@ test-asan: setup
 	@cmake --build $(ASAN_BUILD) -j $(JOBS)
 	@cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 ctest --output-on-failure -j $(JOBS)
+
+# Unoptimised so that lines and branches map to the source. Every object is
+# built afresh, so that notes left by sources since moved or removed cannot
+# count (or break the report), and the counters are this run's alone. The
+# figures count src/ only: the simulator and the tools are not what is measured.
+# The packaging check is left out: a consumer built the ordinary way cannot
+# link an instrumented library.
+coverage:
+	@$(MAKE) setup DEB_PACKAGES="$(DEB_PACKAGES) $(COVERAGE_PACKAGES)"
+	@mkdir -p $(COVERAGE_BUILD) && cmake -S . -B $(COVERAGE_BUILD) -DCMAKE_BUILD_TYPE=Debug -DTREKCOM_WERROR=$(WERROR) \
+	  -DCMAKE_CXX_FLAGS="--coverage -O0" -DCMAKE_EXE_LINKER_FLAGS=--coverage -DCMAKE_SHARED_LINKER_FLAGS=--coverage \
+	  -DTREKCOM_BUILD_BENCH=OFF > $(COVERAGE_BUILD)/configure.log || (cat $(COVERAGE_BUILD)/configure.log; exit 1)
+	@find $(COVERAGE_BUILD) \( -name '*.gcno' -o -name '*.gcda' \) -delete
+	@cmake --build $(COVERAGE_BUILD) --target clean
+	@cmake --build $(COVERAGE_BUILD) -j $(JOBS)
+	@find $(COVERAGE_BUILD) -name '*.gcda' -delete
+	@cd $(COVERAGE_BUILD) && ctest --output-on-failure -j $(JOBS) -E '^Packaging\.'; rc=$$?; cd $(CURDIR) && \
+	  gcovr --root . --filter 'src/' --object-directory $(COVERAGE_BUILD) $(COVERAGE_BUILD) \
+	  --exclude-unreachable-branches --exclude-throw-branches --print-summary -o $(COVERAGE_BUILD)/coverage.txt && \
+	  echo "(per file: $(COVERAGE_BUILD)/coverage.txt)" && exit $$rc
 
 # Each fuzz target for FUZZ_SECONDS (make fuzz FUZZ_SECONDS=600); a crash or a
 # sanitizer report fails it, and the input is left in $(FUZZ_BUILD)/fuzz/findings/<target>/.
@@ -98,4 +122,4 @@ bench: build
 	@bench/run.sh $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) build-release
+	rm -rf $(BUILD) $(ASAN_BUILD) $(COVERAGE_BUILD) $(FUZZ_BUILD) build-release

@@ -1,6 +1,7 @@
 // The USB block assembler: interrupt blocks and bulk reads of any content
 // and size, lying headers included, cut into packets and turned into their
-// serial form. Every packet handed on must be whole.
+// serial form. Every packet handed on must be whole, and its serial form
+// must turn back into the same USB packet.
 //
 // Input: byte 0 chooses the id awaited (mod 5: none, the session answer,
 // records, any expanded packet, product data). Then reads, each one byte of
@@ -92,6 +93,13 @@ struct Checks : cUSBEvents {
         const bool whole = usb.size() >= 12 && size >= 1 && size <= cUSB::kMax_Data && usb.size() == 12 + size &&
                            packet.size() == size + (expanded ? 12u : 6u);
         if (!whole) std::abort();
+        // Back to USB: the same type, id, size and data; the reserved bytes
+        // go out as zeros. (An application packet whose id is 123 itself is
+        // read back as the expanded form: the serial form cannot tell them apart.)
+        Bytes same = usb;
+        for (const std::size_t reserved : {1, 2, 3, 6, 7}) same[reserved] = 0;
+        if (usb[0] == cUSB::kApplication_Layer && id != cUSB::kExpanded_Id && cUSB::Usb_Form(packet) != same)
+            std::abort();
     }
     void USBError(std::int16_t& seq, std::string&, Bytes&) override { seq = 0; }  // never search again
 };

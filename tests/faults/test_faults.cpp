@@ -2,16 +2,49 @@
 // into downloads and uploads of every kind: each transfer ends as the link's
 // error handling says, with re-sends where it can recover and errors 0, 2 or
 // 3 where it cannot, never with a crash or a hang, and every record that
-// arrived before the fault stays in its collection.
+// arrived before the fault stays in its collection. Public API and the
+// simulated unit only.
+#include <gtest/gtest.h>
+
 #include <algorithm>
+#include <cstdlib>
 #include <functional>
 #include <optional>
 #include <random>
 
-#include "protocol/protocol_fixture.h"
+#include "framer.h"
+#include "support/host_fixture.h"
+#include "trekcom/trekcom.h"
+#include "trekcom_sim/unit.h"
+#include "usb/sim_usb_driver.h"
 
 namespace trekcom::testing {
 namespace {
+
+// A control on the virtual platform with every event recorded.
+class Host_Test : public ::testing::Test {
+protected:
+    Host_Test() { ctl.Advise(rec); }
+    std::shared_ptr<sim::Virtual_Unit> Attach_Unit(const sim::Profile& profile) {
+        auto unit = std::make_shared<sim::Virtual_Unit>(profile);
+        vp->Attach(1, unit);
+        EXPECT_TRUE(ctl.PortOpen());
+        return unit;
+    }
+    void Run(double ms) { vp->Advance(ms); }
+
+    std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
+    TrekcomCtl ctl{vp};
+    Recorder rec;
+};
+
+// An unstuffed packet as Receive shows it, checked by its own checksum.
+bool Sound(const Bytes& p) {
+    if (p.size() < 6) return false;
+    std::uint8_t sum = 0;
+    for (std::size_t i = 1; i + 2 < p.size(); ++i) sum = static_cast<std::uint8_t>(sum + p[i]);
+    return sum == 0;
+}
 
 // The unit at the end of a cable that the test can cut: the host's bytes no
 // longer reach it, and (pulled out) the host's port sees a line error.
@@ -95,10 +128,6 @@ const Kind kKinds[] = {
      [](TrekcomCtl& c, const std::function<void()>& after) {
          Batch(c, All(*c.Waypoints()), [&](const auto& w) { c.Waypoint(w); c.Send_Waypoint(); }, after);
      }},
-    {"proximity_up", "current", &TrekcomCtl::Request_Prox_Waypoints, nullptr, nullptr, nullptr,
-     [](TrekcomCtl& c, const std::function<void()>& after) {
-         Batch(c, All(*c.Waypoints()), [&](const auto& w) { c.Waypoint(w); c.Send_Prox_Waypoint(); }, after);
-     }},
     {"routes_up", "current", &TrekcomCtl::Request_Routes, nullptr, nullptr, nullptr,
      [](TrekcomCtl& c, const std::function<void()>& after) {
          // Headers and their waypoints, without links.
@@ -122,20 +151,6 @@ const Kind kKinds[] = {
     {"tracks_up", "legacy25", &TrekcomCtl::Request_Tracks, nullptr, nullptr, nullptr,
      [](TrekcomCtl& c, const std::function<void()>& after) {
          Batch(c, All(*c.Tracks()), [&](const auto& t) { c.Track(t); c.Send_Track(); }, after);
-     }},
-    {"laps_up", "current", &TrekcomCtl::Request_Laps, nullptr, nullptr, nullptr,
-     [](TrekcomCtl& c, const std::function<void()>& after) {
-         Batch(c, All(*c.Laps()), [&](const auto& l) { c.Lap(l); c.Send_Lap(); }, after);
-     }},
-    {"flightbook_up", "aviator", &TrekcomCtl::Request_Flightbook, nullptr, nullptr, nullptr,
-     [](TrekcomCtl& c, const std::function<void()>& after) {
-         Batch(c, All(*c.Flightbook_Records()),
-               [&](const auto& f) { c.Flightbook_Record(f); c.Send_Flightbook_Record(); }, after);
-     }},
-    {"almanac_up", "current", &TrekcomCtl::Request_Almanac_Data, nullptr, nullptr, nullptr,
-     [](TrekcomCtl& c, const std::function<void()>& after) {
-         Batch(c, std::vector<std::shared_ptr<cAlmanac>>{c.Almanac()}, [&](const auto&) { c.Send_Almanac_Data(); },
-               after);
      }},
 };
 
@@ -176,36 +191,34 @@ const Fault kFaults[] = {
 
 bool Ends_Without_Transfer(const Fault& f) { return f.error != 0 || f.cut_after >= 0; }
 
-class Faults : public Protocol_Test, public ::testing::WithParamInterface<std::tuple<Kind, Fault>> {
-protected:
-    // A download whose records packet came says, at its end, how many of the
-    // announced records arrived when that is not all of them; a whole one
-    // says nothing.
-    void Expect_Count_Check() {
-        // Every good packet after the records packet, but the link's own and
-        // the completion, is a record of the transfer.
-        std::optional<std::uint16_t> announced;
-        std::int32_t records = 0;
-        for (const Bytes& p : rec.received) {
-            if (link::Calc_Checksum(p) != p[p.size() - 3]) continue;
-            if (p[1] == ctl.PID_Records()) {
-                announced = static_cast<std::uint16_t>(p[3] | (p[4] << 8));
-                records = 0;
-            } else if (p[1] != ctl.PID_Ack_Byte() && p[1] != ctl.PID_Nak_Byte() && p[1] != ctl.PID_Xfer_Cmplt()) {
-                ++records;
-            }
-        }
-        std::vector<std::string> reports;
-        for (const auto& e : rec.errors)
-            if (e.code == kIncomplete) reports.push_back(e.message);
-        if (!announced || records == *announced) {
-            EXPECT_TRUE(reports.empty()) << reports.front();
-        } else {
-            EXPECT_EQ(reports, std::vector<std::string>{"Incomplete transfer: " + std::to_string(records) + " of " +
-                                                        std::to_string(*announced) + " records received"});
+// A download whose records packet came says, at its end, how many of the
+// announced records arrived when that is not all of them; a whole one says
+// nothing. Every sound packet after the records packet, but the link's own
+// and the completion, is a record of the transfer.
+void Expect_Count_Check(TrekcomCtl& ctl, const Recorder& rec) {
+    std::optional<std::uint16_t> announced;
+    std::int32_t records = 0;
+    for (const Bytes& p : rec.received) {
+        if (!Sound(p)) continue;
+        if (p[1] == ctl.PID_Records()) {
+            announced = static_cast<std::uint16_t>(p[3] | (p[4] << 8));
+            records = 0;
+        } else if (p[1] != ctl.PID_Ack_Byte() && p[1] != ctl.PID_Nak_Byte() && p[1] != ctl.PID_Xfer_Cmplt()) {
+            ++records;
         }
     }
-};
+    std::vector<std::string> reports;
+    for (const auto& e : rec.errors)
+        if (e.code == kIncomplete) reports.push_back(e.message);
+    if (!announced || records == *announced) {
+        EXPECT_TRUE(reports.empty()) << reports.front();
+    } else {
+        EXPECT_EQ(reports, std::vector<std::string>{"Incomplete transfer: " + std::to_string(records) + " of " +
+                                                    std::to_string(*announced) + " records received"});
+    }
+}
+
+class Faults : public Host_Test, public ::testing::WithParamInterface<std::tuple<Kind, Fault>> {};
 
 TEST_P(Faults, TransferEndsAsTheErrorHandlingSays) {
     // Plain references, not a structured binding: clang 14 cannot capture those.
@@ -254,8 +267,7 @@ TEST_P(Faults, TransferEndsAsTheErrorHandlingSays) {
         std::int32_t records = 0;
         // Receive also shows the packets refused for their checksum.
         for (const Bytes& p : rec.received)
-            records += std::find(ids.begin(), ids.end(), p[1]) != ids.end() &&
-                       link::Calc_Checksum(p) == p[p.size() - 3];
+            records += std::find(ids.begin(), ids.end(), p[1]) != ids.end() && Sound(p);
         if (kind.items(ctl) >= 0) {
             EXPECT_EQ(kind.items(ctl), records);
         }
@@ -264,7 +276,7 @@ TEST_P(Faults, TransferEndsAsTheErrorHandlingSays) {
         } else if (fault.error == 0) {
             EXPECT_EQ(unit->Sim().Stats().abandoned, 0);
         }
-        Expect_Count_Check();
+        Expect_Count_Check(ctl, rec);
     }
 
     // The errors raised: none when the link recovered, else the fault's own.
@@ -277,13 +289,13 @@ TEST_P(Faults, TransferEndsAsTheErrorHandlingSays) {
         for (const auto& e : rec.errors)
             EXPECT_TRUE(e.code == 0 || e.code == 2 || e.code == 3 || e.code == kIncomplete) << e.code;
     }
-    // The line falls quiet: no watchdog, and no events for half a minute
-    // (a unit that corrupts every packet runs through its records first).
+    // The line falls quiet: no events for half a minute (a unit that
+    // corrupts every packet runs through its records first).
     bool quiet = false;
     for (int i = 0; i < 40 && !quiet; ++i) {
         const std::size_t events = rec.order.size();
         Run(30000);
-        quiet = rec.order.size() == events && !C().tmrTimeout->Enabled();
+        quiet = rec.order.size() == events;
     }
     EXPECT_TRUE(quiet);
 }
@@ -293,84 +305,241 @@ INSTANTIATE_TEST_SUITE_P(Table, Faults, ::testing::Combine(::testing::ValuesIn(k
                              return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
                          });
 
-// The control against the simulated unit on random sets and random stall
-// points, over a random fault: whatever arrived stays, and the control's
-// count report says exactly how many of how many, or nothing when all came.
-TEST(RandomStalls, CountReportMatchesWhatTheUnitSent) {
-    std::mt19937 random(18);
-    for (int round = 0; round < 24; ++round) {
-        sim::Data_Set data = sim::Builtin_Data();
-        const int n = 1 + static_cast<int>(random() % 40);
-        data.waypoints.resize(static_cast<std::size_t>(n), data.waypoints.front());
-        for (int i = 0; i < n; ++i) {
-            sim::Waypoint& w = data.waypoints[static_cast<std::size_t>(i)];
-            w.ident = "W" + std::to_string(i);
-            w.lat = static_cast<std::int32_t>(random());
+
+// ---------------------------------------------------------------- the same over USB
+
+// A receiver on USB that fails in the middle of a record transfer: the
+// download ends within bounded (virtual) time with the transport's error and
+// the count report, the records read before the fault stay, and once the
+// receiver is back a new download is whole. Zero-length packets after every
+// packet cost nothing.
+struct Usb_Fault {
+    const char* name;
+    void (*arm)(Sim_Usb_Receiver&);
+    const char* error;  // the transport's report; null: the transfer completes
+};
+
+const Usb_Fault kUsb_Faults[] = {
+    {"stall", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().stall_after_record = kRecord_K; },
+     "No response from device"},
+    // The cable goes with record K + 1 on it.
+    {"hang_up", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().hang_up_after_record = kRecord_K + 1; },
+     "USB device read failed"},
+    {"switched_off", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().off_after_record = kRecord_K; },
+     "No response from device"},
+    // Pulled out by the user: the records packet and K records were read.
+    {"unplugged", [](Sim_Usb_Receiver& r) { r.vanish_after_bulk_reads = r.bulk_reads + kRecord_K + 1; },
+     "USB device read failed"},
+    {"zero_length_packets", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().usb_zero_length = true; }, nullptr},
+};
+
+class Usb_Faults : public Host_Test, public ::testing::WithParamInterface<std::tuple<Kind, Usb_Fault>> {
+protected:
+    Usb_Faults() { ctl.Port(0); }
+    // The count the last records packet announced, and the records after it.
+    std::pair<int, int> Announced_And_Arrived(std::size_t from) const {
+        int announced = -1, arrived = 0;
+        for (std::size_t i = from; i < rec.received.size(); ++i) {
+            const Bytes& p = rec.received[i];
+            if (p[1] == ctl.PID_Records()) {
+                announced = p[3] | (p[4] << 8);
+                arrived = 0;
+            } else if (p[1] != ctl.PID_Xfer_Cmplt()) {
+                ++arrived;
+            }
         }
+        return {announced, arrived};
+    }
+    std::shared_ptr<Sim_Usb_Receiver> receiver = Plug_In(vp);
+};
+
+TEST_P(Usb_Faults, DownloadEndsWithTheErrorAndKeepsWhatCame) {
+    const auto& [kind, fault] = GetParam();
+    ctl.Request_Product_Data();
+    ASSERT_TRUE(rec.errors.empty());
+    fault.arm(*receiver);
+    const double start = vp->Now_ms();
+    const std::size_t from = rec.received.size();
+    (ctl.*kind.request)();
+    EXPECT_LT(vp->Now_ms() - start, 15000);  // the transport reads the whole transfer inside the request
+    const auto [announced, arrived] = Announced_And_Arrived(from);
+    ASSERT_GT(announced, kRecord_K + 1) << (rec.errors.empty() ? "" : rec.errors[0].message);
+    if (!fault.error) {
+        EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+        EXPECT_EQ(arrived, announced);
+    } else {
+        EXPECT_EQ(arrived, kRecord_K);
+        ASSERT_EQ(rec.errors.size(), 2u) << rec.errors[0].message << " | " << rec.errors.back().message;
+        EXPECT_EQ(rec.errors[0].message, fault.error);
+        EXPECT_EQ(rec.errors[1].message, "Incomplete transfer: " + std::to_string(kRecord_K) + " of " +
+                                             std::to_string(announced) + " records received");
+    }
+    if (kind.event != &Recorder::routes) {  // route links fill the route in place
+        EXPECT_EQ(kind.items(ctl), arrived);
+    }
+    const std::size_t events = rec.order.size();
+    Run(30000);
+    EXPECT_EQ(rec.order.size(), events);  // nothing more comes of it
+
+    // Back on, plugged in: the next download is whole.
+    receiver->present = true;
+    receiver->vanish_after_bulk_reads = -1;
+    receiver->unit.Power_On();
+    rec.errors.clear();
+    const std::size_t again = rec.received.size();
+    (ctl.*kind.request)();
+    EXPECT_EQ(Announced_And_Arrived(again), std::make_pair(announced, announced));
+    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, Usb_Faults,
+                         ::testing::Combine(::testing::Values(kKinds[0], kKinds[2], kKinds[3], kKinds[4]),
+                                            ::testing::ValuesIn(kUsb_Faults)),
+                         [](const auto& info) {
+                             return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
+                         });
+
+// A host that abandons its waits (Platform::Interrupt, as on Ctrl-C) ends a
+// stalled USB read within a second, not after the ten seconds a stall is
+// otherwise given; the records read so far stay.
+TEST_F(Usb_Faults, AnInterruptEndsAStalledRead) {
+    ctl.Request_Product_Data();
+    receiver->unit.Fault_Knobs().stall_after_record = kRecord_K;
+    auto alarm = vp->Create_Timer();
+    alarm->Interval(500);
+    alarm->Tick = [&] { vp->Interrupt(); };
+    alarm->Enabled(true);
+    const double start = vp->Now_ms();
+    ctl.Request_Waypoints();
+    EXPECT_LT(vp->Now_ms() - start, 1500);
+    EXPECT_EQ(ctl.Waypoints()->Count(), kRecord_K);
+}
+
+// ---------------------------------------------------------------- every request ends once
+
+// A request ends exactly once: answered (its records or its reply came),
+// refused (the unit would not take the host's packet: error 2) or timed out
+// ("No response", error 0); never two of those, never none, and then the
+// line is quiet. Damaged packets (error 3) and a short count (error 7) are
+// reports on the way, not ends.
+// Random requests against random faults; a failure prints its seed, and
+// TREKCOM_SEED=<n> replays it.
+struct Request {
+    const char* name;
+    const char* profile;
+    void (TrekcomCtl::*request)();
+    int Recorder::*event;              // the download's event; null: see answered
+    bool (*answered)(TrekcomCtl&, const Recorder&);  // for requests without an event
+};
+
+bool Completion_Came(TrekcomCtl& c, const Recorder& r) {
+    return std::any_of(r.received.begin(), r.received.end(),
+                       [&](const Bytes& p) { return Sound(p) && p[1] == c.PID_Xfer_Cmplt(); });
+}
+
+const Request kRequests[] = {
+    {"waypoints", "current", &TrekcomCtl::Request_Waypoints, &Recorder::waypoints, nullptr},
+    {"proximity", "legacy25", &TrekcomCtl::Request_Prox_Waypoints, &Recorder::waypoints, nullptr},
+    {"routes", "d110", &TrekcomCtl::Request_Routes, &Recorder::routes, nullptr},
+    {"tracks", "current", &TrekcomCtl::Request_Tracks, &Recorder::tracks, nullptr},
+    {"laps", "current", &TrekcomCtl::Request_Laps, nullptr, Completion_Came},
+    {"flightbook", "aviator", &TrekcomCtl::Request_Flightbook, nullptr, Completion_Came},
+    {"almanac", "legacy29-400", &TrekcomCtl::Request_Almanac_Data, nullptr, Completion_Came},
+    {"date_time", "current", &TrekcomCtl::Request_Date_Time, nullptr,
+     [](TrekcomCtl& c, const Recorder&) { return c.Date_Time() != nullptr; }},
+    {"position", "current", &TrekcomCtl::Request_Position_Data, nullptr,
+     [](TrekcomCtl& c, const Recorder&) { return c.Position() != nullptr; }},
+};
+
+// Faults the link recovers from or gives up on once; with `beyond`, faults
+// that make it give up again and again: a unit that refuses six packets or
+// more, or damages every one it sends.
+sim::Faults Random_Faults(std::mt19937& rng, bool beyond) {
+    sim::Faults f;
+    auto pick = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
+    if (beyond) {
+        if (pick(2)) f.nak_first = 6 + pick(6);
+        else (pick(2) ? f.corrupt_every : f.drop_byte_every) = 1;
+        if (pick(2)) f.garbage = sim::Dle_Etx_Noise();
+        return f;
+    }
+    switch (pick(8)) {
+        case 0: break;
+        case 1: f.nak_first = pick(6); break;
+        case 2: f.corrupt_every = 2 + pick(4); break;
+        case 3: f.drop_byte_every = 2 + pick(4); break;
+        case 4: f.stall_after_record = pick(4); break;
+        case 5: f.hang_up_after_record = 1 + pick(4); break;
+        case 6: f.off_after_record = pick(4); break;
+        default:
+            f.garbage = sim::Dle_Etx_Noise();
+            f.corrupt_every = 2 + pick(3);
+            f.nak_first = pick(6);
+    }
+    return f;
+}
+
+void Every_Request_Ends_Once(std::uint32_t first, int n, bool beyond) {
+    const char* replay = std::getenv("TREKCOM_SEED");
+    if (replay) first = static_cast<std::uint32_t>(std::strtoul(replay, nullptr, 10));
+    for (std::uint32_t seed = first; seed < first + (replay ? 1 : static_cast<std::uint32_t>(n)); ++seed) {
+        std::mt19937 rng(seed);
+        const Request& r = kRequests[rng() % std::size(kRequests)];
+        SCOPED_TRACE("TREKCOM_SEED=" + std::to_string(seed) + " " + r.name);
         auto vp = std::make_shared<VirtualPlatform>();
-        auto unit = std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current"), data);
+        auto unit = std::make_shared<sim::Virtual_Unit>(sim::Profile::Named(r.profile));
         vp->Attach(1, unit);
         TrekcomCtl ctl(vp);
         Recorder rec;
         ctl.Advise(rec);
+        ctl.DebugLog(true);  // the trace of every kind of packet, refused ones too
         ASSERT_TRUE(ctl.PortOpen());
-        // Stall or switched off after record k, or the line closed with
-        // record k + 1 on it; k = n: no fault.
-        const int k = static_cast<int>(random() % static_cast<unsigned>(n + 1));
-        sim::Faults& f = unit->Sim().Fault_Knobs();
-        const std::pair<int*, int> knobs[] = {{&f.stall_after_record, k}, {&f.hang_up_after_record, k + 1},
-                                              {&f.off_after_record, k}};
-        if (k < n) {
-            const auto& [knob, value] = knobs[random() % 3];
-            *knob = value;
-        }
-        ctl.Request_Waypoints();
-        vp->Advance(30000);
+        ctl.Request_Product_Data();
+        ASSERT_TRUE(rec.errors.empty());
+        ctl.Date_Time(nullptr);
+        ctl.Position(nullptr);
+        rec = Recorder{};
+        const sim::Faults f = Random_Faults(rng, beyond);
+        unit->Sim().Fault_Knobs() = f;
+        SCOPED_TRACE("faults: nak " + std::to_string(f.nak_first) + ", corrupt " + std::to_string(f.corrupt_every) +
+                     ", drop " + std::to_string(f.drop_byte_every) + ", noise " + std::to_string(f.garbage.size()) +
+                     ", stall/hang-up/off " + std::to_string(f.stall_after_record) + "/" +
+                     std::to_string(f.hang_up_after_record) + "/" + std::to_string(f.off_after_record));
 
-        std::vector<std::string> got, sent;
-        for (const auto& w : *ctl.Waypoints()) got.push_back(w->Ident);
-        for (int i = 0; i < k; ++i) sent.push_back("W" + std::to_string(i));
-        EXPECT_EQ(got, sent) << round;
-        std::vector<std::string> reports;
-        for (const auto& e : rec.errors)
-            if (e.code == kIncomplete) reports.push_back(e.message);
-        if (k == n) {
-            EXPECT_TRUE(rec.errors.empty()) << round << ": " << rec.errors.front().message;
-        } else {
-            EXPECT_EQ(reports, std::vector<std::string>{"Incomplete transfer: " + std::to_string(k) + " of " +
-                                                        std::to_string(n) + " records received"})
-                << round;
+        (ctl.*r.request)();
+        std::size_t events = 0;
+        for (int i = 0; i < 20; ++i) {  // until nothing more happens for a minute
+            events = rec.order.size();
+            vp->Advance(60000);
+            if (rec.order.size() == events) break;
         }
+        EXPECT_EQ(rec.order.size(), events) << "the line never fell quiet";
+        const int answers = r.event ? rec.*r.event : r.answered(ctl, rec);
+        int ends = 0;
+        for (const auto& e : rec.errors) {
+            ends += e.code == 0 || e.code == 2;
+            EXPECT_TRUE(e.code == 0 || e.code == 2 || e.code == 3 || e.code == 7) << e.code << " " << e.message;
+        }
+        if (r.event || r.answered == Completion_Came) Expect_Count_Check(ctl, rec);
+        EXPECT_LE(answers, 1);
+        EXPECT_EQ(answers + ends, 1) << answers << " answers; errors:" << [&] {
+            std::string s;
+            for (const auto& e : rec.errors) s += " " + std::to_string(e.code) + " " + e.message + ";";
+            return s;
+        }();
+        if (::testing::Test::HasFailure()) return;
     }
 }
 
-// The receiver switched off in the middle of the PVT stream: the watchdog
-// commands the stream again every two seconds and says so, the unanswered
-// commands raise error 0 at most, the last record stays, and the stream resumes once it is back on.
-TEST_F(Protocol_Test, ReceiverSwitchedOffMidPvt) {
-    auto unit = Attach_Unit(sim::Profile::Named("current"));
-    ctl.Pvt_Data_Start();
-    Run(3500);
-    const double lat = ctl.PvtData()->Lat;
-    ASSERT_NE(lat, 0);
-    const std::size_t before = rec.received.size();
-    // The power button: the unit's own off command.
-    unit->Sim().Host_Wrote(link::Stuff_Packet(link::Make_Packet(ctl.PID_Command_Data(), {ctl.CMND_Turn_Off_Pwr(), 0})));
-    ASSERT_FALSE(unit->Sim().Powered());
-    const std::size_t debug_before = rec.debug.size();
-    Run(10000);
-    EXPECT_EQ(ctl.PvtData()->Lat, lat);
-    EXPECT_LE(rec.received.size(), before + 1);  // at most the off command's ACK
-    EXPECT_GE(rec.debug.size(), debug_before + 4);
-    // The re-commands go unanswered: "No response" (0) is all that is raised.
-    for (const auto& e : rec.errors) EXPECT_EQ(e.code, 0) << e.message;
+TEST(Exchange, EveryRequestEndsExactlyOnce) { Every_Request_Ends_Once(7000, 150, false); }
 
-    unit->Sim().Power_On();
-    const std::size_t off = rec.received.size();
-    EXPECT_TRUE(vp->Run_Until([&] { return rec.received.size() >= off + 3; }, 10000));
-    EXPECT_TRUE(unit->Sim().Pvt_On());
-    ctl.Pvt_Data_Stop();
-}
+// Known to fail: once the link has given up (error 2 after the sixth NAK of
+// the host's packet, error 3 after the sixth damaged packet) the watchdog is
+// still armed: it sends again and later says "No response" as well, or the
+// download it re-sent comes in after the host was told it failed; a unit that
+// damages every packet ends the request twice or more. Run with
+// --gtest_also_run_disabled_tests; TREKCOM_SEED=<n> replays one case.
+TEST(Exchange, DISABLED_EveryRequestEndsExactlyOnceWhenTheLinkGivesUp) { Every_Request_Ends_Once(9000, 60, true); }
 
 }  // namespace
 }  // namespace trekcom::testing

@@ -1,4 +1,5 @@
-// A control on the virtual platform wired to a scripted receiver.
+// A control on the virtual platform wired to a scripted receiver. Public API
+// and the simulated unit's framing only.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,9 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "control/control.h"
-#include "link/framing.h"
-#include "link/serial_transport.h"
 #include "support/sim_frames.h"
 #include "support/host_fixture.h"
 #include "trekcom/trekcom.h"
@@ -68,7 +66,6 @@ protected:
         ctl.Advise(rec);
     }
     void Open() { ASSERT_TRUE(ctl.PortOpen()); }
-    link::Link& L() { return detail::Control::Of(ctl).link; }
     // Lets the line and the control run for a while of virtual time.
     void Run(double ms = 100) { vp->Advance(ms); }
 

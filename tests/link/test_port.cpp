@@ -15,7 +15,7 @@ struct Baud_Receiver : Scripted_Receiver {
         on_packet = [this](const Bytes& p) {
             if (p[1] == 48 && p.size() >= 10) {
                 const std::int32_t asked = p[3] | p[4] << 8 | p[5] << 16 | p[6] << 24;
-                Send(link::Make_Packet(49, {p[3], p[4], p[5], p[6]}));
+                Send(Packet(49, {p[3], p[4], p[5], p[6]}));
                 if (!stubborn) {
                     next_baud = asked;
                     line->Wake_At(line->Now_ms() + reply_delay_ms + 1);
@@ -91,8 +91,7 @@ TEST_F(Port_Test, FindBaudWithNoReceiverReportsOnceAndFallsBackTo9600) {
               "Can't determine present GPS baud rate.\r\nPower GPS off/on to reset to 9600,N,8,1");
     EXPECT_TRUE(rec.errors[0].packet.empty());
     EXPECT_EQ(ctl.Settings(), "9600");
-    EXPECT_EQ(detail::Control::Of(ctl).comGarmin->Settings(), "9600");  // and the port runs at it
-    EXPECT_TRUE(detail::Control::Of(ctl).comGarmin->PortOpen());
+    EXPECT_TRUE(ctl.PortOpen());  // and the port runs at it
 }
 
 TEST_F(Port_Test, ChangeBaudRateMovesBothEndsOrRestoresTheOldSettings) {
@@ -100,7 +99,7 @@ TEST_F(Port_Test, ChangeBaudRateMovesBothEndsOrRestoresTheOldSettings) {
     Open();
     EXPECT_TRUE(ctl.Change_Baud_Rate(57600));
     EXPECT_EQ(ctl.Settings(), "57600,N,8,1");
-    EXPECT_EQ(receiver->frames.front(), link::Make_Packet(48, {0x00, 0xE1, 0x00, 0x00}));
+    EXPECT_EQ(receiver->frames.front(), Packet(48, {0x00, 0xE1, 0x00, 0x00}));
     // A receiver that stays where it is: still talking at the old rate.
     receiver->stubborn = true;
     EXPECT_FALSE(ctl.Change_Baud_Rate(115200));
@@ -111,17 +110,12 @@ TEST_F(Port_Test, ChangeBaudRateMovesBothEndsOrRestoresTheOldSettings) {
 
 TEST_F(Port_Test, PortPropertiesTakeEffectAtTheNextOpen) {
     Open();
-    auto& port = *detail::Control::Of(ctl).comGarmin;
-    ctl.RTSEnable(true);
     ctl.Settings("19200,N,8,1");
-    EXPECT_FALSE(port.RTSEnable());
-    EXPECT_EQ(port.Settings(), "9600,N,8,1");
+    EXPECT_EQ(device->line->Host_Settings(), "9600,N,8,1");
     Open();
-    EXPECT_TRUE(port.RTSEnable());
-    EXPECT_EQ(port.Settings(), "19200,N,8,1");
-    EXPECT_EQ(port.RThreshold(), 1);
+    EXPECT_EQ(device->line->Host_Settings(), "19200,N,8,1");
     ctl.PortClose();
-    EXPECT_FALSE(port.PortOpen());
+    EXPECT_FALSE(device->line->Host_Open());
 }
 
 }  // namespace

@@ -228,23 +228,6 @@ TEST_F(RealPlatformLine, DeviceEndClosingGivesOneLineErrorAndNoSpin) {
     EXPECT_TRUE(port->PortOpen());
 }
 
-// ---------------------------------------------------------------- loop
-
-TEST(RealPlatformLoop, TimerTicksAtAboutItsInterval) {
-    auto platform = Default_Platform();
-    auto timer = platform->Create_Timer();
-    int ticks = 0;
-    timer->Tick = [&] { ++ticks; };
-    timer->Interval(20);
-    timer->Enabled(true);
-    const double start = platform->Now_ms();
-    EXPECT_FALSE(platform->Run_Until([] { return false; }, 200));
-    EXPECT_GE(platform->Now_ms() - start, 200.0);
-    // Real time under load: never early, and not wildly late.
-    EXPECT_LE(ticks, 10);
-    EXPECT_GE(ticks, 2);
-}
-
 TEST_F(RealPlatformLine, HandlersMayPumpAgain) {
     Open();
     auto timer = platform->Create_Timer();

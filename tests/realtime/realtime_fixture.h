@@ -7,7 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "protocol/protocol_fixture.h"
+#include "link/link_fixture.h"
+#include "trekcom_sim/unit.h"
 
 namespace trekcom::testing {
 
@@ -38,14 +39,27 @@ struct Live_Recorder : Recorder {
     }
 };
 
-class Realtime_Test : public Protocol_Test {
+// A control on the virtual platform, its events recorded by `live`.
+class Realtime_Test : public ::testing::Test {
 protected:
     Realtime_Test() {
         live.ctl = &ctl;
         ctl.Advise(live);
     }
-    bool Pvt_Timer_On() { return C().tmrPVTData->Enabled(); }
+    template <typename Device>
+    std::shared_ptr<Device> Attach(std::shared_ptr<Device> device) {
+        vp->Attach(1, device);
+        EXPECT_TRUE(ctl.PortOpen());
+        return device;
+    }
+    std::shared_ptr<sim::Virtual_Unit> Attach_Unit(const sim::Profile& profile) {
+        return Attach(std::make_shared<sim::Virtual_Unit>(profile));
+    }
+    std::shared_ptr<Scripted_Receiver> Attach_Script() { return Attach(std::make_shared<Scripted_Receiver>()); }
+    void Run(double ms) { vp->Advance(ms); }
 
+    std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
+    TrekcomCtl ctl{vp};
     Live_Recorder live;
 };
 

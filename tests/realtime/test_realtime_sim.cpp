@@ -6,8 +6,9 @@
 #include <numbers>
 #include <tuple>
 
+#include <cstring>
+
 #include "realtime_fixture.h"
-#include "records/fields.h"
 
 namespace trekcom::testing {
 namespace {
@@ -56,8 +57,7 @@ TEST_F(Realtime_Test, AMinuteOfPvtModeGivesSixtyRecordsMatchingTheUnit) {
     EXPECT_FALSE(unit->Sim().Pvt_On());
     Run(10000);
     EXPECT_LE(live.pvt.size(), 61u);  // at most one already on its way
-    EXPECT_TRUE(live.watchdog_ms.empty());
-    EXPECT_FALSE(Pvt_Timer_On());
+    EXPECT_TRUE(live.watchdog_ms.empty());  // the watchdog stopped with the stream
     EXPECT_TRUE(live.errors.empty());
 }
 
@@ -75,7 +75,7 @@ struct Lapsing_Unit : VirtualDevice {
     }
     void Attached(VirtualLine& line) override { unit->Attached(line); }
     void Host_Wrote(const Bytes& bytes) override {
-        if (deaf && bytes == link::Stuff_Packet(link::Make_Packet(10, {49, 0}))) {
+        if (deaf && bytes == sim::frame::Wire(sim::frame::Packet(10, {49, 0}))) {
             ++unheard;
             return;
         }
@@ -101,7 +101,6 @@ TEST_F(Realtime_Test, WatchdogCommandsAgainEveryTwoSecondsUntilTheStreamResumes)
     for (std::size_t k = 1; k < live.watchdog_ms.size(); ++k)
         EXPECT_NEAR(live.watchdog_ms[k] - live.watchdog_ms[k - 1], 2000, 1);
     EXPECT_GE(device->unheard, 4);  // a new command with every line
-    EXPECT_TRUE(Pvt_Timer_On());
 
     device->deaf = false;
     const double heard_from = live.watchdog_ms.back() + 2000;
@@ -151,13 +150,14 @@ TEST_F(Realtime_Test, RequestsFillTheirRecordsAndAnUploadMovesTheUnit) {
 // exchange must see the frame end there, not wait for the unit's re-send.
 TEST_F(Realtime_Test, AnswerEndingInAStuffedChecksumEndsTheWait) {
     auto device = Attach_Script();
-    Bytes answer = link::Make_Packet(17, Bytes(16, 0));
     double lat = 0.1;
-    while (link::Calc_Checksum(answer) != link::DLE) {
+    Bytes answer;
+    do {
         lat += 1e-6;
-        records::Put_Double(answer, 3, lat);
-    }
-    link::Seal_Packet(answer);
+        Bytes data(16, 0);
+        std::memcpy(data.data(), &lat, sizeof lat);
+        answer = sim::frame::Packet(17, data);
+    } while (answer[answer.size() - 3] != 16);
     device->on_packet = [&](const Bytes& p) {
         if (p[1] != 10) return;
         device->Ack(10);
@@ -177,8 +177,6 @@ TEST_F(Realtime_Test, PowerOffEndsPvtModeAndLeavesNoWatchdogRunning) {
     ASSERT_EQ(live.pvt.size(), 3u);
     ctl.Power_Off();
     EXPECT_FALSE(unit->Sim().Powered());
-    EXPECT_FALSE(Pvt_Timer_On());
-    EXPECT_FALSE(C().tmrTimeout->Enabled());  // no answer is awaited
     Run(20000);
     EXPECT_EQ(live.pvt.size(), 3u);
     EXPECT_TRUE(live.watchdog_ms.empty());

@@ -87,39 +87,6 @@ TEST_F(Tool, InfoShowsTheUnitAndItsProtocols) {
     EXPECT_EQ(j["Protocols"]["Routes"]["Formats"], nlohmann::json({"D202", "D108", "D210"}));
 }
 
-// Every kind alone, as JSON, against what the unit holds.
-TEST_F(Tool, EachKindComesDownWhole) {
-    const auto j = Json_Of(Sim({"--json", "get", "waypoints", "proximity", "routes", "tracks", "laps", "almanac"}));
-    ASSERT_TRUE(j.is_object()) << j;
-    ASSERT_EQ(j["waypoints"].size(), builtin.waypoints.size());
-    for (std::size_t i = 0; i < builtin.waypoints.size(); ++i) {
-        EXPECT_EQ(j["waypoints"][i]["Ident"], builtin.waypoints[i].ident);
-        EXPECT_NEAR(j["waypoints"][i]["Lat"].get<double>(), sim::Semi_To_Deg(builtin.waypoints[i].lat), 1e-9);
-    }
-    ASSERT_EQ(j["proximity"].size(), builtin.proximity.size());
-    EXPECT_EQ(j["proximity"][0]["Dist"], builtin.proximity[0].dist);
-    ASSERT_EQ(j["routes"].size(), builtin.routes.size());
-    for (std::size_t i = 0; i < builtin.routes.size(); ++i) {
-        EXPECT_EQ(j["routes"][i]["Ident"], builtin.routes[i].ident);
-        EXPECT_EQ(j["routes"][i]["Waypoints"].size(), builtin.routes[i].points.size());
-    }
-    // Each track under its own header, its points in order, segments where the unit broke them.
-    ASSERT_EQ(j["tracks"].size(), builtin.tracks.size());
-    for (std::size_t i = 0; i < builtin.tracks.size(); ++i) {
-        const auto& want = visible.tracks[i];
-        const auto& got = j["tracks"][i];
-        EXPECT_EQ(got["Ident"], want.ident);
-        ASSERT_EQ(got["Points"].size(), want.points.size());
-        for (std::size_t k = 0; k < want.points.size(); ++k) {
-            EXPECT_EQ(got["Points"][k]["New_Segment"], want.points[k].new_segment) << want.ident << " " << k;
-            EXPECT_EQ(got["Points"][k]["Time"], Iso_Time(want.points[k].time));
-        }
-    }
-    EXPECT_EQ(j["laps"].size(), builtin.laps.size());
-    EXPECT_EQ(j["almanac"].size(), builtin.almanac.size());
-    EXPECT_FALSE(j.contains("flightbook"));
-}
-
 TEST_F(Tool, GetAllWritesGpxAndSkipsWhatTheUnitLacks) {
     const fs::path out = scratch / "all.gpx";
     const Result r = Sim({"get", "all", "-o", out.string()});
@@ -152,20 +119,6 @@ TEST_F(Tool, PutThenGetGivesBackTheSameGpx) {
                                      back.string()});
     ASSERT_EQ(get.code, 0) << get.err;
     EXPECT_EQ(Read_File(back), Read_File(original));
-}
-
-// Track points reach a unit that checks the size byte: the tool asks the
-// control for the true size, which must leave D300 points as they were. (D301
-// points go up in PutThenGetGivesBackTheSameGpx; with the true size off they
-// are refused, as records_e2e checks.)
-TEST_F(Tool, PutVerifiesOnUnitsWithD302AndD300Points) {
-    for (const std::string profile : {"d110", "legacy25"}) {
-        const fs::path file = scratch / (profile + ".gpx");
-        ASSERT_EQ(Sim({"--sim-profile", profile, "get", "waypoints", "tracks", "-o", file.string()}).code, 0);
-        const Result r = Sim({"--sim-profile", profile, "--sim-empty", "put", file.string(), "--verify"});
-        EXPECT_EQ(r.code, 0) << profile << r.err;
-        EXPECT_NE(r.out.find("verified: every record read back"), std::string::npos) << profile << r.out;
-    }
 }
 
 TEST_F(Tool, PvtCountsAndRealTimeRequests) {

@@ -1,15 +1,16 @@
 // The USB transport against the simulated receiver's USB side, on the
-// virtual platform: packet forms, hostile blocks, the device search, the
-// session and its reset, and the control's requests over Port 0 compared
-// with the same requests over a serial line.
+// virtual platform: hostile blocks, the device search, the session and its
+// reset, the watchdog and polling over Port 0. (Transfers over USB against
+// the same over a serial line: records_e2e; faults mid-transfer: faults/.)
+// Public API and the simulated unit only.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <random>
 
-#include "control/control.h"
 #include "formats.h"
-#include "protocol/protocol_fixture.h"
+#include "support/host_fixture.h"
+#include "support/sim_frames.h"
 #include "sim_usb_driver.h"
 #include "trekcom/trekcom.h"
 
@@ -47,28 +48,6 @@ struct Usb_Recorder : cUSBEvents {
         seq = 0;
     }
 };
-
-TEST(UsbForms, SerialAndUsbFormsOfEachSize) {
-    const Bytes data{1, 2, 3};
-    EXPECT_EQ(cUSB::Serial_Form(35, data.data(), 3), (Bytes{16, 35, 3, 1, 2, 3, 0, 16, 3}));
-    // Id 300: expanded, size+6 in byte 2, the 32-bit size, then the 16-bit id.
-    EXPECT_EQ(cUSB::Serial_Form(300, data.data(), 3), (Bytes{16, 123, 9, 3, 0, 0, 0, 0x2C, 0x01, 1, 2, 3, 0, 16, 3}));
-    const Bytes big(300, 7);
-    const Bytes long_form = cUSB::Serial_Form(34, big.data(), 300);
-    ASSERT_EQ(long_form.size(), 312u);
-    EXPECT_EQ(long_form[1], 123);
-    EXPECT_EQ(long_form[2], 255);
-    EXPECT_EQ(long_form[4], 1);  // 300 = 0x12C
-
-    // Back to USB: normal, expanded, a bare protocol request.
-    EXPECT_EQ(cUSB::Usb_Form({16, 35, 3, 1, 2, 3, 0, 16, 3}), Usb_Packet(20, 35, 3, data));
-    EXPECT_EQ(cUSB::Usb_Form(cUSB::Serial_Form(300, big.data(), 300)), Usb_Packet(20, 300, 300, big));
-    EXPECT_EQ(cUSB::Usb_Form({0, 5}), Usb_Packet(0, 5, 0, {}));
-    // Sizes that claim more than the packet holds are cut to what it holds.
-    EXPECT_EQ(cUSB::Usb_Form({16, 35, 200, 1}), Usb_Packet(20, 35, 1, {1}));
-    EXPECT_EQ(cUSB::Usb_Form({16, 123, 255, 0xFF, 0xFF, 0xFF, 0xFF, 1, 0}), Usb_Packet(20, 1, 0, {}));
-    EXPECT_TRUE(cUSB::Usb_Form({16}).empty());
-}
 
 class Usb_Transport : public ::testing::Test {
 protected:
@@ -240,138 +219,7 @@ TEST_F(Usb_Control, SessionThatFailsGetsOneReset) {
     EXPECT_EQ(rec.errors[1].message, "USB connection failure");
 }
 
-// ---------------------------------------------------------------- faults mid-transfer
-
-// A receiver on USB that fails in the middle of a record transfer, kind by
-// kind: the download ends within bounded (virtual) time with the transport's
-// error and the control's count report, the records read before the fault
-// stay in their collection, and once the receiver is back a new download is
-// whole. Zero-length packets after every packet cost nothing.
-constexpr int kRecord_K = 1;
-
-struct Usb_Fault {
-    const char* name;
-    void (*arm)(Sim_Usb_Receiver&);
-    const char* error;  // the transport's report; null: the transfer completes
-};
-
-const Usb_Fault kUsb_Faults[] = {
-    {"stall", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().stall_after_record = kRecord_K; },
-     "No response from device"},
-    // The cable goes with record K + 1 on it.
-    {"hang_up", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().hang_up_after_record = kRecord_K + 1; },
-     "USB device read failed"},
-    {"switched_off", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().off_after_record = kRecord_K; },
-     "No response from device"},
-    // Pulled out by the user: the records packet and K records were read.
-    {"unplugged", [](Sim_Usb_Receiver& r) { r.vanish_after_bulk_reads = r.bulk_reads + kRecord_K + 1; },
-     "USB device read failed"},
-    {"zero_length_packets", [](Sim_Usb_Receiver& r) { r.unit.Fault_Knobs().usb_zero_length = true; }, nullptr},
-};
-
-// A host that abandons its waits (Platform::Interrupt, as on Ctrl-C) ends a
-// stalled USB read within a second, not after the ten seconds a stall is
-// otherwise given; the records read so far stay.
-TEST_F(Usb_Control, AnInterruptEndsAStalledRead) {
-    ctl.Request_Product_Data();
-    receiver->unit.Fault_Knobs().stall_after_record = kRecord_K;
-    auto alarm = vp->Create_Timer();
-    alarm->Interval(500);
-    alarm->Tick = [&] { vp->Interrupt(); };
-    alarm->Enabled(true);
-    const double start = vp->Now_ms();
-    ctl.Request_Waypoints();
-    EXPECT_LT(vp->Now_ms() - start, 1500);
-    EXPECT_EQ(ctl.Waypoints()->Count(), kRecord_K);
-}
-
-struct Usb_Kind {
-    const char* name;
-    void (TrekcomCtl::*request)();
-    std::int32_t (*items)(TrekcomCtl&);  // what its collection holds
-};
-
-const Usb_Kind kUsb_Kinds[] = {
-    {"waypoints", &TrekcomCtl::Request_Waypoints, [](TrekcomCtl& c) { return c.Waypoints()->Count(); }},
-    // Route headers and waypoints; the links fill the current route in place.
-    {"routes", &TrekcomCtl::Request_Routes,
-     [](TrekcomCtl& c) {
-         std::int32_t n = c.Routes()->Count();
-         for (const auto& r : *c.Routes()) n += r->Waypoints->Count();
-         return n;
-     }},
-    {"tracks", &TrekcomCtl::Request_Tracks, [](TrekcomCtl& c) { return c.Tracks()->Count(); }},
-    {"laps", &TrekcomCtl::Request_Laps, [](TrekcomCtl& c) { return c.Laps()->Count(); }},
-};
-
-class Usb_Faults : public Usb_Control, public ::testing::WithParamInterface<std::tuple<Usb_Kind, Usb_Fault>> {
-protected:
-    // The count the last records packet announced, and the packets of the
-    // transfer after it (the completion aside).
-    std::pair<int, int> Announced_And_Arrived(std::size_t from) const {
-        int announced = -1, arrived = 0;
-        for (std::size_t i = from; i < rec.received.size(); ++i) {
-            const Bytes& p = rec.received[i];
-            if (p[1] == ctl.PID_Records()) {
-                announced = p[3] | (p[4] << 8);
-                arrived = 0;
-            } else if (p[1] != ctl.PID_Xfer_Cmplt()) {
-                ++arrived;
-            }
-        }
-        return {announced, arrived};
-    }
-};
-
-TEST_P(Usb_Faults, DownloadEndsWithTheErrorAndKeepsWhatCame) {
-    const auto& [kind, fault] = GetParam();
-    ctl.Request_Product_Data();
-    ASSERT_TRUE(rec.errors.empty());
-    fault.arm(*receiver);
-    const double start = vp->Now_ms();
-    const std::size_t from = rec.received.size();
-    (ctl.*kind.request)();
-    // The transport reads the whole transfer inside the request.
-    EXPECT_LT(vp->Now_ms() - start, 15000);
-    const auto [announced, arrived] = Announced_And_Arrived(from);
-    ASSERT_GT(announced, kRecord_K + 1) << (rec.errors.empty() ? "" : rec.errors[0].message);
-    if (!fault.error) {
-        EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
-        EXPECT_EQ(arrived, announced);
-    } else {
-        EXPECT_EQ(arrived, kRecord_K);
-        ASSERT_EQ(rec.errors.size(), 2u) << rec.errors[0].message << " | " << rec.errors.back().message;
-        EXPECT_EQ(rec.errors[0].message, fault.error);
-        EXPECT_EQ(rec.errors[1].code, 7);
-        EXPECT_EQ(rec.errors[1].message, "Incomplete transfer: " + std::to_string(kRecord_K) + " of " +
-                                             std::to_string(announced) + " records received");
-    }
-    if (std::string(kind.name) != "routes") {
-        EXPECT_EQ(kind.items(ctl), arrived);
-    }
-    // Nothing more comes of it.
-    const std::size_t events = rec.order.size();
-    vp->Advance(30000);
-    EXPECT_EQ(rec.order.size(), events);
-
-    // Back on, plugged in: the next download is whole.
-    receiver->present = true;
-    receiver->vanish_after_bulk_reads = -1;
-    receiver->unit.Power_On();
-    rec.errors.clear();
-    const std::size_t again = rec.received.size();
-    (ctl.*kind.request)();
-    const auto [announced_again, arrived_again] = Announced_And_Arrived(again);
-    EXPECT_EQ(arrived_again, announced_again);
-    EXPECT_EQ(announced_again, announced);
-    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
-}
-
-INSTANTIATE_TEST_SUITE_P(Table, Usb_Faults,
-                         ::testing::Combine(::testing::ValuesIn(kUsb_Kinds), ::testing::ValuesIn(kUsb_Faults)),
-                         [](const auto& info) {
-                             return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
-                         });
+// (Faults in the middle of a transfer over USB: faults/, beside the serial ones.)
 
 // A packet sent on USB without a wait arms the watchdog as on a serial line:
 // unanswered, it goes once more, then the host hears "No response".
@@ -379,7 +227,7 @@ TEST_F(Usb_Control, AnUnansweredSendEndsWithNoResponse) {
     ctl.Request_Product_Data();
     ASSERT_TRUE(rec.errors.empty());
     const std::size_t before = receiver->written.size();
-    ctl.Send(link::Make_Packet(ctl.PID_Command_Data(), {99, 0}));  // a command the unit does not know
+    ctl.Send(sim::frame::Packet(ctl.PID_Command_Data(), {99, 0}));  // a command the unit does not know
     vp->Advance(3 * ctl.Time_Out());
     EXPECT_EQ(receiver->written.size(), before + 2);
     ASSERT_EQ(rec.errors.size(), 1u);
@@ -456,124 +304,8 @@ TEST_P(Usb_Polling, RequestsGetTheirRepliesWhileTheHostPolls) {
 INSTANTIATE_TEST_SUITE_P(Modes, Usb_Polling, ::testing::Values(Polling::async, Polling::pvt),
                          [](const auto& info) { return info.param == Polling::async ? "async" : "pvt"; });
 
-// The same requests over a serial line and over USB give the same packets.
-// What a host learns from identification and three downloads: the product
-// and protocols, then each data packet as id and data.
-// A control on a simulated unit holding `data`, over USB or a serial line.
-struct Either_Transport {
-    Either_Transport(bool over_usb, const sim::Data_Set& data) {
-        receiver->unit.Data() = data;
-        ctl.Advise(rec);
-        if (over_usb) {
-            ctl.Port(0);
-        } else {
-            vp->Attach(1, std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current"), data));
-            EXPECT_TRUE(ctl.PortOpen());
-        }
-    }
-    std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
-    std::shared_ptr<Sim_Usb_Receiver> receiver = Plug_In(vp);
-    TrekcomCtl ctl{vp};
-    Recorder rec;
-};
-
-std::vector<Bytes> Run_Requests(bool over_usb) {
-    Either_Transport t(over_usb, sim::Builtin_Data());
-    auto& [vp, receiver, ctl, rec] = t;
-    ctl.Request_Product_Data();
-    for (auto [request, event] : {std::pair{&TrekcomCtl::Request_Waypoints, &Recorder::waypoints},
-                                  {&TrekcomCtl::Request_Routes, &Recorder::routes},
-                                  {&TrekcomCtl::Request_Tracks, &Recorder::tracks}}) {
-        (ctl.*request)();
-        // A copy: clang 14 cannot capture a structured binding.
-        EXPECT_TRUE(vp->Run_Until([&rec, member = event] { return rec.*member == 1; }, 30000)) << over_usb;
-    }
-    EXPECT_TRUE(rec.errors.empty()) << (rec.errors.empty() ? "" : rec.errors[0].message);
-
-    const std::string protocols = std::to_string(ctl.Product_Data()->Product_ID) + ctl.Link_Protocol() +
-                                  ctl.WayPoint_Transfer_Protocol() + ctl.Waypoint_Data_Format() +
-                                  ctl.Route_Transfer_Protocol() + ctl.Track_Transfer_Protocol() +
-                                  ctl.Track_Point_Format();
-    std::vector<Bytes> out{Bytes(protocols.begin(), protocols.end())};
-    for (const Bytes& p : rec.received) {
-        if (p[1] == 6 || p[1] == 21) continue;  // the serial link's own
-        Bytes id_and_data{p[1]};
-        const Bytes data = link::Packet_Data(p);
-        id_and_data.insert(id_and_data.end(), data.begin(), data.end());
-        out.push_back(id_and_data);
-    }
-    return out;
-}
-
-TEST(UsbAgainstSerial, IdentificationAndDownloadsMatch) {
-    const std::vector<Bytes> usb = Run_Requests(true);
-    EXPECT_GT(usb.size(), 20u);
-    EXPECT_EQ(usb, Run_Requests(false));
-}
-
-// Coordinates whose bytes hold runs of 16s before a 3 (and a 3 before 16s):
-// every frame that carries them is full of what framing gets wrong.
-std::int32_t Awkward_Semicircles(std::mt19937& rng) {
-    static const std::vector<Bytes> runs = {{0x10, 0x03}, {0x10, 0x10, 0x03}, {0x10, 0x10, 0x10, 0x03}, {0x03, 0x10, 0x10}};
-    const Bytes& run = runs[rng() % runs.size()];
-    Bytes bytes(4);
-    for (auto& b : bytes) b = static_cast<std::uint8_t>(rng());
-    bytes[3] &= 0x3F;  // within the globe
-    const std::size_t at = rng() % (5 - run.size());
-    std::copy(run.begin(), run.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at));
-    return static_cast<std::int32_t>(bytes[0] | bytes[1] << 8 | bytes[2] << 16 | std::uint32_t{bytes[3]} << 24);
-}
-
-sim::Data_Set Awkward_Data() {
-    std::mt19937 rng(1810);
-    sim::Data_Set data;
-    sim::Track track;
-    track.ident = "AWKWARD";
-    for (int i = 0; i < 400; ++i) {
-        sim::Waypoint w;
-        w.ident = "W" + std::to_string(i);
-        w.lat = Awkward_Semicircles(rng);
-        w.lon = Awkward_Semicircles(rng);
-        data.waypoints.push_back(w);
-        track.points.push_back({Awkward_Semicircles(rng), Awkward_Semicircles(rng)});
-    }
-    data.tracks.push_back(track);
-    return data;
-}
-
-// Every waypoint and track point of the awkward data set comes down intact,
-// over USB and over a serial line.
-TEST(UsbAgainstSerial, AwkwardBytesArriveIntactOverBoth) {
-    const sim::Data_Set data = Awkward_Data();
-    for (const bool over_usb : {true, false}) {
-        SCOPED_TRACE(over_usb ? "USB" : "serial");
-        Either_Transport t(over_usb, data);
-        auto& [vp, receiver, ctl, rec] = t;
-        ctl.Request_Waypoints();
-        ASSERT_TRUE(vp->Run_Until([&] { return rec.waypoints == 1; }, 60000));
-        ctl.Request_Tracks();
-        ASSERT_TRUE(vp->Run_Until([&] { return rec.tracks == 1; }, 60000));
-        EXPECT_TRUE(rec.errors.empty()) << (rec.errors.empty() ? "" : rec.errors[0].message);
-
-        ASSERT_EQ(ctl.Waypoints()->Count(), 400);
-        for (std::int32_t i = 1; i <= 400; ++i) {
-            const cWaypoint& got = *ctl.Waypoints()->Item(i);
-            const sim::Waypoint& want = data.waypoints[static_cast<std::size_t>(i - 1)];
-            ASSERT_EQ(got.Ident, want.ident);
-            ASSERT_EQ(sim::Deg_To_Semi(got.Lat), want.lat) << want.ident;
-            ASSERT_EQ(sim::Deg_To_Semi(got.Lon), want.lon) << want.ident;
-        }
-        // The track's header comes first, then its points.
-        ASSERT_EQ(ctl.Tracks()->Count(), 401);
-        std::vector<std::pair<std::int32_t, std::int32_t>> points;
-        for (std::int32_t i = 2; i <= 401; ++i) {
-            const cTrack& t = *ctl.Tracks()->Item(i);
-            points.emplace_back(sim::Deg_To_Semi(t.Lat), sim::Deg_To_Semi(t.Lon));
-        }
-        for (std::size_t i = 0; i < points.size(); ++i)
-            ASSERT_EQ(points[i], std::pair(data.tracks[0].points[i].lat, data.tracks[0].points[i].lon)) << i;
-    }
-}
+// (The same downloads over USB and over a serial line, on random data sets
+// thick with stuffed bytes: records_e2e's Differential.)
 
 // (PVT packets arriving while the host polls: Usb_Polling.)
 TEST_F(Usb_Control, UploadNeedsNoAcknowledgements) {
@@ -584,7 +316,7 @@ TEST_F(Usb_Control, UploadNeedsNoAcknowledgements) {
     ctl.Start_of_Records(count);
     sim::Waypoint w = receiver->unit.Data().waypoints.at(0);
     w.ident = "USBWPT";
-    ctl.Send(link::Make_Packet(35, sim::formats::Encode_Waypoint(w, receiver->unit.Unit_Profile().waypoint_type)));
+    ctl.Send(sim::frame::Packet(35, sim::formats::Encode_Waypoint(w, receiver->unit.Unit_Profile().waypoint_type)));
     ctl.End_of_Records();
     vp->Advance(10000);
     EXPECT_EQ(receiver->unit.Stats().uploads_completed, 1);
