@@ -87,6 +87,7 @@ bool Link::Send_Packet(const Packet& packet, std::uint8_t& Response, std::int32_
     last_wait_ = WaitTime;
 
     const std::uint16_t id = packet.id;
+    if (id != ids_.PID_Ack_Byte && id != ids_.PID_Nak_Byte) failed_ = false;  // a new exchange
     if (id != ids_.PID_Ack_Byte) {
         // Re-armed without clearing retry_count_: a re-send from the watchdog
         // must still end in an error when the second period passes silently.
@@ -143,16 +144,21 @@ void Link::Report(std::int16_t code, const std::string& phrase, const Bytes& pac
     host_.Raise_Error(code, host_.xLate(phrase), packet);
 }
 
+void Link::Exchange_Failed() {
+    Stop_Watchdog();
+    failed_ = true;
+}
+
 void Link::No_Response() {
     Stop_Watchdog();
-    Report(0, "No response from device", Last_Frame());
+    if (!failed_) Report(0, "No response from device", Last_Frame());
 }
 
 void Link::Send(const Bytes& frame, std::uint8_t Response, std::int32_t WaitTime) {
     // Not even a frame: nothing to send.
     const std::optional<Packet> packet = Packet_Of(frame);
     const bool answered = packet && Send_Packet(*packet, Response, WaitTime);
-    if (!answered && WaitTime >= 1) Report(0, "No response from device", Last_Frame());
+    if (!answered && WaitTime >= 1 && !failed_) Report(0, "No response from device", Last_Frame());
 }
 
 void Link::Reset() {

@@ -136,9 +136,9 @@ bool Serial_Transport::Wait_Response(std::uint8_t expected, std::int32_t WaitTim
             return false;
         }
         Parse_All(port_.Input());
-        if (wait.arrived) {
+        if (wait.arrived || wait.failed) {
             port_.RThreshold(1);
-            return true;
+            return wait.arrived;
         }
         if (wait.refused) {  // re-sent: the period starts again
             wait.refused = false;
@@ -330,6 +330,7 @@ bool Serial_Transport::Process_Packet(const Bytes& packet) {
             }
         } else {
             nak_count_ = 0;
+            Give_Up();
             link_.Report(2, "Unable to communicate with device", link_.Last_Frame());
         }
         return true;
@@ -370,9 +371,17 @@ void Serial_Transport::Refuse(const Bytes& packet) {
     } else {
         nak_count_ = 0;
         gave_up_ = true;
-        link_.Stop_Watchdog();
+        Give_Up();
         link_.Report(3, "Invalid message received from device", packet);
     }
+}
+
+// The exchange in progress has failed: its waits end now, and the error
+// about to be raised is its one outcome. Marked before the error is raised:
+// a handler of it may well start the next exchange.
+void Serial_Transport::Give_Up() {
+    link_.Exchange_Failed();
+    for (Awaited* wait : awaited_) wait->failed = true;
 }
 
 void Serial_Transport::Arrived(std::uint8_t id, bool nak) {

@@ -88,6 +88,7 @@ private:
     void Packet_Path();
     void Parse_All(std::string_view chunk);
     void Arrived(std::uint8_t id, bool nak);
+    void Give_Up();
     void Refuse(const Bytes& packet);
     void Line_Path(std::size_t line_start);
     // Traces, frames, stuffs and writes one packet.
@@ -113,6 +114,7 @@ private:
         std::uint8_t id = 0;
         bool arrived = false;
         bool refused = false;  // a NAK came: the packet was sent again
+        bool failed = false;   // the transport gave the exchange up
     };
     std::vector<Awaited*> awaited_;
     long lines_received_ = 0;

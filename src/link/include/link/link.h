@@ -108,6 +108,10 @@ public:
     void Restart_Watchdog();
     // More records of a transfer must follow: the watchdog runs again.
     void Expect_More();
+    // The transport gave up on the exchange in progress and reports why:
+    // the watchdog stops, and no "No response" follows for it.
+    void Exchange_Failed();
+    // "No response from device", unless the exchange has already failed.
     void No_Response();
     // A packet the host laid out as a serial frame (its checksum and trailer
     // are filled in); a missing answer is reported.
@@ -151,6 +155,7 @@ private:
     std::uint8_t last_response_ = 0;
     std::int32_t last_wait_ = 0;
     Packet last_;
+    bool failed_ = false;  // the exchange of last_ has ended in an error
     std::unique_ptr<Serial_Transport> serial_;
     std::unique_ptr<Usb_Transport> usb_;
     Transport* transport_ = nullptr;
