@@ -119,15 +119,22 @@ Data_View Data_Of(const Bytes& packet) {
 }
 
 Bytes Frame_Of(const Packet& packet, Checksum checksum) {
+    Bytes frame;
+    Frame_Into(packet, frame, checksum);
+    return frame;
+}
+
+void Frame_Into(const Packet& packet, Bytes& frame, Checksum checksum) {
     const std::size_t size = packet.data.size();
     const std::size_t announced = packet.Announced_Size();
-    Bytes frame;
+    frame.clear();
     if (packet.id < 256 && announced < 256 && size < 256) {
         frame.reserve(size + kFrameOverhead);
-        frame = {DLE, static_cast<std::uint8_t>(packet.id), static_cast<std::uint8_t>(announced)};
+        frame.insert(frame.end(), {DLE, static_cast<std::uint8_t>(packet.id), static_cast<std::uint8_t>(announced)});
     } else {
         frame.reserve(size + kFrameOverhead + kExpanded_Head);
-        frame = {DLE, kExpanded_Id, static_cast<std::uint8_t>(std::min<std::size_t>(size + kExpanded_Head, 255))};
+        frame.insert(frame.end(),
+                     {DLE, kExpanded_Id, static_cast<std::uint8_t>(std::min<std::size_t>(size + kExpanded_Head, 255))});
         frame.resize(3 + kExpanded_Head);
         Put_LE<std::uint32_t>(frame, 3, static_cast<std::uint32_t>(size));
         Put_LE<std::uint16_t>(frame, 7, packet.id);
@@ -135,7 +142,6 @@ Bytes Frame_Of(const Packet& packet, Checksum checksum) {
     frame.insert(frame.end(), packet.data.begin(), packet.data.end());
     frame.insert(frame.end(), {0, DLE, ETX});
     if (checksum == Checksum::computed) Seal_Packet(frame);
-    return frame;
 }
 
 std::optional<Packet> Packet_Of(const Bytes& frame) {

@@ -401,10 +401,10 @@ void Serial_Transport::Answer(Packet& templ, std::uint8_t id, bool remember) {
 
 // Every packet leaves the serial line here: traced, framed, stuffed.
 void Serial_Transport::Write_Wire(const Packet& packet) {
-    const Bytes frame = Frame_Of(packet);
-    link_.Trace_Packet(frame, "O");
+    Frame_Into(packet, frame_);
+    link_.Trace_Packet(frame_, "O");
     if (!port_.PortOpen()) return;
-    const Bytes wire = Stuff_Packet(frame);
+    const Bytes wire = Stuff_Packet(frame_);
     port_.Output(std::string(wire.begin(), wire.end()));
 }
 

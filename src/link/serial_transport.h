@@ -107,6 +107,7 @@ private:
     std::int32_t nak_count_ = 0;
     Packet ack_;
     Packet nak_;
+    Bytes frame_;  // the frame being written, kept to spare an allocation each
     // The waits in progress, innermost last: a packet that arrives is marked
     // in each that awaits its id, so a wait nested in a handler cannot steal
     // an outer wait's answer.

@@ -89,6 +89,9 @@ Data_View Data_Of(const Bytes& packet);
 // USB carries no checksum: its frames leave that byte 0.
 enum class Checksum { computed, zero };
 Bytes Frame_Of(const Packet& packet, Checksum checksum = Checksum::computed);
+// The same into a buffer the caller keeps, so a stream of packets does not
+// allocate one frame each.
+void Frame_Into(const Packet& packet, Bytes& frame, Checksum checksum = Checksum::computed);
 
 // The application packet of a serial-form frame (normal or expanded); nothing
 // for fewer elements than a frame has. Of an expanded frame only the data its
