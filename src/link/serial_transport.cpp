@@ -401,9 +401,11 @@ void Serial_Transport::Answer(Packet& templ, std::uint8_t id, bool remember) {
 
 // Every packet leaves the serial line here: traced, framed, stuffed.
 void Serial_Transport::Write_Wire(const Packet& packet) {
+    const bool open = port_.PortOpen();
+    if (!open && !Shared().DebugLog) return;  // nothing to write, nothing to trace
     Frame_Into(packet, frame_);
     link_.Trace_Packet(frame_, "O");
-    if (!port_.PortOpen()) return;
+    if (!open) return;
     const Bytes wire = Stuff_Packet(frame_);
     port_.Output(std::string(wire.begin(), wire.end()));
 }
