@@ -1,7 +1,6 @@
 // NMEA 0183 and text lines: from the simulator, from real receivers'
 // recordings and from hostile lines, each delivered once with the right
 // checksum verdict; and sentences sent with their checksum completed.
-#include <algorithm>
 #include <iomanip>
 #include <numeric>
 #include <sstream>
@@ -24,41 +23,12 @@ bool Deserves_Good_Checksum(const std::string& s) {
     return s.substr(s.size() - 2) == hex.str();
 }
 
-// The simulator talking NMEA or text behind a line that hands its bytes over
-// a few at a time, as a serial port does.
-class Trickling_Unit : public VirtualDevice, public sim::Line {
-public:
-    explicit Trickling_Unit(sim::Output_Mode mode)
-        : unit_(sim::Profile::Named("current"), sim::Builtin_Data(), [&] {
-              sim::Options o;
-              o.mode = mode;
-              return o;
-          }()) {}
-    sim::Unit& Sim() { return unit_; }
-
-    // VirtualDevice
-    void Attached(VirtualLine& l) override {
-        line_ = &l;
-        unit_.Connect(this);
-    }
-    void Host_Wrote(const Bytes& bytes) override { unit_.Host_Wrote(bytes); }
-    void Wake() override { unit_.Wake(); }
-    // sim::Line
-    double Now_ms() const override { return line_->Now_ms(); }
-    void Send(const Bytes& bytes, double at_ms) override {
-        for (std::size_t pos = 0; pos < bytes.size(); pos += 8)
-            line_->Send(Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(pos),
-                              bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), pos + 8))),
-                        at_ms + static_cast<double>(pos) * 10 * 1000.0 / 4800);
-    }
-    void Wake_At(double at_ms) override { line_->Wake_At(at_ms); }
-    void Cancel_Wake() override { line_->Cancel_Wake(); }
-    void Line_Rate(std::int32_t baud) override { line_->Device_Baud(baud); }
-
-private:
-    VirtualLine* line_ = nullptr;
-    sim::Unit unit_;
-};
+// The simulator talking NMEA or text.
+std::shared_ptr<sim::Virtual_Unit> Talking_Unit(sim::Output_Mode mode) {
+    sim::Options o;
+    o.mode = mode;
+    return std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current"), sim::Builtin_Data(), o);
+}
 
 TEST(Nmea, TheChecksumRule) {
     TrekcomCtl ctl(std::make_shared<VirtualPlatform>());
@@ -92,7 +62,7 @@ TEST(Nmea, SendCompletesTheChecksumInItsThreeCases) {
 // (Sentences arriving once and in order, with bad checksums among them, are
 // checked with recorded and hostile streams below.)
 TEST(Nmea, SimulatorSentencesArriveCheckedUnlessChecksAreOffAndTheirEndIsReported) {
-    auto unit = std::make_shared<Trickling_Unit>(sim::Output_Mode::nmea);
+    auto unit = Talking_Unit(sim::Output_Mode::nmea);
     Host h(unit, "4800,N,8,1");
     ASSERT_TRUE(h.ctl.PortOpen());
     h.Run(4500);
@@ -117,7 +87,7 @@ TEST(Nmea, SimulatorSentencesArriveCheckedUnlessChecksAreOffAndTheirEndIsReporte
 }
 
 TEST(Nmea, TextLinesCarryNoChecksum) {
-    Host h(std::make_shared<Trickling_Unit>(sim::Output_Mode::text), "4800,N,8,1");
+    Host h(Talking_Unit(sim::Output_Mode::text), "4800,N,8,1");
     ASSERT_TRUE(h.ctl.PortOpen());
     h.Run(3500);
     ASSERT_GE(h.events.nmea.size(), 3u);
@@ -172,36 +142,6 @@ TEST(Nmea, StrayBytesBeforeTheFirstLineShiftItAndOnlyIt) {
     EXPECT_EQ(h.events.nmea[1].first, s2);
     EXPECT_EQ(h.events.nmea[2].first, s3);
     EXPECT_TRUE(h.events.nmea[2].second);
-}
-
-TEST(Nmea, LinesOfAnyContentAreHandledAndTheStreamRecovers) {
-    auto device = std::make_shared<Line_Device>();
-    Host h(device, "4800,N,8,1");
-    ASSERT_TRUE(h.ctl.PortOpen());
-    std::string hostile = "$\r\n*\r\n$*\r\n$*00\r\n@*00\r\n$GP*ZZ\r\n**\r\n@\r\n" + std::string(200, '$') + "\r\n";
-    std::mt19937 random(11);
-    for (int line = 0; line < 300; ++line) {
-        std::string s(random() % 120, ' ');
-        for (char& c : s) {
-            c = static_cast<char>(random() % 256);
-            if (c == 16) c = '$';  // a DLE would leave the line branch for the packet one
-        }
-        hostile += s + (random() % 5 ? "\r\n" : "");
-    }
-    device->Send_Paced(hostile);
-    h.Run(hostile.size() * 10 * 1000.0 / 4800 + 5000);  // and the watchdog clears what is left
-    for (const auto& [line, ok] : h.events.nmea) {
-        EXPECT_NE(hostile.find(line), std::string::npos);
-        // A buffer holding an '@' makes its line a text line, so a good
-        // checksum may go unchecked; a bad one is never called good.
-        EXPECT_TRUE(!ok || Deserves_Good_Checksum(line)) << line;
-    }
-    const std::string good = "$GPGLL,4916.45,N,12311.12,W,225444,A*31";
-    h.events.nmea.clear();
-    device->Send_Paced(good + "\r\n");
-    h.Run(200);
-    ASSERT_EQ(h.events.nmea.size(), 1u);
-    EXPECT_EQ(h.events.nmea[0], std::make_pair(good, true));
 }
 
 // ---------------------------------------------------------------- real receivers

@@ -50,52 +50,29 @@ TEST(Surface, AFreshControlStartsFromItsDefaultsWhateverAnEarlierOneWasGiven) {
 
 // ---------------------------------------------------------------- read-only
 
-// Every read-only property refuses the same way, through one refusal (see
-// READ_ONLY in control.cpp); one of each kind of value shows the rule.
-TEST(Surface, AReadOnlyPropertyRefusesWith383InTheCurrentLanguageAndKeepsItsValue) {
+// Every read-only property refuses, with 383 in the current language, and
+// keeps its value: a setter that took one would let a host overwrite what
+// the receiver said.
+TEST(Surface, EveryReadOnlyPropertyRefusesInTheCurrentLanguageAndKeepsItsValue) {
     Scratch_Folder folder;
     Host h;
     h.vp->Translation_Folder(folder.path.string());
-    auto refusal = [&](const std::function<void()>& assign) {
-        try {
-            assign();
-        } catch (const RuntimeError& e) {
-            EXPECT_EQ(e.Number(), 383);
-            return std::string(e.what());
-        }
-        return std::string("no refusal");
-    };
-    const std::string format = h.ctl.Waypoint_Data_Format();
-    const std::int32_t length = h.ctl.PID_Expanded_Length();
-    EXPECT_EQ(refusal([&] { h.ctl.Waypoint_Data_Format(format + "X"); }), "Property is Read Only");
-    EXPECT_EQ(refusal([&] { h.ctl.PID_Expanded_Lengh(length + 1); }), "Property is Read Only");
-    EXPECT_EQ(h.ctl.Waypoint_Data_Format(), format);
-    EXPECT_EQ(h.ctl.PID_Expanded_Length(), length);
-    // The description is translated like every other message.
-    h.ctl.Language("Deutsch");
-    h.ctl.xLate("Property is Read Only");  // puts the phrase into the file
-    const auto file = std::filesystem::directory_iterator(folder.path)->path();
-    Write_File(file, "[Translations]\nProperty is Read Only=Eigenschaft ist schreibgeschützt\n");
-    EXPECT_EQ(refusal([&] { h.ctl.CMND_Change_Baud(1); }), "Eigenschaft ist schreibgeschützt");
-    EXPECT_EQ(refusal([&] { h.ctl.version("x"); }), "Eigenschaft ist schreibgeschützt");
-}
-
-// ...and every one of them refuses: a setter that took a value would let a
-// host overwrite what the receiver said.
-TEST(Surface, EveryReadOnlyPropertyRefuses) {
-    Host h;
     int refused = 0;
+    std::string said;
     auto refuse = [&](const std::function<void()>& assign) {
         try {
             assign();
         } catch (const RuntimeError& e) {
             refused += e.Number() == 383;
+            said = e.what();
         }
     };
+    const std::string format = h.ctl.Waypoint_Data_Format();
+    const std::int32_t length = h.ctl.PID_Expanded_Length();
     using C = TrekcomCtl;
 #define SETTERS(Type, value, ...) \
     for (auto set : std::initializer_list<void (C::*)(Type)>{__VA_ARGS__}) refuse([&] { (h.ctl.*set)(value); })
-#define TEXT(...) SETTERS(std::string, "", __VA_ARGS__)
+#define TEXT(...) SETTERS(std::string, "X", __VA_ARGS__)
 #define NUMBER(...) SETTERS(std::uint8_t, 1, __VA_ARGS__)
     TEXT(&C::version, &C::Link_Protocol, &C::WayPoint_Transfer_Protocol, &C::Route_Transfer_Protocol,
          &C::Track_Transfer_Protocol, &C::Prox_Wpt_Transfer_Protocol, &C::Almanac_Transfer_Protocol,
@@ -114,12 +91,22 @@ TEST(Surface, EveryReadOnlyPropertyRefuses) {
            &C::CMND_Transfer_Trk, &C::CMND_Transfer_Wpt, &C::CMND_Transfer_Lap, &C::CMND_Transfer_Flightbook,
            &C::CMND_Turn_Off_Pwr, &C::CMND_Start_Pvt_Data, &C::CMND_Stop_Pvt_Data, &C::CMND_Start_Async,
            &C::CMND_Change_Baud);
-    SETTERS(std::int32_t, 1, &C::PID_Expanded_ID, &C::PID_Icon, &C::PID_Expanded_Lengh);
+    SETTERS(std::int32_t, length + 1, &C::PID_Expanded_ID, &C::PID_Icon, &C::PID_Expanded_Lengh);
     refuse([&] { h.ctl.Incoming_Records_Count(1); });
 #undef TEXT
 #undef NUMBER
 #undef SETTERS
     EXPECT_EQ(refused, 25 + 42 + 3 + 1);
+    EXPECT_EQ(said, "Property is Read Only");
+    EXPECT_EQ(h.ctl.Waypoint_Data_Format(), format);
+    EXPECT_EQ(h.ctl.PID_Expanded_Length(), length);
+    // The description is translated like every other message.
+    h.ctl.Language("Deutsch");
+    h.ctl.xLate("Property is Read Only");  // puts the phrase into the file
+    const auto file = std::filesystem::directory_iterator(folder.path)->path();
+    Write_File(file, "[Translations]\nProperty is Read Only=Eigenschaft ist schreibgeschützt\n");
+    refuse([&] { h.ctl.version("x"); });
+    EXPECT_EQ(said, "Eigenschaft ist schreibgeschützt");
 }
 
 // With no sink advised the control raises nothing and works all the same;

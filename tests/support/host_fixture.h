@@ -30,7 +30,6 @@ struct Recorder : TrekcomCtlEvents {
     std::vector<std::pair<std::string, bool>> nmea;
     std::vector<Counts> counts;
     int waypoints = 0, routes = 0, tracks = 0, flightbook = 0, laps = 0;
-    std::shared_ptr<Collection<cWaypoint>> last_waypoints;
     bool twins_match = true;  // vcError repeats what cError was given (off when a handler rewrites it)
 
     void Receive(Bytes& p) override {
@@ -64,16 +63,14 @@ struct Recorder : TrekcomCtlEvents {
     void ReceiveCounts(std::int16_t& w, std::int16_t& p, std::int16_t& r, std::int16_t& t) override {
         counts.push_back({w, p, r, t});
     }
-    void ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>& list) override {
+    void ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>&) override {
         order.push_back("ReceivedWaypoints");
         ++waypoints;
-        last_waypoints = list;
     }
     void ReceivedRoutes(std::shared_ptr<Collection<cRoute>>&) override { ++routes; }
     void ReceivedTracks(std::shared_ptr<Collection<cTrack>>&) override { ++tracks; }
     void ReceivedFlightbook(std::shared_ptr<Collection<cFlightbook_Record>>&) override { ++flightbook; }
     void ReceivedLaps(std::shared_ptr<Collection<cLap>>&) override { ++laps; }
-    int Download_Events() const { return waypoints + routes + tracks + flightbook + laps; }
 };
 
 }  // namespace trekcom::testing

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <random>
 
-#include "formats.h"
 #include "support/host_fixture.h"
 #include "support/sim_frames.h"
 #include "sim_usb_driver.h"
@@ -303,30 +302,6 @@ TEST_P(Usb_Polling, RequestsGetTheirRepliesWhileTheHostPolls) {
 
 INSTANTIATE_TEST_SUITE_P(Modes, Usb_Polling, ::testing::Values(Polling::async, Polling::pvt),
                          [](const auto& info) { return info.param == Polling::async ? "async" : "pvt"; });
-
-// (The same downloads over USB and over a serial line, on random data sets
-// thick with stuffed bytes: records_e2e's Differential.)
-
-// (PVT packets arriving while the host polls: Usb_Polling.)
-TEST_F(Usb_Control, UploadNeedsNoAcknowledgements) {
-    ctl.Request_Product_Data();
-    ASSERT_TRUE(rec.errors.empty());
-    // An upload needs no acknowledgements, and no watchdog re-sends a record.
-    std::int16_t count = 1;
-    ctl.Start_of_Records(count);
-    sim::Waypoint w = receiver->unit.Data().waypoints.at(0);
-    w.ident = "USBWPT";
-    ctl.Send(sim::frame::Packet(35, sim::formats::Encode_Waypoint(w, receiver->unit.Unit_Profile().waypoint_type)));
-    ctl.End_of_Records();
-    vp->Advance(10000);
-    EXPECT_EQ(receiver->unit.Stats().uploads_completed, 1);
-    ASSERT_EQ(receiver->unit.Uploaded().waypoints.size(), 1u);
-    EXPECT_EQ(receiver->unit.Uploaded().waypoints[0].ident, "USBWPT");
-    EXPECT_TRUE(rec.errors.empty());
-    const auto before = receiver->written.size();
-    vp->Advance(10000);
-    EXPECT_EQ(receiver->written.size(), before);
-}
 
 }  // namespace
 }  // namespace trekcom::testing
