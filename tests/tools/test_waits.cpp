@@ -51,6 +51,10 @@ public:
         const int code = Run_Command(command, options, cmd, err);
         return {code, err.str(), vp->Now_ms() - start};
     }
+    void No_Usb_Receiver() {
+        vp->Usb_Driver_Handler([] { return Make_Null_Usb_Driver(Usb_Status::not_found); });
+        options.port = "usb";
+    }
     std::shared_ptr<sim::Virtual_Unit> Attach(sim::Options o = {}, sim::Faults f = {}) {
         auto unit = std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current"), sim::Builtin_Data(), o);
         unit->Sim().Fault_Knobs() = f;
@@ -65,8 +69,7 @@ public:
 };
 
 TEST_F(Waits, UsbSearchWithNothingPluggedInGivesUpAfterTheTimeout) {
-    vp->Usb_Driver_Handler([] { return Make_Null_Usb_Driver(Usb_Status::not_found); });
-    options.port = "usb";
+    No_Usb_Receiver();
     for (int timeout : {3000, 10000}) {
         options.timeout_ms = timeout;
         const Outcome r = Run(Run_Info);
@@ -87,12 +90,7 @@ TEST_F(Waits, AnInterruptEndsEveryWaitWithinASecond) {
         Command command;
     };
     const Case cases[] = {
-        {"usb device search",
-         [](Waits& t) {
-             t.vp->Usb_Driver_Handler([] { return Make_Null_Usb_Driver(Usb_Status::not_found); });
-             t.options.port = "usb";
-         },
-         Run_Info},
+        {"usb device search", [](Waits& t) { t.No_Usb_Receiver(); }, Run_Info},
         {"pvt stream", [](Waits& t) { t.Attach(); }, Run_Pvt},
         {"nmea monitor",
          [](Waits& t) {
