@@ -56,7 +56,7 @@ TEST_F(GarminTime, RoundTrips) {
     }
 }
 
-TEST_F(GarminTime, LenientButStrictAboutImpossibleDates) {
+TEST_F(GarminTime, LenientButStrictAboutImpossibleDatesAndTheNumberWins) {
     EXPECT_EQ(Time2Seconds("1990/01/01"), 86400);            // no clock: midnight
     EXPECT_EQ(Time2Seconds("1990-01-01 00:01"), 86460);      // '-' dates, clock without seconds
     EXPECT_EQ(Time2Seconds("1990/1/1   1:2:3"), 86400 + 3723);
@@ -64,9 +64,7 @@ TEST_F(GarminTime, LenientButStrictAboutImpossibleDates) {
                             "1990/01/01-24:00:00", "1990/01/01-12:60:00", "1990/01/01-12:00:60", "90/01/01-00:00:00",
                             "1990/01/01-12", "1990/01/01-12:00:00x", "2058/01/18-03:14:08", "1921/12/12-20:45:51"})
         EXPECT_EQ(Time2Seconds(bad), 0) << bad;
-}
-
-TEST_F(GarminTime, TheNumberWinsWhenSet) {
+    // On the wire, the number wins when set.
     EXPECT_EQ(Wire_Time(5, "2000/01/01-00:00:00"), 5);
     EXPECT_EQ(Wire_Time(0, "1990/01/01-00:00:00"), 86400);
     EXPECT_EQ(Wire_Time(-1, ""), -1);
