@@ -4,7 +4,6 @@
 // tests measure against is checked against a host written apart from both.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -82,9 +81,12 @@ TEST_P(SimGpsbabel, DownloadsGiveBackTheUnitsData) {
         EXPECT_EQ(Trim(n.child_value("name")), x.ident);
         EXPECT_EQ(Trim(n.child_value("cmt")), x.comment) << x.ident;
         EXPECT_TRUE(near(n, x.lat, x.lon)) << x.ident;
-        if (Has_Altitude(profile.waypoint_type))
+        if (Has_Altitude(profile.waypoint_type)) {
             EXPECT_NEAR(n.child("ele").text().as_double(-1e9), x.alt, 1e-3) << x.ident;
-        if (profile.waypoint_type == 110) EXPECT_EQ(std::string(n.child_value("time")), Iso(x.time)) << x.ident;
+        }
+        if (profile.waypoint_type == 110) {
+            EXPECT_EQ(std::string(n.child_value("time")), Iso(x.time)) << x.ident;
+        }
     }
     EXPECT_EQ(i, want.waypoints.size());
 
@@ -94,8 +96,12 @@ TEST_P(SimGpsbabel, DownloadsGiveBackTheUnitsData) {
     for (auto rte : r.child("gpx").children("rte")) {
         ASSERT_LT(ri, want.routes.size());
         const Route& x = want.routes[ri++];
-        if (profile.route_header_type == 202) EXPECT_EQ(Trim(rte.child_value("name")), x.ident);
-        if (profile.route_header_type == 201) EXPECT_EQ(Trim(rte.child_value("name")), x.comment);
+        if (profile.route_header_type == 202) {
+            EXPECT_EQ(Trim(rte.child_value("name")), x.ident);
+        }
+        if (profile.route_header_type == 201) {
+            EXPECT_EQ(Trim(rte.child_value("name")), x.comment);
+        }
         std::size_t pi = 0;
         for (auto n : rte.children("rtept")) {
             ASSERT_LT(pi, x.points.size());
@@ -126,19 +132,26 @@ TEST_P(SimGpsbabel, DownloadsGiveBackTheUnitsData) {
                 const Track_Point& p = points[ti++];
                 EXPECT_TRUE(near(n, p.lat, p.lon)) << ti;
                 EXPECT_EQ(std::string(n.child_value("time")), Iso(p.time)) << ti;
-                if (profile.track_point_type >= 301)
+                if (profile.track_point_type >= 301) {
                     EXPECT_NEAR(n.child("ele").text().as_double(-1e9), p.alt, 1e-3);
+                }
             }
         }
     }
     for (const auto& p : points) starts += p.new_segment;
     EXPECT_EQ(ti, points.size());
-    if (profile.track_protocol) EXPECT_EQ(segments, starts);
-    if (profile.track_header_type == 310 || profile.track_header_type == 312) EXPECT_EQ(got_names, names);
+    if (profile.track_protocol) {
+        EXPECT_EQ(segments, starts);
+    }
+    if (profile.track_header_type == 310 || profile.track_header_type == 312) {
+        EXPECT_EQ(got_names, names);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Profiles, SimGpsbabel, ::testing::ValuesIn(Profile::Names()), [](const auto& info) {
-    std::string n = info.param;
-    std::replace(n.begin(), n.end(), '-', '_');
-    return n;
-});
+INSTANTIATE_TEST_SUITE_P(Profiles, SimGpsbabel, ::testing::ValuesIn(Profile::Names()),
+                         [](const auto& info) {
+                             std::string n = info.param;
+                             for (char& c : n)
+                                 if (c == '-') c = '_';
+                             return n;
+                         });
