@@ -23,6 +23,15 @@ bool Deserves_Good_Checksum(const std::string& s) {
     return s.substr(s.size() - 2) == hex.str();
 }
 
+// A host at 4800 baud with its port open on a plain line device.
+struct Nmea_Host : Host {
+    explicit Nmea_Host(std::shared_ptr<Line_Device> d = std::make_shared<Line_Device>())
+        : Host(d, "4800,N,8,1"), device(std::move(d)) {
+        EXPECT_TRUE(ctl.PortOpen());
+    }
+    std::shared_ptr<Line_Device> device;
+};
+
 // The simulator talking NMEA or text.
 std::shared_ptr<sim::Virtual_Unit> Talking_Unit(sim::Output_Mode mode) {
     sim::Options o;
@@ -33,20 +42,15 @@ std::shared_ptr<sim::Virtual_Unit> Talking_Unit(sim::Output_Mode mode) {
 TEST(Nmea, TheChecksumRule) {
     TrekcomCtl ctl(std::make_shared<VirtualPlatform>());
     const std::string s = "$GPGLL,4916.45,N,12311.12,W,225444,A";
-    EXPECT_EQ(ctl.NMEA_Checksum(s), "31");
-    EXPECT_EQ(ctl.NMEA_Checksum(s + "*"), "31");
-    EXPECT_EQ(ctl.NMEA_Checksum(s + "*31"), "31");
-    EXPECT_EQ(ctl.NMEA_Checksum("$AB"), "03");  // a leading 0
-    EXPECT_EQ(ctl.NMEA_Checksum("XAB"), "03");  // the first character never counts
-    EXPECT_EQ(ctl.NMEA_Checksum("$\xFF\x0F"), "F0");
-    EXPECT_EQ(ctl.NMEA_Checksum(""), "00");
-    EXPECT_EQ(ctl.NMEA_Checksum("*AB"), "00");
+    // "$AB": a leading 0; "XAB": the first character never counts.
+    for (const auto& [in, sum] : std::initializer_list<std::pair<std::string, std::string>>{
+             {s, "31"}, {s + "*", "31"}, {s + "*31", "31"}, {"$AB", "03"}, {"XAB", "03"}, {"$\xFF\x0F", "F0"},
+             {"", "00"}, {"*AB", "00"}})
+        EXPECT_EQ(ctl.NMEA_Checksum(in), sum) << in;
 }
 
 TEST(Nmea, SendCompletesTheChecksumInItsThreeCases) {
-    auto device = std::make_shared<Line_Device>();
-    Host h(device, "4800,N,8,1");
-    ASSERT_TRUE(h.ctl.PortOpen());
+    Nmea_Host h;
     std::string bare = "$PGRMO,GPGLL,2", starred = "$PGRMO,GPGLL,2*", complete = "$PGRMO,GPGLL,2*00,as is";
     h.ctl.NMEA_Send(bare);
     h.ctl.NMEA_Send(starred);
@@ -56,7 +60,7 @@ TEST(Nmea, SendCompletesTheChecksumInItsThreeCases) {
     EXPECT_EQ(starred, bare);
     EXPECT_EQ(complete, "$PGRMO,GPGLL,2*00,as is");
     h.Run(10);
-    EXPECT_EQ(device->written, bare + "\r\n" + bare + "\r\n" + complete + "\r\n");
+    EXPECT_EQ(h.device->written, bare + "\r\n" + bare + "\r\n" + complete + "\r\n");
 }
 
 // (Sentences arriving once and in order, with bad checksums among them, are
@@ -98,14 +102,12 @@ TEST(Nmea, TextLinesCarryNoChecksum) {
 }
 
 TEST(Nmea, MoreThanFiftyMismatchesAreReportedOnceAndCountAgain) {
-    auto device = std::make_shared<Line_Device>();
-    Host h(device, "4800,N,8,1");
-    ASSERT_TRUE(h.ctl.PortOpen());
+    Nmea_Host h;
     const std::string good = "$GPGLL,4916.45,N,12311.12,W,225444,A*31\r\n";
     const std::string bad = "$GPGLL,4916.45,N,12311.12,W,225444,A*32\r\n";
     std::string stream;
     for (int i = 1; i <= 102; ++i) stream += bad + (i % 10 == 0 ? good : "");  // good ones reset nothing
-    device->Send_Paced(stream);
+    h.device->Send_Paced(stream);
     h.Run(stream.size() * 10 * 1000.0 / 4800 + 100);
     ASSERT_EQ(h.events.nmea.size(), 112u);
     ASSERT_EQ(h.events.errors.size(), 2u);
@@ -126,15 +128,13 @@ TEST(Nmea, MoreThanFiftyMismatchesAreReportedOnceAndCountAgain) {
 }
 
 TEST(Nmea, StrayBytesBeforeTheFirstLineShiftItAndOnlyIt) {
-    auto device = std::make_shared<Line_Device>();
-    Host h(device, "4800,N,8,1");
-    ASSERT_TRUE(h.ctl.PortOpen());
+    Nmea_Host h;
     const std::string s1 = "$GPGLL,4916.45,N,12311.12,W,225444,A*31", s2 = "$PGRMZ,48,f,3*27",
                       s3 = "$PGRMM,WGS 84*06";
     const std::string first = "xy" + s1 + "\r\n" + s2 + "\r\n";
-    device->line->Send(Bytes(first.begin(), first.end()));
+    h.device->line->Send(Bytes(first.begin(), first.end()));
     h.Run(50);
-    device->Send_Paced(s3 + "\r\n", 4);
+    h.device->Send_Paced(s3 + "\r\n", 4);
     h.Run(200);
     ASSERT_EQ(h.events.nmea.size(), 3u);
     EXPECT_EQ(h.events.nmea[0].first, s1.substr(2) + "\r\n");
@@ -170,10 +170,8 @@ TEST(Nmea, RealReceiversRecordingsAreDeliveredSentenceBySentenceWithTheRightVerd
             wire += s + "\r\n";
             mismatches += s.size() >= 3 && s[s.size() - 3] == '*' && !Deserves_Good_Checksum(s);
         }
-        auto device = std::make_shared<Line_Device>();
-        Host h(device, "4800,N,8,1");
-        ASSERT_TRUE(h.ctl.PortOpen());
-        device->Send_Paced(wire);
+        Nmea_Host h;
+        h.device->Send_Paced(wire);
         h.Run(wire.size() * 10 * 1000.0 / 4800 + 500);
         ASSERT_EQ(h.events.nmea.size(), sentences.size()) << name;
         for (std::size_t i = 0; i < sentences.size(); ++i) {
@@ -181,7 +179,7 @@ TEST(Nmea, RealReceiversRecordingsAreDeliveredSentenceBySentenceWithTheRightVerd
             EXPECT_EQ(h.events.nmea[i].second, Deserves_Good_Checksum(sentences[i])) << name << ": " << sentences[i];
         }
         EXPECT_EQ(h.events.errors.size(), mismatches / 51) << name;
-        EXPECT_TRUE(device->written.empty()) << name;  // NMEA is never answered
+        EXPECT_TRUE(h.device->written.empty()) << name;  // NMEA is never answered
     }
 }
 

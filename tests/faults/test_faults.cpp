@@ -21,23 +21,6 @@
 namespace trekcom::testing {
 namespace {
 
-// A control on the virtual platform with every event recorded.
-class Host_Test : public ::testing::Test {
-protected:
-    Host_Test() { ctl.Advise(rec); }
-    std::shared_ptr<sim::Virtual_Unit> Attach_Unit(const sim::Profile& profile) {
-        auto unit = std::make_shared<sim::Virtual_Unit>(profile);
-        vp->Attach(1, unit);
-        EXPECT_TRUE(ctl.PortOpen());
-        return unit;
-    }
-    void Run(double ms) { vp->Advance(ms); }
-
-    std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
-    TrekcomCtl ctl{vp};
-    Recorder rec;
-};
-
 // An unstuffed packet as Receive shows it, checked by its own checksum.
 bool Sound(const Bytes& p) {
     if (p.size() < 6) return false;
@@ -528,11 +511,7 @@ void Every_Request_Ends_Once(std::uint32_t first, int n, bool beyond) {
         EXPECT_LE(answers, 1);
         const int exchanges = beyond ? 2 : 1;
         EXPECT_GE(answers + ends, 1) << "the request never ended";
-        EXPECT_LE(answers + ends, exchanges) << answers << " answers; errors:" << [&] {
-            std::string s;
-            for (const auto& e : rec.errors) s += " " + std::to_string(e.code) + " " + e.message + ";";
-            return s;
-        }();
+        EXPECT_LE(answers + ends, exchanges) << answers << " answers; errors: " << Errors(rec);
         if (::testing::Test::HasFailure()) return;
     }
 }

@@ -59,20 +59,13 @@ inline std::string Wire(const Bytes& packet) {
     return std::string(w.begin(), w.end());
 }
 
-class Link_Test : public ::testing::Test {
+class Link_Test : public Host_Test {
 protected:
-    Link_Test() {
-        vp->Attach(1, device);
-        ctl.Advise(rec);
-    }
+    Link_Test() { vp->Attach(1, device); }
     void Open() { ASSERT_TRUE(ctl.PortOpen()); }
-    // Lets the line and the control run for a while of virtual time.
     void Run(double ms = 100) { vp->Advance(ms); }
 
-    std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
     std::shared_ptr<Scripted_Receiver> device = std::make_shared<Scripted_Receiver>();
-    TrekcomCtl ctl{vp};
-    Recorder rec;
 };
 
 }  // namespace trekcom::testing

@@ -40,7 +40,7 @@ struct Live_Recorder : Recorder {
 };
 
 // A control on the virtual platform, its events recorded by `live`.
-class Realtime_Test : public ::testing::Test {
+class Realtime_Test : public Host_Test {
 protected:
     Realtime_Test() {
         live.ctl = &ctl;
@@ -56,10 +56,7 @@ protected:
         return Attach(std::make_shared<sim::Virtual_Unit>(profile));
     }
     std::shared_ptr<Scripted_Receiver> Attach_Script() { return Attach(std::make_shared<Scripted_Receiver>()); }
-    void Run(double ms) { vp->Advance(ms); }
 
-    std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
-    TrekcomCtl ctl{vp};
     Live_Recorder live;
 };
 

@@ -76,13 +76,11 @@ TEST_F(Realtime_Test, Garmin18xStreamGivesWhatTheReceiverMeant) {
     for (std::size_t i = 0; i < reference.size(); ++i) {
         const json& tpv = reference[i].tpv;
         const cPvtData& p = live.pvt[i].pvt;
-        EXPECT_NEAR(p.Lat * rad_to_deg, tpv["lat"].get<double>(), 1e-8) << i;
-        EXPECT_NEAR(p.Lon * rad_to_deg, tpv["lon"].get<double>(), 1e-8) << i;
-        EXPECT_NEAR(p.Alt, tpv["altHAE"].get<double>(), 1e-3) << i;
-        EXPECT_NEAR(p.Alt + p.msl_hght, tpv["altMSL"].get<double>(), 1e-3) << i;
-        EXPECT_NEAR(p.north, tpv["velN"].get<double>(), 1e-3) << i;
-        EXPECT_NEAR(p.east, tpv["velE"].get<double>(), 1e-3) << i;
-        EXPECT_NEAR(-p.up, tpv["velD"].get<double>(), 1e-3) << i;
+        for (const auto& [got, key, tolerance] :
+             {std::tuple<double, const char*, double>{p.Lat * rad_to_deg, "lat", 1e-8}, {p.Lon * rad_to_deg, "lon", 1e-8},
+              {p.Alt, "altHAE", 1e-3}, {p.Alt + p.msl_hght, "altMSL", 1e-3}, {p.north, "velN", 1e-3},
+              {p.east, "velE", 1e-3}, {-p.up, "velD", 1e-3}})
+            EXPECT_NEAR(got, tpv[key].get<double>(), tolerance) << i << " " << key;
         EXPECT_EQ(p.leap_scnds, tpv["leapseconds"].get<int>()) << i;
         EXPECT_EQ(p.pfix, tpv["mode"].get<int>()) << i;  // a 3D fix throughout
         EXPECT_EQ(Utc_Text(p), tpv["time"].get<std::string>()) << i;

@@ -327,12 +327,6 @@ struct Rig {
     Recorder rec;
 };
 
-std::string Errors(const Recorder& rec) {
-    std::string s;
-    for (const auto& e : rec.errors) s += std::to_string(e.code) + " " + e.message + "; ";
-    return s;
-}
-
 // Downloads every kind, checks each against the unit, uploads what came and
 // checks what the unit stored.
 void Round_Trip(Rig& r) {

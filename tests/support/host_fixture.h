@@ -73,4 +73,22 @@ struct Recorder : TrekcomCtlEvents {
     void ReceivedLaps(std::shared_ptr<Collection<cLap>>&) override { ++laps; }
 };
 
+// The errors raised, as one line for a failure message.
+inline std::string Errors(const Recorder& rec) {
+    std::string s;
+    for (const auto& e : rec.errors) s += std::to_string(e.code) + " " + e.message + "; ";
+    return s;
+}
+
+// A control on the virtual platform with every event recorded.
+class Host_Test : public ::testing::Test {
+protected:
+    Host_Test() { ctl.Advise(rec); }
+    void Run(double ms) { vp->Advance(ms); }
+
+    std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
+    TrekcomCtl ctl{vp};
+    Recorder rec;
+};
+
 }  // namespace trekcom::testing

@@ -116,17 +116,10 @@ TEST_F(Usb_Transport, SessionStartAsksForTheSessionAndTheProtocols) {
 }
 
 // A control on Port 0, its events recorded.
-class Usb_Control : public ::testing::Test {
+class Usb_Control : public Host_Test {
 protected:
-    Usb_Control() {
-        ctl.Advise(rec);
-        ctl.Port(0);
-    }
-
-    std::shared_ptr<VirtualPlatform> vp = std::make_shared<VirtualPlatform>();
+    Usb_Control() { ctl.Port(0); }
     std::shared_ptr<Sim_Usb_Receiver> receiver = Plug_In(vp);
-    TrekcomCtl ctl{vp};
-    Recorder rec;
 };
 
 TEST_F(Usb_Control, SearchRepeatsWhileTheHostLeavesCodeFour) {
@@ -282,17 +275,11 @@ TEST_P(Usb_Polling, RequestsGetTheirRepliesWhileTheHostPolls) {
         }
         vp->Advance(7);
     }
-    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
-    if (!async) {
-        EXPECT_GE(Received(ctl.PID_Pvt_Data()), 5u);  // the stream went on meanwhile
-    }
+    if (!async) EXPECT_GE(Received(ctl.PID_Pvt_Data()), 5u);  // the stream went on meanwhile
 
     // Stopped: the unit is told, and the polling ends.
     async ? ctl.Async_Stop() : ctl.Pvt_Data_Stop();
-    EXPECT_TRUE(rec.errors.empty()) << rec.errors.front().message;
-    if (async) {
-        EXPECT_TRUE(Written(28));  // asynchronous messages off
-    }
+    if (async) EXPECT_TRUE(Written(28));  // asynchronous messages off
     EXPECT_FALSE(receiver->unit.Pvt_On());
     const long stopped = receiver->interrupt_reads;
     vp->Advance(5000);
