@@ -275,11 +275,15 @@ TEST_P(Usb_Polling, RequestsGetTheirRepliesWhileTheHostPolls) {
         }
         vp->Advance(7);
     }
-    if (!async) EXPECT_GE(Received(ctl.PID_Pvt_Data()), 5u);  // the stream went on meanwhile
+    if (!async) {
+        EXPECT_GE(Received(ctl.PID_Pvt_Data()), 5u);  // the stream went on meanwhile
+    }
 
     // Stopped: the unit is told, and the polling ends.
     async ? ctl.Async_Stop() : ctl.Pvt_Data_Stop();
-    if (async) EXPECT_TRUE(Written(28));  // asynchronous messages off
+    if (async) {
+        EXPECT_TRUE(Written(28));  // asynchronous messages off
+    }
     EXPECT_FALSE(receiver->unit.Pvt_On());
     const long stopped = receiver->interrupt_reads;
     vp->Advance(5000);

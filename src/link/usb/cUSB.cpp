@@ -274,11 +274,11 @@ Bytes cUSB::Usb_Form(const Bytes& packet) {
 }
 
 Bytes cUSB::Usb_Form(std::uint16_t id, const std::uint8_t* data, std::uint32_t size) {
-    Bytes usb(kHeader_Size, 0);
+    Bytes usb(kHeader_Size + size, 0);
     usb[0] = kApplication_Layer;
     link::Put_LE<std::uint16_t>(usb, 4, id);
     link::Put_LE<std::uint32_t>(usb, 8, size);
-    if (size) usb.insert(usb.end(), data, data + size);
+    if (size) std::copy_n(data, size, usb.begin() + kHeader_Size);
     return usb;
 }
 
