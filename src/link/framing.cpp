@@ -127,20 +127,24 @@ Bytes Frame_Of(const Packet& packet, Checksum checksum) {
 void Frame_Into(const Packet& packet, Bytes& frame, Checksum checksum) {
     const std::size_t size = packet.data.size();
     const std::size_t announced = packet.Announced_Size();
-    frame.clear();
-    if (packet.id < 256 && announced < 256 && size < 256) {
-        frame.reserve(size + kFrameOverhead);
-        frame.insert(frame.end(), {DLE, static_cast<std::uint8_t>(packet.id), static_cast<std::uint8_t>(announced)});
-    } else {
-        frame.reserve(size + kFrameOverhead + kExpanded_Head);
-        frame.insert(frame.end(),
-                     {DLE, kExpanded_Id, static_cast<std::uint8_t>(std::min<std::size_t>(size + kExpanded_Head, 255))});
-        frame.resize(3 + kExpanded_Head);
+    const bool expanded = packet.id > 255 || announced > 255 || size > 255;
+    const std::size_t head = expanded ? 3 + kExpanded_Head : 3;
+    // Sized once and written in place: the trailer's checksum byte stays 0
+    // until the frame is sealed.
+    frame.assign(head + size + 3, 0);
+    frame[0] = DLE;
+    if (expanded) {
+        frame[1] = kExpanded_Id;
+        frame[2] = static_cast<std::uint8_t>(std::min<std::size_t>(size + kExpanded_Head, 255));
         Put_LE<std::uint32_t>(frame, 3, static_cast<std::uint32_t>(size));
         Put_LE<std::uint16_t>(frame, 7, packet.id);
+    } else {
+        frame[1] = static_cast<std::uint8_t>(packet.id);
+        frame[2] = static_cast<std::uint8_t>(announced);
     }
-    frame.insert(frame.end(), packet.data.begin(), packet.data.end());
-    frame.insert(frame.end(), {0, DLE, ETX});
+    std::copy(packet.data.begin(), packet.data.end(), frame.begin() + static_cast<std::ptrdiff_t>(head));
+    frame[frame.size() - 2] = DLE;
+    frame[frame.size() - 1] = ETX;
     if (checksum == Checksum::computed) Seal_Packet(frame);
 }
 
