@@ -9,7 +9,7 @@
 //   5 cError      6 vcError     7 ReceiveCounts   8 ReceivedWaypoints
 //   9 ReceivedRoutes             10 ReceivedTracks 11 ReceivedFlightbook
 //  12 ReceivedLaps             13 ReceiveImage  14 ReceiveIcon
-//  15 vcReceiveIcon
+//  15 vcReceiveIcon          16 ReceivedRuns  17 ReceivedCourses
 #pragma once
 
 #include <cstdint>
@@ -70,6 +70,9 @@ public:
         (void)Flightbook_records;
     }
     virtual void ReceivedLaps(std::shared_ptr<Collection<cLap>>& Laps) { (void)Laps; }
+    // A fitness unit's runs, each with its laps and track points, or its courses.
+    virtual void ReceivedRuns(std::shared_ptr<Collection<cRun>>& Runs) { (void)Runs; }
+    virtual void ReceivedCourses(std::shared_ptr<Collection<cCourse>>& Courses) { (void)Courses; }
     // Screen capture progress in percent, and the image so far.
     virtual void ReceiveImage(std::int16_t& pct, Picture& Image) {
         (void)pct;
