@@ -7,6 +7,7 @@
 // whole courses. Their ids and command codes lie above 255: over USB they
 // arrive in the expanded form.
 #include <algorithm>
+#include <set>
 #include <optional>
 #include <tuple>
 #include <utility>
@@ -58,6 +59,11 @@ struct Engine::Fitness_Transfer {
     std::vector<std::shared_ptr<cCourse_Point>> course_points;
     std::optional<cCourse_Limits> limits;
     std::uint16_t track_index = 0;  // of the last track header
+    // The runs download hands over each run once its track is over: the
+    // runs before `released` have been; `ended` holds the tracks that are over.
+    bool releasing = false, in_track = false;
+    std::int32_t released = 0;
+    std::set<std::uint32_t> ended;
     std::string run_format, lap_format, point_format, course_point_format;
 };
 
@@ -96,7 +102,7 @@ bool Engine::On_Fitness_Packet(const Bytes& frame) {
     } else if (id == ids_.PID_Lap) {
         f.laps.push_back(std::make_shared<cFitness_Lap>(records::Decode_Fitness_Lap(data, f.lap_format)));
     } else if (id == ids_.PID_Trk_Hdr || id == kPid_Course_Trk_Hdr) {
-        f.track_index = static_cast<std::uint16_t>(records::Decode_Track_Header(data, "D311").Index);
+        On_Fitness_Track(static_cast<std::uint16_t>(records::Decode_Track_Header(data, "D311").Index));
     } else if (id == ids_.PID_Trk_Data || id == kPid_Course_Trk_Data) {
         f.points.push_back(std::make_shared<cFitness_Point>(
             records::Decode_Fitness_Point(data, f.point_format, f.track_index)));
@@ -120,30 +126,61 @@ bool Engine::On_Fitness_Packet(const Bytes& frame) {
 
 // ---------------------------------------------------------------- runs
 
+namespace {
+
+void Join(cRun& run, const std::vector<std::shared_ptr<cFitness_Lap>>& laps,
+          const std::vector<std::shared_ptr<cFitness_Point>>& points) {
+    run.Laps = New_Collection<cFitness_Lap>();
+    run.Points = New_Collection<cFitness_Point>();
+    for (const auto& lap : laps)
+        if (lap->Index >= run.First_Lap_Index && lap->Index <= run.Last_Lap_Index) run.Laps->Add(lap);
+    if (run.Track_Index == kNo_Track) return;
+    for (const auto& point : points)
+        if (point->Track_Index == run.Track_Index) run.Points->Add(point);
+}
+
+}  // namespace
+
+// A new track header ends the track before it.
+void Engine::On_Fitness_Track(std::uint16_t index) {
+    Fitness_Transfer& f = *fitness_;
+    if (f.in_track) f.ended.insert(f.track_index);
+    f.in_track = true;
+    f.track_index = index;
+    if (f.releasing) Release_Runs(false);
+}
+
+// Hands over the runs that are whole, in order; `all` once nothing more can come.
+void Engine::Release_Runs(bool all) {
+    const auto held = fitness_;
+    Fitness_Transfer& f = *held;
+    while (f.released < Runs()->Count()) {
+        std::shared_ptr<cRun> run = Runs()->Item(f.released + 1);
+        if (!all && run->Track_Index != kNo_Track && !f.ended.contains(run->Track_Index)) return;
+        Join(*run, f.laps, f.points);
+        ++f.released;
+        host_.Raise_ReceivedRun(run);
+    }
+}
+
 void Engine::Request_Runs() {
     Begin_Request();
     if (!Has_Protocol("A1000")) return;
     Runs()->Clear();
-    fitness_ = std::make_shared<Fitness_Transfer>();
-    Fitness_Transfer& f = *fitness_;
+    // Held here too: a host's handler may start another request meanwhile.
+    const auto held = fitness_ = std::make_shared<Fitness_Transfer>();
+    Fitness_Transfer& f = *held;
     f.run_format = Format_Of("A1000", 0, "D1009");
     f.lap_format = Format_Of("A906", 0, "D1001");
     f.point_format = Format_Of("A302", 1, "D304");
     bool done = Fetch(kCmnd_Transfer_Runs, ids_.PID_Xfer_Cmplt);
     // A unit without a lap or track transfer still has runs, without laps or points.
     if (done && shared_.Data_Types.contains("A906")) done = Fetch(ids_.CMND_Transfer_Lap, ids_.PID_Xfer_Cmplt);
+    f.releasing = done;
     if (done && shared_.Data_Types.contains("A302")) done = Fetch(ids_.CMND_Transfer_Trk, ids_.PID_Xfer_Cmplt);
-    const auto gathered = std::exchange(fitness_, nullptr);
-    if (!done) return;
-    for (const auto& run : *Runs()) {
-        run->Laps = New_Collection<cFitness_Lap>();
-        run->Points = New_Collection<cFitness_Point>();
-        for (const auto& lap : gathered->laps)
-            if (lap->Index >= run->First_Lap_Index && lap->Index <= run->Last_Lap_Index) run->Laps->Add(lap);
-        for (const auto& point : gathered->points)
-            if (run->Track_Index != kNo_Track && point->Track_Index == run->Track_Index) run->Points->Add(point);
-    }
-    host_.Raise_ReceivedRuns(Runs());
+    if (done && fitness_ == held) Release_Runs(true);
+    fitness_.reset();
+    if (done) host_.Raise_ReceivedRuns(Runs());
 }
 
 // ---------------------------------------------------------------- courses

@@ -637,6 +637,9 @@ TEST(Fitness, RunsAndCoursesComeDownWholeAndCoursesReadBackAfterUpload) {
         ASSERT_EQ(r.rec.runs + r.rec.courses, 2) << Errors(r.rec);
         EXPECT_TRUE(r.rec.errors.empty()) << Errors(r.rec);
         Expect_Same(To_Sim(*r.ctl.Runs()), want.runs, "run");
+        EXPECT_TRUE(std::equal(r.rec.each_run.begin(), r.rec.each_run.end(), r.ctl.Runs()->begin(), r.ctl.Runs()->end()))
+            << "each run handed over once, in order";
+        EXPECT_LT(r.rec.run_after.at(0), r.rec.received.size() - 1) << "the first run before its download is over";
         for (const auto& got : *r.ctl.Runs()) {
             const auto first = want.fitness_laps.begin() + got->First_Lap_Index;
             Expect_Same(To_Sim(*got->Laps), {first, first + (got->Last_Lap_Index - got->First_Lap_Index + 1)}, "lap");

@@ -39,6 +39,7 @@ public:
     virtual void Raise_ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>& list) = 0;
     virtual void Raise_ReceivedRoutes(std::shared_ptr<Collection<cRoute>>& list) = 0;
     virtual void Raise_ReceivedTracks(std::shared_ptr<Collection<cTrack>>& list) = 0;
+    virtual void Raise_ReceivedRun(std::shared_ptr<cRun>& run) { (void)run; }
     virtual void Raise_ReceivedRuns(std::shared_ptr<Collection<cRun>>& list) { (void)list; }
     virtual void Raise_ReceivedCourses(std::shared_ptr<Collection<cCourse>>& list) { (void)list; }
 };
@@ -170,7 +171,7 @@ public:
     // ---- fitness units (fitness_transfers.cpp). A runs download also
     // fetches the laps and the tracks, and delivers whole runs; a course
     // download its laps, course points and tracks. Both end with their
-    // Received* event.
+    // Received* event; each run is raised on its own as soon as it is whole.
     std::shared_ptr<Collection<cRun>>& Runs();
     std::shared_ptr<Collection<cCourse>>& Courses();
     void Request_Runs();
@@ -269,6 +270,8 @@ private:
     struct Fitness_Transfer;
     std::shared_ptr<Fitness_Transfer> fitness_;
     bool On_Fitness_Packet(const Bytes& packet);
+    void On_Fitness_Track(std::uint16_t index);
+    void Release_Runs(bool all);
     bool Fetch(std::uint16_t command, std::uint8_t response);
     bool Has_Protocol(const char* tag);
     std::string Format_Of(const char* tag, std::size_t k, const std::string& otherwise) const;
