@@ -633,13 +633,14 @@ TEST(Fitness, RunsAndCoursesComeDownWholeAndCoursesReadBackAfterUpload) {
         const Data_Set want = Fitness_Visible(p, data);
         Rig r(p, data, true);
         r.ctl.Request_Runs();
+        const std::size_t after_runs = r.rec.received.size();
         r.ctl.Request_Courses();
         ASSERT_EQ(r.rec.runs + r.rec.courses, 2) << Errors(r.rec);
         EXPECT_TRUE(r.rec.errors.empty()) << Errors(r.rec);
         Expect_Same(To_Sim(*r.ctl.Runs()), want.runs, "run");
         EXPECT_TRUE(std::equal(r.rec.each_run.begin(), r.rec.each_run.end(), r.ctl.Runs()->begin(), r.ctl.Runs()->end()))
             << "each run handed over once, in order";
-        EXPECT_LT(r.rec.run_after.at(0), r.rec.received.size() - 1) << "the first run before its download is over";
+        EXPECT_LT(r.rec.run_after.at(0), after_runs - 1) << "the first run before its download is over";
         for (const auto& got : *r.ctl.Runs()) {
             const auto first = want.fitness_laps.begin() + got->First_Lap_Index;
             Expect_Same(To_Sim(*got->Laps), {first, first + (got->Last_Lap_Index - got->First_Lap_Index + 1)}, "lap");
