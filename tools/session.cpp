@@ -163,6 +163,40 @@ void Session::Request(const char* what, const std::function<void()>& request) {
     Expect_No_New_Errors(before, kTimeout, std::string("timeout: ") + what);
 }
 
+// ---------------------------------------------------------------- fitness units
+
+void Session::Fitness_Failure(std::size_t before, const std::string& doing) {
+    if (errors_.size() <= before) return;
+    const std::int16_t code = error_codes_[before];
+    const std::string& why = errors_[before];
+    if (why.find("does not support") != std::string::npos)
+        throw Failure(kUnsupported, "unsupported kind: " + Describe() + " has no " + doing);
+    if (code == 8 || code == 6) throw Failure(kRefused, "refused: " + why);
+    if (code == kIncomplete_Transfer) throw Failure(kIncomplete, doing + ": " + why);
+    throw Failure(kTimeout, "timeout: " + doing + ": " + why);
+}
+
+void Session::Download_Runs(const std::function<void(const cRun&)>& on_run) {
+    const std::size_t before = errors_.size();
+    on_run_ = on_run;
+    ctl_.Request_Runs();
+    on_run_ = nullptr;
+    Fitness_Failure(before, "runs");
+}
+
+std::shared_ptr<Collection<cCourse>> Session::Download_Courses() {
+    const std::size_t before = errors_.size();
+    ctl_.Request_Courses();
+    Fitness_Failure(before, "courses");
+    return ctl_.Courses();
+}
+
+void Session::Upload_Courses(const Collection<cCourse>& courses) {
+    const std::size_t before = errors_.size();
+    ctl_.Send_Courses(courses);
+    Fitness_Failure(before, "courses");
+}
+
 // ---------------------------------------------------------------- downloads
 
 Data Session::Download(const std::vector<Kind>& kinds, bool skip_unsupported) {

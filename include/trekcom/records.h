@@ -235,9 +235,11 @@ struct cSat {
 inline constexpr float kNo_Value = 1.0e25f;
 inline constexpr std::uint32_t kNo_Track = 0xFFFFFFFFu;  // a run without a track
 inline constexpr std::uint8_t kNo_Cadence = 0xFF;        // a heart rate of 0 is none too
+inline constexpr std::uint8_t kNo_Sensor = 0xFF;         // a point that cannot tell
 
 // A track point with heart rate (D303), distance, cadence and sensor (D304).
-// D303 has no distance or cadence: they read as kNo_Value and kNo_Cadence.
+// D303 has no distance, cadence or sensor: they read as kNo_Value,
+// kNo_Cadence and kNo_Sensor.
 struct cFitness_Point {
     double Lat = 0;  // degrees, NaN when invalid
     double Lon = 0;
@@ -247,7 +249,7 @@ struct cFitness_Point {
     std::uint16_t Track_Index = 0;  // of the track header before it
     std::uint8_t Heart_Rate = 0;    // beats per minute
     std::uint8_t Cadence = 0;       // revolutions or strides per minute
-    std::uint8_t Sensor = 0;        // nonzero: a wheel or foot sensor was present
+    std::uint8_t Sensor = 0;        // a wheel or foot sensor: 0 absent, else present
 };
 
 // A lap (D1001, D1011, D1015). D1001 has no cadence (kNo_Cadence) and no

@@ -191,6 +191,7 @@ cFitness_Point Decode_Fitness_Point(link::Data_View data, std::string_view forma
     if (d303) {
         t.Distance = kNo_Value;
         t.Cadence = kNo_Cadence;
+        t.Sensor = kNo_Sensor;
         t.Heart_Rate = Data_Byte(data, 16);
     } else {
         t.Distance = Data_Single(data, 16);
