@@ -67,7 +67,7 @@ void Session::Open() {
     const std::string& port = options_.port;
     if (port == "sim" && Sim_Port::Usb_Only(options_.sim.profile)) {
         std::string error;
-        sim_ = Sim_Port::Start_Usb(options_.sim, *ctl_.Platform(), error);
+        sim_ = Sim_Port::Start_Usb(options_.sim, ctl_.Platform(), error);
         if (!sim_) throw Failure(kNo_Device, "cannot start the simulated receiver: " + error);
         ctl_.Port(0);
     } else if (port == "sim") {

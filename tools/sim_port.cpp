@@ -9,7 +9,7 @@
 
 #include "pty_line.h"
 #include "trekcom_sim/unit.h"
-#include "trekcom_sim/usb_device.h"
+#include "trekcom_sim/usb.h"
 
 namespace trekcom::tool {
 
@@ -29,7 +29,7 @@ struct Sim_Port::Impl {
     std::string link;
     std::unique_ptr<sim::Pty_Line> line;
     std::unique_ptr<sim::Unit> unit;
-    std::shared_ptr<sim::Unit> usb_unit;  // a USB-only unit, served in-process
+    std::shared_ptr<sim::Usb_Receiver> usb;  // a USB-only unit, served in-process
     std::thread thread;
 
     ~Impl() {
@@ -75,12 +75,14 @@ bool Sim_Port::Usb_Only(const std::string& profile) {
     }
 }
 
-std::unique_ptr<Sim_Port> Sim_Port::Start_Usb(const Sim_Options& options, Platform& platform, std::string& error) {
+std::unique_ptr<Sim_Port> Sim_Port::Start_Usb(const Sim_Options& options, const std::shared_ptr<Platform>& platform,
+                                              std::string& error) {
     auto impl = std::make_unique<Impl>();
     sim::Profile profile;
     sim::Data_Set data;
     if (!Unit_Of(options, profile, data, error)) return nullptr;
-    impl->usb_unit = sim::Plug_In_Usb(platform, std::move(profile), std::move(data));
+    impl->usb = sim::Plug_In(platform, std::move(profile));
+    impl->usb->unit.Data() = std::move(data);
     return std::make_unique<Sim_Port>(std::move(impl));
 }
 
