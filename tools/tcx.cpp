@@ -142,13 +142,18 @@ json Position_Json(double lat, double lon) {
 
 json Run_Json(const cRun& r) {
     json laps = json::array(), points = json::array();
-    for (const auto& l : *r.Laps)
-        laps.push_back({{"index", l->Index}, {"start", Iso_Time(l->Start_Time)}, {"total_time_s", l->Total_Time / 100.0},
-                        {"distance_m", l->Total_Dist}, {"max_speed_mps", l->Max_Speed}, {"calories", l->Calories},
-                        {"begin", Position_Json(l->Begin_Lat, l->Begin_Lon)},
-                        {"end", Position_Json(l->End_Lat, l->End_Lon)}, {"avg_heart_rate", l->Avg_Heart_Rate},
-                        {"max_heart_rate", l->Max_Heart_Rate}, {"intensity", l->Intensity ? "Resting" : "Active"},
-                        {"avg_cadence", l->Avg_Cadence}, {"trigger", Trigger(l->Trigger_Method)}});
+    for (const auto& l : *r.Laps) {
+        json j{{"index", l->Index}, {"start", Iso_Time(l->Start_Time)}, {"total_time_s", l->Total_Time / 100.0},
+               {"calories", l->Calories}, {"begin", Position_Json(l->Begin_Lat, l->Begin_Lon)},
+               {"end", Position_Json(l->End_Lat, l->End_Lon)}, {"intensity", l->Intensity ? "Resting" : "Active"},
+               {"trigger", Trigger(l->Trigger_Method)}};
+        if (Has_Value(l->Total_Dist)) j["distance_m"] = l->Total_Dist;
+        if (Has_Value(l->Max_Speed)) j["max_speed_mps"] = l->Max_Speed;
+        if (l->Avg_Heart_Rate) j["avg_heart_rate"] = l->Avg_Heart_Rate;
+        if (l->Max_Heart_Rate) j["max_heart_rate"] = l->Max_Heart_Rate;
+        if (l->Avg_Cadence != kNo_Cadence) j["avg_cadence"] = l->Avg_Cadence;
+        laps.push_back(std::move(j));
+    }
     for (const auto& p : *r.Points) {
         json j{{"time", Iso_Time(p->Time)}, {"position", Position_Json(p->Lat, p->Lon)}};
         if (Has_Value(p->Alt)) j["alt_m"] = p->Alt;
