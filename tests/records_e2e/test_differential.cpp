@@ -206,7 +206,8 @@ sim::Flight To_Sim(const cFlightbook_Record& f) {
 std::int32_t Semi_Or_Mark(double degrees) { return std::isnan(degrees) ? 0x7FFFFFFF : sim::Deg_To_Semi(degrees); }
 
 sim::Fitness_Point To_Sim(const cFitness_Point& p) {
-    return {Semi_Or_Mark(p.Lat), Semi_Or_Mark(p.Lon), p.Time, p.Alt, p.Distance, p.Heart_Rate, p.Cadence, p.Sensor};
+    return {Semi_Or_Mark(p.Lat), Semi_Or_Mark(p.Lon), p.Time, p.Alt, p.Distance, p.Heart_Rate, p.Cadence,
+            p.Sensor == kNo_Sensor ? std::uint8_t{0} : p.Sensor};  // the unit keeps no mark for "cannot tell"
 }
 sim::Fitness_Lap To_Sim(const cFitness_Lap& l) {
     sim::Fitness_Lap s{l.Index, l.Start_Time, l.Total_Time, l.Total_Dist, l.Max_Speed, Semi_Or_Mark(l.Begin_Lat),
@@ -613,7 +614,7 @@ Data_Set Fitness_Visible(const sim::Profile& p, Data_Set d) {
     for (auto* tracks : {&d.fitness_tracks, &d.course_tracks})
         for (sim::Fitness_Track& t : *tracks)
             for (sim::Fitness_Point& pt : t.points)
-                if (p.track_point_type == 303) pt.distance = sim::kNoValue, pt.cadence = 0xFF, pt.sensor = 0xFF;
+                if (p.track_point_type == 303) pt.distance = sim::kNoValue, pt.cadence = 0xFF, pt.sensor = 0;
     if (p.run_type == 1000)
         for (sim::Run& r : d.runs) r.multisport = 0;
     return d;
