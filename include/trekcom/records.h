@@ -235,7 +235,7 @@ struct cSat {
 inline constexpr float kNo_Value = 1.0e25f;
 inline constexpr std::uint32_t kNo_Track = 0xFFFFFFFFu;  // a run without a track
 inline constexpr std::uint8_t kNo_Cadence = 0xFF;        // a heart rate of 0 is none too
-inline constexpr std::uint8_t kNo_Sensor = 0xFF;         // a point that cannot tell
+inline constexpr std::uint8_t kNo_Sensor = 0xFF;         // a point that cannot tell (D304 never sends 0xFF)
 
 // A track point with heart rate (D303), distance, cadence and sensor (D304).
 // D303 has no distance, cadence or sensor: they read as kNo_Value,

@@ -5,6 +5,7 @@
 #include <limits>
 #include <sstream>
 #include <stdexcept>
+#include <tuple>
 
 #include <nlohmann/json.hpp>
 
@@ -370,14 +371,22 @@ const json& List(const json& j, const char* key) {
 
 constexpr std::int32_t kNo_Position = 0x7FFFFFFF;
 
+// Each coordinate on its own: a unit may mark one and not the other.
 void Fit_Pos(json& j, const char* lat, const char* lon, std::int32_t la, std::int32_t lo) {
-    const bool none = la == kNo_Position && lo == kNo_Position;
-    j[lat] = none ? json(nullptr) : json(Semi_To_Deg(la));
-    j[lon] = none ? json(nullptr) : json(Semi_To_Deg(lo));
+    j[lat] = la == kNo_Position ? json(nullptr) : json(Semi_To_Deg(la));
+    j[lon] = lo == kNo_Position ? json(nullptr) : json(Semi_To_Deg(lo));
 }
 void Fit_Pos_From(const json& j, const char* lat, const char* lon, std::int32_t& la, std::int32_t& lo) {
-    if (j.contains(lat) && j.at(lat).is_null()) la = lo = kNo_Position;
-    else Pos(j, lat, lon, la, lo);
+    for (auto [key, out, limit] : {std::tuple{lat, &la, 90.0}, {lon, &lo, 180.0}}) {
+        if (!j.contains(key)) continue;
+        if (j.at(key).is_null()) {
+            *out = kNo_Position;
+            continue;
+        }
+        const double v = j.at(key).get<double>();
+        if (!(std::fabs(v) <= limit)) throw std::runtime_error("position out of range");
+        *out = Deg_To_Semi(v);
+    }
 }
 std::uint32_t Time_Of(const json& j, const char* key) { return j.contains(key) ? Parse_Time(j.at(key)) : 0; }
 
