@@ -6,9 +6,11 @@
 // Peak resident size (VmHWM) is read before and after the download; its
 // growth may include what the simulator holds during the transfer (its queue
 // of encoded packets, freed as they go out). What the control keeps is the
-// heap (mallinfo2) that clearing the Tracks collection gives back.
+// heap (mallinfo2) that clearing the Tracks collection gives back; with a
+// record sink, the heap that a second download leaves behind.
 #include <malloc.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -83,5 +85,25 @@ int main(int argc, char** argv) {
     std::printf("peak resident growth/point %.0f bytes\n", per_point_peak);
     std::printf("heap kept/point            %.0f bytes (what clearing Tracks gives back)\n", per_point_kept);
     std::printf("heap kept elsewhere/point  %.0f bytes (the link, the simulator)\n", per_point_other);
+    std::printf("sizeof(cTrack)             %zu bytes\n", sizeof(trekcom::cTrack));
+
+    // The same download through a record sink: what the control keeps then.
+    struct Counting_Sink : trekcom::Record_Sink {
+        std::size_t points = 0;
+        void Track_Point(const trekcom::cTrack&) override { ++points; }
+    } sink;
+    ctl.Record_Sink(&sink);
+    events.done = false;
+    const std::size_t heap_sink_before = mallinfo2().uordblks;
+    ctl.Request_Tracks();
+    const bool sink_complete = vp->Run_Until([&] { return events.done; }, 24 * 3600e3);
+    const auto heap_sink_growth =
+        static_cast<double>(mallinfo2().uordblks) - static_cast<double>(heap_sink_before);
+    if (!sink_complete || sink.points != points) {
+        std::fprintf(stderr, "incomplete download to the sink: %zu of %zu points\n", sink.points, points);
+        return 1;
+    }
+    std::printf("heap kept/point, sink      %.0f bytes (each point handed to a record sink)\n",
+                std::max(0.0, heap_sink_growth / static_cast<double>(points)));
     return 0;
 }
