@@ -77,20 +77,21 @@ peak() {
     [ "$status" = 0 ] || log "    $(tail -n 2 "$work/$name.log" | tr '\n' ' ')"
 }
 
-trekcom_get() { "$tool" --port "$work/gps" --no-progress get tracks -o "$@"; }
-gpsbabel_get() { timeout "$gpsbabel_timeout" gpsbabel -t -i garmin -f "$work/gps" -o gpx -F "$@"; }
+# Each is run with the output file appended.
+trekcom_get=("$tool" --port "$work/gps" --no-progress get tracks -o)
+gpsbabel_get=(timeout "$gpsbabel_timeout" gpsbabel -t -i garmin -f "$work/gps" -o gpx -F)
 have_gpsbabel=0
 command -v gpsbabel >/dev/null && have_gpsbabel=1
 
 # figure_pair N: "trekcom MB" and "gpsbabel MB" (or - when it is missing,
 # "failed, peak X" when it did not take the whole track).
 figure_pair() {
-    peak trekcom "$1" trekcom_get
+    peak trekcom "$1" "${trekcom_get[@]}"
     TREKCOM_MB=$MB
     [ "$WHOLE" = 1 ] || TREKCOM_MB="$MB (INCOMPLETE)"
     GPSBABEL_MB=-
     [ "$have_gpsbabel" = 1 ] || return 0
-    peak gpsbabel "$1" gpsbabel_get
+    peak gpsbabel "$1" "${gpsbabel_get[@]}"
     GPSBABEL_MB=$MB
     [ "$WHOLE" = 1 ] || GPSBABEL_MB="failed (peak $MB)"
 }
