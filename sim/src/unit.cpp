@@ -222,6 +222,9 @@ struct Unit::Impl {
     // A packet that waits its turn and its acknowledgement.
     void Queue(int id, Bytes data, int record = -1) {
         if (id < 0 || id > 255) return;
+        // An answer asked for during a download waits for the download's end.
+        if (record < 0)
+            while (source) Refill();
         if (usb) return Usb_Send(static_cast<std::uint8_t>(id), data, record);
         queue.push_back({frame::Packet(static_cast<std::uint8_t>(id), data), record});
     }
