@@ -10,7 +10,9 @@
 // (ReceivedWaypoints, ReceivedRoutes, ReceivedTracks) still mark the end of
 // a download, with an empty collection.
 //
-// A record is lent for the call only: copy what must outlive it.
+// The almanac, which fills the one Almanac record in place and no
+// collection, is read there as before. A record is lent for the call only:
+// copy what must outlive it.
 #pragma once
 
 #include "trekcom/records.h"
