@@ -31,6 +31,13 @@ long Status_kB(const std::string& field) {
     return -1;
 }
 
+// Heap in use, blocks the allocator maps on their own (a collection's large
+// array of pointers) included.
+std::size_t Heap_In_Use() {
+    const struct mallinfo2 m = mallinfo2();
+    return m.uordblks + m.hblkhd;
+}
+
 struct Until_Tracks : trekcom::TrekcomCtlEvents {
     bool done = false;
     void ReceivedTracks(std::shared_ptr<trekcom::Collection<trekcom::cTrack>>&) override { done = true; }
@@ -57,17 +64,17 @@ int main(int argc, char** argv) {
     ctl.Request_Product_Data();  // identification is not part of the measure
 
     const long hwm_before = Status_kB("VmHWM");
-    const std::size_t heap_before = mallinfo2().uordblks;
+    const std::size_t heap_before = Heap_In_Use();
     const auto start = std::chrono::steady_clock::now();
     ctl.Request_Tracks();
     const bool complete = vp->Run_Until([&] { return events.done; }, 24 * 3600e3);
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
     const long hwm_after = Status_kB("VmHWM");
-    const std::size_t heap_after = mallinfo2().uordblks;
+    const std::size_t heap_after = Heap_In_Use();
 
     const auto records = static_cast<std::size_t>(ctl.Tracks()->Count());  // the header and the points
     ctl.Tracks()->Clear();
-    const std::size_t heap_cleared = mallinfo2().uordblks;
+    const std::size_t heap_cleared = Heap_In_Use();
     if (!complete || records != points + 1) {
         std::fprintf(stderr, "incomplete download: %zu of %zu records\n", records, points + 1);
         return 1;
@@ -94,11 +101,11 @@ int main(int argc, char** argv) {
     } sink;
     ctl.Record_Sink(&sink);
     events.done = false;
-    const std::size_t heap_sink_before = mallinfo2().uordblks;
+    const std::size_t heap_sink_before = Heap_In_Use();
     ctl.Request_Tracks();
     const bool sink_complete = vp->Run_Until([&] { return events.done; }, 24 * 3600e3);
     const auto heap_sink_growth =
-        static_cast<double>(mallinfo2().uordblks) - static_cast<double>(heap_sink_before);
+        static_cast<double>(Heap_In_Use()) - static_cast<double>(heap_sink_before);
     if (!sink_complete || sink.points != points) {
         std::fprintf(stderr, "incomplete download to the sink: %zu of %zu points\n", sink.points, points);
         return 1;
