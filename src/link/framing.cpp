@@ -27,28 +27,40 @@ Bytes Make_Packet(std::uint8_t id, const Bytes& data) {
     return Frame_Of(Packet{id, Bytes(data.begin(), data.begin() + std::min<std::size_t>(data.size(), 255)), std::nullopt});
 }
 
+namespace {
+// The stuffing for either kind of byte buffer: the wire is text for the port
+// and bytes for everyone else.
+template <typename Buffer>
+void Stuff(const Bytes& packet, Buffer& wire) {
+    using Byte = typename Buffer::value_type;
+    wire.clear();
+    if (packet.size() < kFrameOverhead) return;
+    wire.reserve(packet.size() * 2);
+    wire.push_back(static_cast<Byte>(DLE));
+    wire.push_back(static_cast<Byte>(packet[1]));
+    for (std::size_t i = 2; i + 2 < packet.size(); ++i) {
+        wire.push_back(static_cast<Byte>(packet[i]));
+        if (packet[i] == DLE) wire.push_back(static_cast<Byte>(DLE));
+    }
+    wire.push_back(static_cast<Byte>(DLE));
+    wire.push_back(static_cast<Byte>(ETX));
+}
+}  // namespace
+
 Bytes Stuff_Packet(const Bytes& packet) {
     Bytes wire;
-    if (packet.size() < kFrameOverhead) return wire;
-    wire.reserve(packet.size() * 2);
-    wire.push_back(DLE);
-    wire.push_back(packet[1]);
-    for (std::size_t i = 2; i + 2 < packet.size(); ++i) {
-        wire.push_back(packet[i]);
-        if (packet[i] == DLE) wire.push_back(DLE);
-    }
-    wire.push_back(DLE);
-    wire.push_back(ETX);
+    Stuff(packet, wire);
     return wire;
 }
+
+void Stuff_Into(const Bytes& packet, std::string& wire) { Stuff(packet, wire); }
 
 Frame_Reader::Status Frame_Reader::Next(std::string_view stream) {
     if (read_ == 0) {
         if (stream.size() < 2) return Status::incomplete;
         packet_.clear();
-        // The size byte (even doubled) gives the packet's size: one allocation.
-        const std::size_t size = stream.size() > 2 ? static_cast<std::uint8_t>(stream[2]) : 255;
-        packet_.reserve(size + kFrameOverhead);
+        // Room for any normal frame, so that recycled storage always fits.
+        packet_.reserve(255 + kFrameOverhead);
         packet_.push_back(DLE);
         packet_.push_back(static_cast<std::uint8_t>(stream[1]));  // the id is never doubled
         read_ = 2;
@@ -86,6 +98,12 @@ Frame_Reader::Status Frame_Reader::Next(std::string_view stream) {
         }
     }
     return Status::incomplete;
+}
+
+void Frame_Reader::Recycle(Bytes&& storage) {
+    if (read_ != 0 || storage.capacity() <= packet_.capacity()) return;
+    storage.clear();
+    packet_ = std::move(storage);
 }
 
 void Frame_Reader::Reset() {

@@ -265,26 +265,26 @@ void Serial_Transport::Packet_Path() {
             continue;
         }
         // The frame leaves the buffer before it is processed: handlers that
-        // run from here may parse again.
-        const Bytes packet = std::move(reader.Packet());
+        // run from here may parse again. Its storage goes back to the reader
+        // afterwards, so a stream of frames reads into one heap block.
+        Bytes packet = std::move(reader.Packet());
         receive_.Consume(reader.Length());
         // A frame with no data (Size 0, or shorter) carries nothing to answer:
         // thrown away, and the search goes on behind it.
-        if (packet.size() <= kFrameOverhead) {
-            if (receive_.empty()) return;
-            continue;
-        }
-        if (Process_Packet(packet) && !Shared().RawSuppressed) host_.Raise_Receive(packet);
-        return;
+        const bool empty = packet.size() <= kFrameOverhead;
+        if (!empty && Process_Packet(packet) && !Shared().RawSuppressed) host_.Raise_Receive(packet);
+        receive_.Reader().Recycle(std::move(packet));
+        if (!empty || receive_.empty()) return;
     }
 }
 
 // ---------------------------------------------------------------- one packet
 
 bool Serial_Transport::Multi_Record(std::uint8_t id) const {
+    // The track and waypoint ids first: they come by the thousand.
     for (std::uint8_t multi :
-         {ids_.PID_Records, ids_.PID_Rte_Hdr, ids_.PID_Rte_Link, ids_.PID_Rte_Wpt_Data, ids_.PID_Trk_Hdr,
-          ids_.PID_Trk_Data, ids_.PID_Wpt_Data, ids_.PID_Prx_Wpt_Data, ids_.PID_Flightbook_Record, ids_.PID_Lap,
+         {ids_.PID_Trk_Data, ids_.PID_Wpt_Data, ids_.PID_Records, ids_.PID_Rte_Hdr, ids_.PID_Rte_Link, ids_.PID_Rte_Wpt_Data, ids_.PID_Trk_Hdr,
+          ids_.PID_Prx_Wpt_Data, ids_.PID_Flightbook_Record, ids_.PID_Lap,
           ids_.PID_Almanac_Data})
         if (id == multi) return true;
     return false;
@@ -406,8 +406,8 @@ void Serial_Transport::Write_Wire(const Packet& packet) {
     Frame_Into(packet, frame_);
     link_.Trace_Packet(frame_, "O");
     if (!open) return;
-    const Bytes wire = Stuff_Packet(frame_);
-    port_.Output(std::string(wire.begin(), wire.end()));
+    Stuff_Into(frame_, wire_);
+    port_.Output(wire_);
 }
 
 }  // namespace trekcom::link
