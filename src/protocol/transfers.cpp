@@ -114,6 +114,7 @@ void Engine::Download(Transfer_Kind kind, link::Packet Prebuilt::*command) {
         case Transfer_Kind::Flightbook: Flightbook_Records()->Clear(); break;
     }
     // Read only now: identification may have rebuilt the packet for L002.
+    if (Could_Raise_Line()) Raise_Line_For(Announced_Count(command));
     Exchange(packets_.*command, ids_.PID_Records, kDownload_Wait);
     // The records arrive through Dispatch_Packet and end at Complete_Transfer.
 }
@@ -185,6 +186,7 @@ void Engine::Close_Tally() {
 
 void Engine::Start_of_Records(std::int16_t& ocount) {
     shared_.Error_Latch = false;
+    Raise_Line_For(static_cast<std::uint16_t>(ocount));
     link::Put_LE<std::int16_t>(packets_.Records.data, 0, ocount);
     Exchange(packets_.Records, ids_.PID_Ack_Byte, kUpload_Wait);
 }
@@ -195,6 +197,7 @@ void Engine::End_of_Records() {
     // while we upload), and its id tells which transfer this closes.
     Name_Transfer(packets_.Xfer_Cmplt, Command_Of_Record(link_.Last_Sent().id));
     Exchange(packets_.Xfer_Cmplt, ids_.PID_Ack_Byte, kUpload_Wait);
+    Restore_Line_Rate();
 }
 
 std::uint8_t Engine::Command_Of_Record(std::uint16_t pid) const {

@@ -133,6 +133,11 @@ public:
     void PortClose();
     std::int32_t FindBaud(std::string& isettings);
     bool Change_Baud_Rate(std::int32_t Baud);
+    // Back to `settings` after a raised transfer, however it ended: the unit
+    // is asked to change back, and whether it answers or not the port ends
+    // at those settings. A host's interrupt is held back meanwhile (the unit
+    // must be left where the next program finds it) and stands again after.
+    void Restore_Settings(const std::string& settings);
 
     // A wait value in milliseconds: below 30 is seconds, else milliseconds.
     static double Wait_Period_ms(std::int32_t WaitTime);

@@ -100,6 +100,9 @@ struct State {
     std::shared_ptr<cFlightbook_Record> Flightbook_Record = std::make_shared<cFlightbook_Record>();
     // The host's choice: track points carry their true data size (see TrekcomCtl.h).
     bool Track_Point_True_Size = false;
+    // The host's choice: big serial transfers run at the fastest rate the
+    // unit accepts, and the line goes back to its rate afterwards.
+    bool Auto_Baud_Rate = false;
 };
 
 // The six multi-record kinds, each with its support test.
@@ -159,6 +162,12 @@ public:
     // link or the USB transport gave up). Error 7 when the number of records
     // that arrived is not the number announced; nothing when none is open.
     void Close_Tally();
+    // Puts a line raised for a transfer back to the rate it had: the
+    // transfer ended, failed, or the host closes the port. Nothing when the
+    // line was not raised. A unit left fast is a unit that the next program,
+    // opening at the usual rate, cannot find.
+    void Restore_Line_Rate();
+    bool Line_Raised() const { return !raised_from_.empty(); }
 
     // ---- prebuilt packets
     struct Prebuilt {
@@ -210,6 +219,12 @@ private:
     };
     Tally tally_;
     void Open_Tally(const Bytes& records_packet);
+    // Raises the serial line before a transfer of `records` records that
+    // is worth it; the count of a download comes from asking the unit.
+    void Raise_Line_For(std::uint32_t records);
+    bool Could_Raise_Line() const;
+    std::uint32_t Announced_Count(link::Packet Prebuilt::*command);
+    std::string raised_from_;  // the line settings before the raise; empty: not raised
     std::uint8_t Command_Of_Record(std::uint16_t pid) const;
     // What every request does first: clear the flags, identify the unit again.
     void Begin_Request();
