@@ -65,6 +65,7 @@ void Control::Ask_Error(std::int16_t& code, const std::string& message, const By
     // The link (or the USB transport) has given up: a download still open
     // has ended with it.
     engine.Close_Tally();
+    engine.Forget_Identity();
     engine.Restore_Line_Rate();
 }
 
@@ -130,8 +131,12 @@ void TrekcomCtl::DebugLog(bool on) { impl_->link.Shared().DebugLog = on; }
 std::int16_t TrekcomCtl::Time_Out() const { return impl_->link.Time_Out(); }
 void TrekcomCtl::Time_Out(std::int16_t ms) { impl_->link.Time_Out(ms); }
 
-bool TrekcomCtl::PortOpen() { return impl_->link.PortOpen(); }
+bool TrekcomCtl::PortOpen() {
+    impl_->engine.Forget_Identity();
+    return impl_->link.PortOpen();
+}
 void TrekcomCtl::PortClose() {
+    impl_->engine.Forget_Identity();
     impl_->engine.Restore_Line_Rate();
     impl_->link.PortClose();
 }

@@ -16,7 +16,9 @@ constexpr std::string_view kCrLf("\r\n", 2);
 constexpr std::size_t kMaxLine = 83;
 constexpr int kMaxNaks = 6;
 constexpr std::int16_t kBufferSize = 8192;
-constexpr std::int32_t kSettleMs = 50;  // lets the line settle after opening
+// Lets the line settle after opening: a USB serial adapter may still be
+// starting, and a unit may send a byte of noise as its lines come up.
+constexpr double kSettle_ms = 10;
 // A frame with 255 data bytes, all of them doubled, is about 520 bytes on the
 // wire; a frame start with no end after this many bytes is not a frame.
 constexpr std::size_t kMaxFrame = 4096;
@@ -80,7 +82,7 @@ bool Serial_Transport::Open() {
         host_.Raise_Error(0, host_.xLate("Unable to open port ") + std::to_string(link_.Port()), {});
         return false;
     }
-    link_.WaitFor(kSettleMs);
+    link_.Wait_Until([] { return false; }, kSettle_ms);
     receive_.Clear();
     port_.InBufferCount(0);
     port_.RThreshold(1);

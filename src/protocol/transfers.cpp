@@ -17,6 +17,8 @@ constexpr std::uint8_t kCmnd_Voltages = 17;
 constexpr std::int32_t kDownload_Wait = 2;
 constexpr std::int32_t kCount_Wait = 500;
 constexpr std::int32_t kUpload_Wait = 2;
+// Too short a time to swap a unit on an open port.
+constexpr double kIdentity_Fresh_ms = 1000;
 
 bool Blank(const std::string& protocol) { return protocol.find_first_not_of(' ') == std::string::npos; }
 
@@ -98,8 +100,9 @@ void Engine::Begin_Request() {
     shared_.Error_Latch = false;
     // A new request ends what the unit was sending: the host chose to stop it.
     tally_ = {};
-    // Every download identifies the unit again: it may have been swapped.
-    Request_Product_Data();
+    // Every download identifies the unit again, as it may have been
+    // swapped, unless it has only just said who it is.
+    if (!identified_ms_ || link_.Now_ms() - *identified_ms_ > kIdentity_Fresh_ms) Request_Product_Data();
 }
 
 void Engine::Download(Transfer_Kind kind, link::Packet Prebuilt::*command) {

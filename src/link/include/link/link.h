@@ -9,6 +9,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -118,6 +119,10 @@ public:
     void Send(const Bytes& frame, std::uint8_t Response, std::int32_t WaitTime);
     void Reset();
     void WaitFor(std::int32_t WaitTime);
+    // Runs the loop until `done` (true) or `ms` have passed (false), or the
+    // waits are abandoned.
+    bool Wait_Until(const std::function<bool()>& done, double ms);
+    double Now_ms() const { return platform_.Now_ms(); }
 
     // ---- transport
     // Readies the unit to be identified (the USB session).

@@ -136,6 +136,9 @@ public:
 
     // ---- identification
     void Request_Product_Data();
+    // What the unit said of itself no longer stands for the next request:
+    // the port was opened or closed, or something failed.
+    void Forget_Identity() { identified_ms_.reset(); }
     void Process_Product_Data(const Bytes& packet);
     void Process_Ext_Product_Data(const Bytes& packet);
     void Parse_Protocol_Array(const Bytes& packet);
@@ -224,6 +227,10 @@ private:
     void Raise_Line_For(std::uint32_t records);
     bool Could_Raise_Line() const;
     std::uint32_t Announced_Count(link::Packet Prebuilt::*command);
+    // When the unit last told who it is. A download right after that (a
+    // host that identifies, checks what the unit offers, then asks for it)
+    // does not ask again.
+    std::optional<double> identified_ms_;
     std::string raised_from_;  // the line settings before the raise; empty: not raised
     std::uint8_t Command_Of_Record(std::uint16_t pid) const;
     // What every request does first: clear the flags, identify the unit again.
