@@ -47,6 +47,9 @@ trap cleanup EXIT
 log() { echo "$*" >&2; }
 
 start_sim() {
+    # Emptied here, not by the redirection below: that one happens in the
+    # background job, after the wait for "ready" may have read the old file.
+    rm -f "$work/sim.out" "$work/sim.err" "$work/gps"
     "$sim" --link "$work/gps" --line-stats "$@" >"$work/sim.out" 2>"$work/sim.err" &
     sim_pid=$!
     for _ in $(seq 100); do

@@ -9,9 +9,10 @@ namespace trekcom::link {
 
 std::uint8_t Calc_Checksum(const Bytes& packet) {
     if (packet.size() < kFrameOverhead) return 0;
-    unsigned sum = 0;
-    for (std::size_t i = 1; i + 3 < packet.size(); ++i) sum += packet[i];  // id, size, data
-    return static_cast<std::uint8_t>((0u - sum) & 0xFF);
+    // Summed in bytes, wrapping as the checksum does: the compiler adds many at once.
+    std::uint8_t sum = 0;
+    for (const std::uint8_t b : Data_View(packet).subspan(1, packet.size() - 4)) sum = static_cast<std::uint8_t>(sum + b);  // id, size, data
+    return static_cast<std::uint8_t>(0u - sum);
 }
 
 void Seal_Packet(Bytes& packet) {
@@ -64,6 +65,7 @@ Frame_Reader::Status Frame_Reader::Next(std::string_view stream) {
         packet_.push_back(DLE);
         packet_.push_back(static_cast<std::uint8_t>(stream[1]));  // the id is never doubled
         read_ = 2;
+        if (Take_Whole(stream)) return Status::frame;
     }
     const char* const data = stream.data();
     while (read_ < stream.size()) {
@@ -87,10 +89,7 @@ Frame_Reader::Status Frame_Reader::Next(std::string_view stream) {
         // Copy the run up to the next DLE in one go: most bytes are plain.
         const void* hit = std::memchr(data + read_, DLE, stream.size() - read_);
         const std::size_t run_end = hit ? static_cast<std::size_t>(static_cast<const char*>(hit) - data) : stream.size();
-        if (run_end == read_ + 1)
-            packet_.push_back(static_cast<std::uint8_t>(data[read_]));
-        else
-            packet_.insert(packet_.end(), data + read_, data + run_end);
+        Append_Run(data + read_, run_end - read_);
         read_ = run_end;
         if (hit) {
             dle_ = true;
@@ -98,6 +97,27 @@ Frame_Reader::Status Frame_Reader::Next(std::string_view stream) {
         }
     }
     return Status::incomplete;
+}
+
+// A plain copy: the frame's room is already there, and vector::insert's
+// general case costs more than the few bytes it moves.
+void Frame_Reader::Append_Run(const char* bytes, std::size_t n) {
+    const std::size_t at = packet_.size();
+    packet_.resize(at + n);
+    std::memcpy(packet_.data() + at, bytes, n);
+}
+
+// Most frames hold no doubled DLE and lie whole in the stream: then the
+// size byte says where the frame ends, and its bytes are the packet.
+bool Frame_Reader::Take_Whole(std::string_view stream) {
+    if (stream.size() < 3) return false;
+    const std::size_t end = static_cast<std::uint8_t>(stream[2]) + kFrameOverhead;
+    if (stream.size() < end || static_cast<std::uint8_t>(stream[end - 2]) != DLE ||
+        static_cast<std::uint8_t>(stream[end - 1]) != ETX || std::memchr(stream.data() + 2, DLE, end - 4))
+        return false;
+    Append_Run(stream.data() + 2, end - 2);
+    read_ = end;
+    return true;
 }
 
 void Frame_Reader::Recycle(Bytes&& storage) {

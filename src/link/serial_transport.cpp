@@ -27,6 +27,9 @@ constexpr std::size_t kMaxFrame = 4096;
 // ---------------------------------------------------------------- Receive_Buffer
 
 void Receive_Buffer::Append(std::string_view bytes) {
+    // Compacted only when bytes come: the parser's calls with nothing new
+    // would otherwise move what is left of a large chunk again and again.
+    if (bytes.empty()) return;
     if (head_ > 0 && head_ >= data_.size() / 2) {
         data_.erase(0, head_);
         head_ = 0;
@@ -284,12 +287,10 @@ void Serial_Transport::Packet_Path() {
 
 bool Serial_Transport::Multi_Record(std::uint8_t id) const {
     // The track and waypoint ids first: they come by the thousand.
-    for (std::uint8_t multi :
-         {ids_.PID_Trk_Data, ids_.PID_Wpt_Data, ids_.PID_Records, ids_.PID_Rte_Hdr, ids_.PID_Rte_Link, ids_.PID_Rte_Wpt_Data, ids_.PID_Trk_Hdr,
-          ids_.PID_Prx_Wpt_Data, ids_.PID_Flightbook_Record, ids_.PID_Lap,
-          ids_.PID_Almanac_Data})
-        if (id == multi) return true;
-    return false;
+    return id == ids_.PID_Trk_Data || id == ids_.PID_Wpt_Data || id == ids_.PID_Records || id == ids_.PID_Rte_Hdr ||
+           id == ids_.PID_Rte_Link || id == ids_.PID_Rte_Wpt_Data || id == ids_.PID_Trk_Hdr ||
+           id == ids_.PID_Prx_Wpt_Data || id == ids_.PID_Flightbook_Record || id == ids_.PID_Lap ||
+           id == ids_.PID_Almanac_Data;
 }
 
 bool Serial_Transport::Streamed(std::uint8_t id) const {

@@ -71,6 +71,9 @@ public:
     void Recycle(Bytes&& storage);
 
 private:
+    bool Take_Whole(std::string_view stream);
+    void Append_Run(const char* bytes, std::size_t n);
+
     std::size_t read_ = 0;  // wire bytes consumed so far
     bool dle_ = false;      // the last byte read was a DLE inside the frame
     Bytes packet_;
