@@ -35,6 +35,8 @@ row='points:100000/chunk:1048576/decode'
 mbps=$(calc %.1f "$(csv_field "$logs/receive.csv" "$row:1" bytes_per_second) / 1e6")
 rps=$(calc %.2f "$(csv_field "$logs/receive.csv" "$row:1" records_per_s) / 1e6")
 frames_mbps=$(calc %.1f "$(csv_field "$logs/receive.csv" "$row:0" bytes_per_second) / 1e6")
+store_rps=$(calc %.2f "$(csv_field "$logs/receive.csv" 'BM_Decode/points:100000/store:1' records_per_s) / 1e6")
+codec_rps=$(calc %.2f "$(csv_field "$logs/receive.csv" 'BM_Decode/points:100000/store:0' records_per_s) / 1e6")
 per_point=$(text_field "$logs/records.txt" 'heap kept\/point')
 idle=$(calc %.3f "$(csv_field "$logs/platform.csv" 'Run_Until_Idle_2s/port_and_timer:1' cpu_fraction) * 100")
 pump=$(calc %.2f "$(csv_field "$logs/platform.csv" 'DoEvents_Loop_2s/port_and_timer:1' cpu_fraction) * 100")
@@ -47,6 +49,8 @@ incomplete() { [ "$1" = 1 ] || echo ', INCOMPLETE'; }
 echo
 line "figure" "measured" "target" "gpsbabel" "met"
 line "receive and decode, in memory" "$mbps MB/s ($rps M rec/s)" ">= 300 MB/s" "-" "$(verdict "$mbps >= 300")"
+line "  bound: dispatch and store alone, no line" "$store_rps M rec/s" "" "" ""
+line "  bound: the point codec alone" "$codec_rps M rec/s" "" "" ""
 line "framing, checks and ACKs alone, in memory" "$frames_mbps MB/s" ">= 1000 MB/s" "-" "$(verdict "$frames_mbps >= 1000")"
 line "memory per stored track point" "$per_point bytes" "<= 100 bytes" "-" "$(verdict "$per_point <= 100")"
 
