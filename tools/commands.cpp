@@ -604,6 +604,12 @@ int Run_Counts(Session_Options& s, const Command_Options& c) {
         else
             std::cout << Format("%-10s %s", kNames[i], n[i] < 0 ? "-" : std::to_string(n[i]).c_str()) << '\n';
     }
+    // A fitness unit's runs and courses; other units have neither.
+    const cRecord_Counts& fitness = *o.ctl().Counts();
+    for (const auto& [name, n] : {std::pair{"runs", fitness.Run_Records}, {"courses", fitness.Course_Records}}) {
+        if (n < 0) continue;
+        c.json ? void(j[name] = n) : void(std::cout << Format("%-10s %d", name, n) << '\n');
+    }
     if (c.json) Print_Json(j);
     return kOk;
 }

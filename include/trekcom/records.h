@@ -212,6 +212,10 @@ struct cRecord_Counts {
     std::int16_t Prox_Waypoint_records = 0;
     std::int16_t Route_Records = 0;
     std::int16_t Track_Records = 0;
+    // A fitness unit's runs and courses (-1 for a unit without them). The
+    // ReceiveCounts event carries the four above; these are read here.
+    std::int16_t Run_Records = -1;
+    std::int16_t Course_Records = -1;
 };
 
 // One satellite in view.

@@ -83,11 +83,24 @@ std::string Engine::Format_Of(const char* tag, std::size_t k, const std::string&
 
 // One transfer of the row: the command, then its records until the
 // completion packet (or the response asked for) has come.
+link::Packet Engine::Command_Packet(std::uint16_t command) const {
+    return {ids_.PID_Command_Data, {static_cast<std::uint8_t>(command), static_cast<std::uint8_t>(command >> 8)},
+            std::nullopt};
+}
+
 bool Engine::Fetch(std::uint16_t command, std::uint8_t response) {
-    const link::Packet packet{ids_.PID_Command_Data,
-                              {static_cast<std::uint8_t>(command), static_cast<std::uint8_t>(command >> 8)},
-                              std::nullopt};
-    return Exchange(packet, response, kTransfer_Wait);
+    return Exchange(Command_Packet(command), response, kTransfer_Wait);
+}
+
+void Engine::Count_Fitness(cRecord_Counts& counts) {
+    const std::tuple<const char*, std::uint16_t, std::int16_t cRecord_Counts::*> kinds[] = {
+        {"A1000", kCmnd_Transfer_Runs, &cRecord_Counts::Run_Records},
+        {"A1006", kCmnd_Transfer_Courses, &cRecord_Counts::Course_Records}};
+    for (const auto& [tag, command, count] : kinds) {
+        shared_.Incoming_Records_Count = -1;
+        if (shared_.Data_Types.contains(tag)) Count_Transfer(Command_Packet(command), command);
+        counts.*count = shared_.Incoming_Records_Count;
+    }
 }
 
 bool Engine::On_Fitness_Packet(const Bytes& frame) {

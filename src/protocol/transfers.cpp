@@ -48,7 +48,7 @@ std::uint32_t Announced_Total(std::uint16_t announced, std::uint32_t received) {
 
 // The completion packet names the transfer it closes, as the unit's own
 // completion packet does, in the command codes in force.
-void Name_Transfer(link::Packet& completion, std::uint8_t command) {
+void Name_Transfer(link::Packet& completion, std::uint16_t command) {
     link::Put_LE<std::int16_t>(completion.data, 0, command);
 }
 
@@ -152,17 +152,20 @@ void Engine::Request_Counts() {
     };
     for (const Kind& kind : kinds) {
         shared_.Incoming_Records_Count = -1;
-        if (!Blank(kind.protocol)) {
-            Exchange(packets_.*kind.command, ids_.PID_Records, kCount_Wait);
-            Name_Transfer(packets_.Xfer_Cmplt, kind.code);
-            Exchange(packets_.Xfer_Cmplt, ids_.PID_Ack_Byte, kCount_Wait);
-        }
+        if (!Blank(kind.protocol)) Count_Transfer(packets_.*kind.command, kind.code);
         (*shared_.Counts).*kind.count = shared_.Incoming_Records_Count;  // -1: not supported, or no count came
     }
+    Count_Fitness(*shared_.Counts);
     shared_.Incoming_Records_Count = 0;
     // RawSuppressed stays set until the next request clears it.
     const cRecord_Counts c = *shared_.Counts;
     host_.Raise_ReceiveCounts(c.Waypoint_Records, c.Prox_Waypoint_records, c.Route_Records, c.Track_Records);
+}
+
+void Engine::Count_Transfer(const link::Packet& command, std::uint16_t code) {
+    Exchange(command, ids_.PID_Records, kCount_Wait);
+    Name_Transfer(packets_.Xfer_Cmplt, code);
+    Exchange(packets_.Xfer_Cmplt, ids_.PID_Ack_Byte, kCount_Wait);
 }
 
 // ---------------------------------------------------------------- download counts

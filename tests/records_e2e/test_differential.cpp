@@ -718,6 +718,9 @@ TEST(Fitness, RunsAndCoursesComeDownWholeAndCoursesReadBackAfterUpload) {
         ASSERT_TRUE(sim::From_Json(sim::To_Json(data), loaded, error) && loaded == data) << error;
         const Data_Set want = Fitness_Visible(p, data);
         Rig r(p, data, true);
+        r.ctl.Request_Counts();
+        EXPECT_EQ(r.ctl.Counts()->Run_Records, static_cast<std::int16_t>(want.runs.size()));
+        EXPECT_EQ(r.ctl.Counts()->Course_Records, static_cast<std::int16_t>(want.courses.size()));
         r.ctl.Request_Runs();
         const std::size_t after_runs = r.rec.received.size();
         r.ctl.Request_Courses();

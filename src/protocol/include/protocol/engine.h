@@ -297,7 +297,12 @@ private:
     bool On_Fitness_Packet(const Bytes& packet);
     void On_Fitness_Track(std::uint16_t index);
     void Release_Runs(bool all);
+    link::Packet Command_Packet(std::uint16_t command) const;
     bool Fetch(std::uint16_t command, std::uint8_t response);
+    // Counting: the unit announces a transfer's count and is stopped before
+    // its first record; a fitness unit's runs and courses are counted so too.
+    void Count_Transfer(const link::Packet& command, std::uint16_t code);
+    void Count_Fitness(cRecord_Counts& counts);
     bool Has_Protocol(const char* tag);
     std::string Format_Of(const char* tag, std::size_t k, const std::string& otherwise) const;
     bool Upload(std::uint16_t command, const std::vector<link::Packet>& records);
