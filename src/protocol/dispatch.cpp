@@ -5,6 +5,7 @@
 #include "protocol/engine.h"
 #include "records/codecs/codecs.h"
 #include "protocol/realtime.h"
+#include "protocol/screen.h"
 #include "records/fields.h"
 
 namespace trekcom::protocol {
@@ -135,7 +136,9 @@ void Engine::On_Route_Link(const Bytes& packet) { records::Decode_Route_Link(lin
 void Engine::On_Voltages(const Bytes& packet) {
     if (live_) live_->Decode_Voltages(packet);
 }
-void Engine::On_Display_Data(const Bytes& packet) { (void)packet; }
+void Engine::On_Display_Data(const Bytes& packet) {
+    if (screen_) screen_->On_Packet(packet);
+}
 void Engine::On_Flightbook_Record(const Bytes& packet) {
     shared_.Flightbook_Record = std::make_shared<cFlightbook_Record>(records::Decode_Flightbook(link::Data_Of(packet)));
     Flightbook_Records()->Add(shared_.Flightbook_Record);
