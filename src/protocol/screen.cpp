@@ -197,6 +197,9 @@ Screen_Capture::Screen_Capture(Engine& engine, link::Link& link, const link::Pac
 Screen_Capture::~Screen_Capture() { engine_.screen_ = nullptr; }
 
 void Screen_Capture::Capture() {
+    // Like every request, it identifies the unit first: the ids and the
+    // model's turn are its own.
+    engine_.Request_Product_Data();
     frame_ = {};
     done_ = false;
     last_pct_ = -1;

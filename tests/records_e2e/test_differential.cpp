@@ -569,5 +569,90 @@ TEST(Downloads, HundredThousandTrackPointsArriveInOrder) {
     EXPECT_TRUE(r.rec.errors.empty()) << Errors(r.rec);
 }
 
+
+// ---------------------------------------------------------------- screens
+
+// The screen as its user sees it, in the colours the unit gives its indices
+// (a grey unit's brightness levels run 0..15).
+Picture Seen(const sim::Screen& s) {
+    Picture p{s.width, s.height, {}};
+    for (const std::uint8_t i : s.pixels)
+        p.Pixels.push_back(s.palette.empty() ? 0x010101u * 17u * s.grey_levels[i] : s.palette[i]);
+    return p;
+}
+
+void Expect_Same(const Picture& got, const Picture& want) {
+    ASSERT_EQ(got.Width, want.Width);
+    ASSERT_EQ(got.Height, want.Height);
+    const auto diff = std::mismatch(got.Pixels.begin(), got.Pixels.end(), want.Pixels.begin(), want.Pixels.end());
+    if (diff.first == got.Pixels.end() && diff.second == want.Pixels.end()) return;
+    const auto at = diff.first - got.Pixels.begin();
+    ADD_FAILURE() << "pixel (" << at % got.Width << ", " << at / got.Width << ") of " << got.Pixels.size();
+}
+
+// Random screens of random sizes, their frames turned any way the unit may
+// lay them (the grey unit keeps its model's own quarter turn, which the
+// control must know), pixel packets in order or last row first.
+class Screens : public ::testing::TestWithParam<std::tuple<std::string, bool>> {};
+
+TEST_P(Screens, CapturesEqualTheUnitsScreenPixelForPixel) {
+    const auto& [name, over_usb] = GetParam();
+    static constexpr Screen_Turn kUndo[] = {Screen_Turn::Upright, Screen_Turn::Quarter_Left, Screen_Turn::Half,
+                                            Screen_Turn::Quarter_Right};
+    for (const std::uint32_t seed : Seeds(7000 + static_cast<std::uint32_t>(name.size() * 2 + over_usb), 4)) {
+        SCOPED_TRACE("TREKCOM_SEED=" + std::to_string(seed));
+        Generator g(seed);
+        sim::Profile profile = sim::Profile::Named(name);
+        sim::Screen& s = profile.screen;
+        const bool model_turn = name == "grey-legend";
+        if (!model_turn) s.frame_quarters = static_cast<int>(g.Below(4));
+        s.width = 1 + static_cast<int>(g.Below(200));
+        s.height = 1 + static_cast<int>(g.Below(120));
+        s.pixels.clear();
+        for (int i = 0; i < s.width * s.height; ++i)
+            s.pixels.push_back(static_cast<std::uint8_t>(g.Below(1u << s.bpp)));
+        Rig rig(profile, sim::Builtin_Data(), over_usb);
+        rig.unit->Fault_Knobs().display_rows_reversed = g.One_In(2);
+        if (!model_turn) rig.ctl.Display_Turn(kUndo[s.frame_quarters]);
+        rig.ctl.Request_Display();
+        ASSERT_FALSE(rig.rec.image_pcts.empty()) << Errors(rig.rec);
+        ASSERT_EQ(rig.rec.image_pcts.back(), 100) << Errors(rig.rec);
+        Expect_Same(rig.rec.image, Seen(s));
+        EXPECT_EQ(rig.ctl.Display()->Bits_Per_Pixel, s.bpp);
+        if (HasFailure()) return;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Units, Screens,
+                         ::testing::Values(std::tuple{"current", false}, std::tuple{"grey-legend", false},
+                                           std::tuple{"d110", true}, std::tuple{"current", true}),
+                         [](const auto& info) {
+                             std::string n = std::get<0>(info.param) + (std::get<1>(info.param) ? "_usb" : "");
+                             std::replace(n.begin(), n.end(), '-', '_');
+                             return n;
+                         });
+
+// A lost screen packet ends the capture with error 7 and no picture within
+// a few seconds, and the next capture works.
+TEST(Screens, ALostPacketEndsTheCaptureAndTheControlGoesOn) {
+    for (const bool over_usb : {false, true}) {
+        for (const std::uint32_t seed : Seeds(7100 + over_usb, 3)) {
+            SCOPED_TRACE("TREKCOM_SEED=" + std::to_string(seed) + (over_usb ? " usb" : " serial"));
+            Rig rig(sim::Profile::Named("current"), sim::Builtin_Data(), over_usb);
+            rig.unit->Fault_Knobs().drop_display_packet = 1 + static_cast<int>(Generator(seed).Below(117));
+            const double start = rig.vp->Now_ms();
+            rig.ctl.Request_Display();
+            EXPECT_LT(rig.vp->Now_ms() - start, 10000);
+            ASSERT_EQ(rig.rec.errors.size(), 1u) << Errors(rig.rec);
+            EXPECT_EQ(rig.rec.errors[0].code, 7);
+            EXPECT_TRUE(rig.rec.image_pcts.empty() || rig.rec.image_pcts.back() < 100);
+            rig.ctl.Request_Display();
+            EXPECT_EQ(rig.rec.errors.size(), 1u) << Errors(rig.rec);
+            ASSERT_FALSE(rig.rec.image_pcts.empty());
+            EXPECT_EQ(rig.rec.image_pcts.back(), 100);
+        }
+    }
+}
+
 }  // namespace
 }  // namespace trekcom::testing
