@@ -296,7 +296,7 @@ struct Unit::Impl {
     }
 
     void On_Ack(const Bytes& d) {
-        // Hosts acknowledge the screen stream, which waits for nothing.
+        // Some hosts acknowledge the screen stream, which waits for nothing.
         if (!d.empty() && d[0] == kDisplay && (!waiting || waiting->packet[1] != kDisplay)) return;
         if (!waiting || (!d.empty() && d[0] != waiting->packet[1])) {
             ++counters.stray_acks;

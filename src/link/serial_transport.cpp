@@ -339,9 +339,7 @@ bool Serial_Transport::Process_Packet(const Bytes& packet) {
     if (Calc_Checksum(packet) == packet[packet.size() - 3]) {
         nak_count_ = 0;
         gave_up_ = false;
-        // Hosts that capture screens acknowledge each screen packet as units
-        // expect, though the unit goes on without waiting and never resends.
-        const bool unacknowledged = (Streamed(id) && id != ids_.PID_Display_Data) || (id == ids_.PID_Records && Shared().RawSuppressed) || Shared().UserFlowControl;
+        const bool unacknowledged = Streamed(id) || (id == ids_.PID_Records && Shared().RawSuppressed) || Shared().UserFlowControl;
         if (!unacknowledged) Answer(ack_, id, true);
         Arrived(id, false);
         host_.Dispatch_Packet(packet);
