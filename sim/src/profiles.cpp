@@ -135,6 +135,8 @@ Profile Profile::Named(const std::string& name) {
         p.descriptions = {"TREKSIM 76 Software Version 2.70"};
         p.software_version = 270;
         p.screen = Screen::Pattern(8, 120, 90, 0, true);
+        p.screen.image_transfer = true;
+        p.icon_slots = 24;
         return p;
     }
     if (name == "aviator") {

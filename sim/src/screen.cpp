@@ -68,12 +68,19 @@ Screen Screen::Pattern(int bpp, int width, int height, int frame_quarters, bool 
 
 namespace screen {
 
-std::vector<Bytes> Display_Packets(const Screen& s, bool rows_reversed) {
+Bytes Frame_Bytes(const Screen& s, std::size_t& stride, int& width, int& height) {
     Grid g{s.width, s.height, s.pixels};
     g.at.resize(static_cast<std::size_t>(s.width) * s.height, 0);
     for (int q = 0; q < (s.frame_quarters % 4 + 4) % 4; ++q) g = Clockwise(g);
+    width = g.w;
+    height = g.h;
+    return Pack(g, s.bpp, stride);
+}
+
+std::vector<Bytes> Display_Packets(const Screen& s, bool rows_reversed) {
     std::size_t stride = 0;
-    const Bytes frame = Pack(g, s.bpp, stride);
+    Grid g;
+    const Bytes frame = Frame_Bytes(s, stride, g.w, g.h);
 
     std::vector<Bytes> out;
     wire::Writer h;

@@ -150,6 +150,7 @@ struct Unit::Impl {
     bool usb_cutting = false;
     Usb_Cut usb_after_read = Usb_Cut::none;
 
+    screen::Image_Store images{profile.screen, profile.icon_slots};
     Deframer deframer;
     std::function<void(char, std::uint8_t, const Bytes&)> trace;
 
@@ -837,7 +838,11 @@ struct Unit::Impl {
             return;
         }
         if (p.id > 255) {
-            ++counters.unknown_packets;
+            // Ids past a byte: the image transfer, which answers on the interrupt pipe.
+            if (auto answer = images.Answer(p.id, p.data))
+                Usb_Put(usb_interrupt, usb::Make_Packet(usb::kApplication, answer->first, answer->second));
+            else
+                ++counters.unknown_packets;
             return;
         }
         if (trace) trace('H', static_cast<std::uint8_t>(p.id), p.data);

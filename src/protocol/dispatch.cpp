@@ -150,6 +150,8 @@ void Engine::On_Lap(const Bytes& packet) {
 void Engine::On_Sats(const Bytes& packet) {
     if (live_) live_->Decode_Sats(packet);
 }
-void Engine::On_Expanded_Packet(const Bytes& packet) { (void)packet; }
+void Engine::On_Expanded_Packet(const Bytes& packet) {
+    if (screen_) screen_->On_Expanded(packet);
+}
 
 }  // namespace trekcom::protocol

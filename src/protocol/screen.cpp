@@ -20,6 +20,8 @@ constexpr std::uint16_t kScreen_Dump = 32;
 // No unit has a frame near this big; a header beyond it is not believed.
 constexpr std::uint32_t kMax_Stride = 16384;
 constexpr std::uint32_t kMax_Rows = 8192;
+// How long a USB unit may take to say whether it has the image transfer.
+constexpr std::int32_t kProbe_ms = 500;
 
 std::uint32_t U32(link::Data_View d, std::size_t at) { return link::Get_LE<std::uint32_t>(d, at); }
 
@@ -46,12 +48,6 @@ void Screen_Frame::Header(link::Data_View data) {
     l.bpp = U32(data, 12);
     l.width = U32(data, 16);
     l.height = U32(data, 20);
-    const bool depth_known = l.bpp == 1 || l.bpp == 2 || l.bpp == 4 || l.bpp == 8;
-    if (!depth_known || l.stride == 0 || l.stride > kMax_Stride || l.height == 0 || l.height > kMax_Rows ||
-        l.width == 0)
-        return;
-    // A width past the stride is padding the row cannot hold.
-    l.width = std::min(l.width, l.stride * 8 / l.bpp);
     if (l.bpp == 2 && data.size() >= 28) {
         // Brightness levels 0..15 for the four values; anything else is not a level.
         std::vector<std::uint32_t> greys;
@@ -59,6 +55,16 @@ void Screen_Frame::Header(link::Data_View data) {
             if (data[i] <= 15) greys.push_back(Grey(data[i] * 17u));
         if (greys.size() == 4) l.greys = std::move(greys);
     }
+    Start(std::move(l));
+}
+
+bool Screen_Frame::Start(Screen_Layout l) {
+    const bool depth_known = l.bpp == 1 || l.bpp == 2 || l.bpp == 4 || l.bpp == 8;
+    if (!depth_known || l.stride == 0 || l.stride > kMax_Stride || l.height == 0 || l.height > kMax_Rows ||
+        l.width == 0)
+        return false;
+    // A width past the stride is padding the row cannot hold.
+    l.width = std::min(l.width, l.stride * 8 / l.bpp);
     *this = {};
     started_ = true;
     layout_ = std::move(l);
@@ -67,6 +73,21 @@ void Screen_Frame::Header(link::Data_View data) {
     const std::size_t entries = std::size_t{1} << layout_.bpp;
     palette_.assign(entries, 0);
     have_colour_.assign(entries, false);
+    return true;
+}
+
+bool Screen_Frame::Load(Screen_Layout layout, link::Data_View rows_last_first, const std::vector<std::uint32_t>& palette) {
+    if (!Start(std::move(layout))) return false;
+    const std::size_t stride = layout_.stride;
+    for (std::size_t row = 0; row * stride < rows_last_first.size() && row < layout_.height; ++row)
+        Pixels(static_cast<std::uint32_t>((layout_.height - 1 - row) * stride),
+               rows_last_first.subspan(row * stride, std::min(stride, rows_last_first.size() - row * stride)));
+    if (palette.size() >= palette_.size()) {
+        std::copy_n(palette.begin(), palette_.size(), palette_.begin());
+        have_colour_.assign(palette_.size(), true);
+        colours_ = palette_.size();
+    }
+    return true;
 }
 
 void Screen_Frame::Pixels(std::uint32_t offset, link::Data_View bytes) {
@@ -200,6 +221,7 @@ void Screen_Capture::Capture() {
     // Like every request, it identifies the unit first: the ids and the
     // model's turn are its own.
     engine_.Request_Product_Data();
+    if (link_.Port() <= 0 && Capture_Image()) return;
     frame_ = {};
     done_ = false;
     last_pct_ = -1;
@@ -219,7 +241,10 @@ void Screen_Capture::Capture() {
         if (link_.Needs_Polling()) link_.Poll();
         platform_.Run_Until([&] { return done_ || link_.Abandoned() || stalled(); }, 50);
     }
-    if (done_) return;
+    if (!done_) Fail();
+}
+
+void Screen_Capture::Fail() {
     host_.Raise_Error(Engine::kIncomplete_Transfer,
                       host_.xLate("Incomplete screen capture: ") + std::to_string(frame_.Bytes_Received()) + " " +
                           host_.xLate("of") + " " + std::to_string(frame_.Bytes_Expected()) + " " +
@@ -227,13 +252,47 @@ void Screen_Capture::Capture() {
                       {});
 }
 
+bool Screen_Capture::Capture_Image() {
+    const auto toc = images_.Contents(kProbe_ms);
+    if (!toc) return false;
+    const auto entry = std::find_if(toc->begin(), toc->end(),
+                                    [](const auto& e) { return e.category == Image_Transfer::kScreen; });
+    if (entry == toc->end()) return false;
+    const auto def = images_.Define(entry->index);
+    const Screen_Layout layout{def ? def->stride : 0, def ? def->bpp : 0, def ? def->width : 0,
+                               def ? def->height : 0, std::nullopt};
+    const auto handle = frame_.Load(layout, {}, {}) ? images_.Open(entry->index) : std::nullopt;
+    if (!handle) {
+        Fail();
+        return true;
+    }
+    const auto colours = images_.Colours(*handle, std::size_t{1} << layout.bpp).value_or(std::vector<std::uint32_t>{});
+    const std::size_t size = std::size_t{layout.stride} * layout.height;
+    const auto bytes = images_.Read(*handle, size, [&](link::Data_View so_far) {
+        frame_.Load(layout, so_far, colours);
+        Report_Progress();
+    });
+    images_.Close(*handle);
+    if (bytes) frame_.Load(layout, *bytes, colours);
+    if (!bytes || !frame_.Complete()) {
+        Fail();
+        return true;
+    }
+    Finish();
+    return true;
+}
+
 void Screen_Capture::On_Packet(const Bytes& packet) {
     last_packet_ms_ = platform_.Now_ms();
     frame_.Feed(link::Data_Of(packet));
     if (done_ || !frame_.Started()) return;
     if (frame_.Complete()) return Finish();
+    Report_Progress();
+}
+
+void Screen_Capture::Report_Progress() {
     const int pct = frame_.Percent();
-    if (pct == last_pct_) return;
+    if (pct == last_pct_ || pct >= 100) return;
     last_pct_ = pct;
     Picture so_far = Draw();
     std::int16_t p = static_cast<std::int16_t>(pct);

@@ -39,6 +39,9 @@ struct Screen {
     // The frame the unit sends is the screen turned clockwise by this many
     // quarters; a host turns it back.
     int frame_quarters = 0;
+    // Over USB the frame is also offered through the image transfer (ids 875
+    // and up), as image 0, its rows last first.
+    bool image_transfer = false;
 
     // An asymmetric test picture: a turn or a mirror shows in any corner.
     static Screen Pattern(int bpp, int width, int height, int frame_quarters, bool colour);
@@ -74,6 +77,7 @@ struct Profile {
     bool voltages = false;   // answers command 17
     bool satellites = false; // sends the satellite table with each PVT record
     Screen screen;           // answers command 32 when it has one
+    int icon_slots = 0;      // custom symbols 0..N-1, 16 x 16 at 8 bpp, through the image transfer on USB
 
     // The capability array the unit sends (tag, number), built from the fields above.
     std::vector<std::pair<char, std::uint16_t>> Capabilities() const;

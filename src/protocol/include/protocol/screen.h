@@ -12,6 +12,7 @@
 
 #include "link/link.h"
 #include "link/packet.h"
+#include "protocol/images.h"
 #include "trekcom/picture.h"
 #include "trekcom/records.h"
 #include "trekcom/types.h"
@@ -39,6 +40,9 @@ class Screen_Frame {
 public:
     // One Pid 69 packet's data.
     void Feed(link::Data_View data);
+    // A frame read whole or in part by the image transfer: its rows come
+    // last first. False for a layout that cannot be drawn.
+    bool Load(Screen_Layout layout, link::Data_View rows_last_first, const std::vector<std::uint32_t>& palette);
     bool Started() const { return started_; }
     // Every frame byte and, on a colour unit, every palette entry has come.
     bool Complete() const;
@@ -55,6 +59,7 @@ public:
 
 private:
     void Header(link::Data_View data);
+    bool Start(Screen_Layout layout);
     void Pixels(std::uint32_t offset, link::Data_View bytes);
     void Colour(std::uint32_t offset, link::Data_View bgr);
 
@@ -99,11 +104,20 @@ public:
     void Capture();
     // A Pid 69 packet (whole serial form), from the dispatcher.
     void On_Packet(const Bytes& packet);
+    // An expanded-form packet: the image transfer's answers.
+    void On_Expanded(const Bytes& packet) { images_.On_Packet(packet); }
+    Image_Transfer& Images() { return images_; }
 
 private:
     // The frame so far, in its colours and turned as the host or the model says.
     Picture Draw() const;
+    // Raises ReceiveImage with the picture so far when the percentage grew.
+    void Report_Progress();
     void Finish();
+    void Fail();
+    // Over USB: the screen through the image transfer. False when the unit
+    // offers none (the Pid 69 stream is asked for then).
+    bool Capture_Image();
 
     Engine& engine_;
     link::Link& link_;
@@ -111,6 +125,7 @@ private:
     Engine_Host& host_;
     Platform& platform_;
     Host_Side side_;
+    Image_Transfer images_{link_};
     Screen_Frame frame_;
     double last_packet_ms_ = 0;
     int last_pct_ = -1;
