@@ -3,7 +3,8 @@
 #include "screen.h"
 #include "wire.h"
 
-namespace trekcom::sim::screen {
+namespace trekcom::sim {
+namespace screen {
 
 namespace {
 
@@ -25,13 +26,6 @@ Bytes Bottom_Up(const Bytes& top_down, std::size_t stride) {
 }
 
 }  // namespace
-
-std::vector<std::uint32_t> Image_Store::Icon_Palette() {
-    std::vector<std::uint32_t> p;
-    for (std::uint32_t i = 0; i < 255; ++i) p.push_back((i % 6 * 51) << 16 | (i / 6 % 6 * 51) << 8 | (i / 36 % 7 * 42));
-    p.push_back(0xFF00FF);
-    return p;
-}
 
 Image_Store::Image_Store(const Screen& screen, int icon_slots) {
     if (screen.image_transfer && screen.bpp) {
@@ -130,4 +124,13 @@ std::optional<std::pair<std::uint16_t, Bytes>> Image_Store::Answer_Open(std::uin
     return std::nullopt;
 }
 
-}  // namespace trekcom::sim::screen
+}  // namespace screen
+
+std::vector<std::uint32_t> Icon_Palette() {
+    std::vector<std::uint32_t> p;
+    for (std::uint32_t i = 0; i < 255; ++i) p.push_back((i % 6 * 51) << 16 | (i / 6 % 6 * 51) << 8 | (i / 36 % 7 * 42));
+    p.push_back(0xFF00FF);
+    return p;
+}
+
+}  // namespace trekcom::sim

@@ -26,8 +26,6 @@ public:
     Image_Store(const Screen& screen, int icon_slots);
     // The answer to one request (its id and data), if it has one.
     std::optional<std::pair<std::uint16_t, Bytes>> Answer(std::uint16_t id, const Bytes& data);
-    // The 256 colours of the icons; the last is the transparent magenta.
-    static std::vector<std::uint32_t> Icon_Palette();
 
 private:
     struct Slot {

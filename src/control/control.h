@@ -10,6 +10,7 @@
 #include "link/packet_ids.h"
 #include "protocol/engine.h"
 #include "protocol/realtime.h"
+#include "protocol/icons.h"
 #include "protocol/screen.h"
 #include "trekcom/TrekcomCtl.h"
 #include "trekcom/cSAK.h"
@@ -76,6 +77,10 @@ public:
     // ---- the screen capture and the unit's identity (ctl_screen.cpp)
     protocol::Screen_Capture screen{engine, link, ids, *this, *platform, Screen_Side()};
     protocol::Screen_Capture::Host_Side Screen_Side();
+    protocol::Icons icons{engine, link, screen.Images(), *this, [this](std::int16_t& seq, Picture& image, Bytes& bmp) {
+                              Raise_Icon(seq, image, bmp);
+                          }};
+    void Raise_Icon(std::int16_t& seq, Picture& image, Bytes& bmp);
     void Request_GPS_Name();
     void Change_GPS_Name();
     // Stores the language and hands it to everything that translates.

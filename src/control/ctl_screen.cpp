@@ -32,6 +32,13 @@ protocol::Screen_Capture::Host_Side Control::Screen_Side() {
     return side;
 }
 
+void Control::Raise_Icon(std::int16_t& seq, Picture& image, Bytes& bmp) {
+    if (!sink) return;
+    sink->ReceiveIcon(seq, image, bmp);
+    std::string text = Bytes2String(bmp);
+    sink->vcReceiveIcon(seq, image, text);
+}
+
 void Control::Request_GPS_Name() {
     auto& pd = engine.Shared().Product_Data;
     if (!pd) pd = std::make_shared<cProduct_Data>();

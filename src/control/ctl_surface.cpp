@@ -49,8 +49,8 @@ std::string TrekcomCtl::NMEA_Checksum(const std::string& msg) { return detail::n
 void TrekcomCtl::NMEA_Send(std::string& message) { impl_->NMEA_Send(message); }
 
 void TrekcomCtl::Request_Display() { impl_->Request_Display(); }
-void TrekcomCtl::Request_Icon(std::int32_t) { impl_->Not_Supported("Icon transfer is not supported"); }
-void TrekcomCtl::Send_Icon(std::int32_t, const Bytes&) { impl_->Not_Supported("Icon transfer is not supported"); }
+void TrekcomCtl::Request_Icon(std::int32_t seq) { impl_->icons.Request_Icon(seq); }
+void TrekcomCtl::Send_Icon(std::int32_t seq, const Bytes& BMP) { impl_->icons.Send_Icon(seq, BMP); }
 void TrekcomCtl::Request_GPS_Name() { impl_->Request_GPS_Name(); }
 void TrekcomCtl::Change_GPS_Name(const std::string&) { impl_->Change_GPS_Name(); }
 std::shared_ptr<cDisplay> TrekcomCtl::Display() const { return impl_->Display; }

@@ -654,5 +654,61 @@ TEST(Screens, ALostPacketEndsTheCaptureAndTheControlGoesOn) {
     }
 }
 
+// ---------------------------------------------------------------- icons
+
+// A 24-bit bitmap file of a picture.
+Bytes Bmp24(const Picture& p) {
+    const std::size_t row = (static_cast<std::size_t>(p.Width) * 3 + 3) / 4 * 4, h = static_cast<std::size_t>(p.Height);
+    Bytes f(54 + row * h, 0);
+    const auto put = [&](std::size_t at, std::size_t v) {
+        for (std::size_t i = 0; i < 4; ++i) f[at + i] = static_cast<std::uint8_t>(v >> 8 * i);
+    };
+    f[0] = 'B', f[1] = 'M', f[26] = 1, f[28] = 24;
+    put(2, f.size()), put(10, 54), put(14, 40), put(18, static_cast<std::size_t>(p.Width)), put(22, h);
+    for (std::size_t i = 0; i < p.Pixels.size(); ++i)
+        for (std::size_t k = 0; k < 3; ++k)
+            f[54 + (h - 1 - i / p.Width) * row + i % p.Width * 3 + k] = static_cast<std::uint8_t>(p.Pixels[i] >> 8 * k);
+    return f;
+}
+
+std::uint32_t Nearest(std::uint32_t c, const std::vector<std::uint32_t>& palette) {
+    const auto distance = [c](std::uint32_t p) {
+        int d = 0;
+        for (const int s : {0, 8, 16}) d += (int(c >> s & 255) - int(p >> s & 255)) * (int(c >> s & 255) - int(p >> s & 255));
+        return d;
+    };
+    return *std::min_element(palette.begin(), palette.end(),
+                             [&](std::uint32_t a, std::uint32_t b) { return distance(a) < distance(b); });
+}
+
+// An icon written then read back is the icon in the unit's palette: its
+// colours and magenta unchanged, any other colour the nearest. The bitmap a
+// read gives goes back up as it is.
+TEST(Icons, AWrittenIconReadsBackInTheUnitsPalette) {
+    Rig rig(sim::Profile::Named("d110"), sim::Builtin_Data(), true);
+    const std::vector<std::uint32_t> palette = sim::Icon_Palette();
+    for (const std::uint32_t seed : Seeds(7200, 4)) {
+        SCOPED_TRACE("TREKCOM_SEED=" + std::to_string(seed));
+        Generator g(seed);
+        Picture icon{16, 16, {}}, want{16, 16, {}};
+        for (int i = 0; i < 256; ++i) {
+            const std::uint32_t c = g.One_In(4) ? g.Below(1u << 24) : palette[g.Below(256)];
+            icon.Pixels.push_back(c);
+            want.Pixels.push_back(Nearest(c, palette));
+        }
+        const auto slot = static_cast<std::int32_t>(g.Below(24));
+        rig.ctl.Send_Icon(slot, Bmp24(icon));
+        rig.ctl.Request_Icon(slot);
+        ASSERT_TRUE(rig.rec.errors.empty()) << Errors(rig.rec);
+        Expect_Same(rig.rec.icon, want);
+        const Bytes read = rig.rec.icon_bmp;
+        rig.rec.icon = {};
+        rig.ctl.Send_Icon((slot + 1) % 24, read);
+        rig.ctl.Request_Icon((slot + 1) % 24);
+        Expect_Same(rig.rec.icon, want);
+        if (HasFailure()) return;
+    }
+}
+
 }  // namespace
 }  // namespace trekcom::testing

@@ -73,6 +73,12 @@ struct Recorder : TrekcomCtlEvents {
         image_pcts.push_back(pct);
         image = p;
     }
+    Picture icon;
+    Bytes icon_bmp;
+    void ReceiveIcon(std::int16_t&, Picture& p, Bytes& bmp) override {
+        icon = p;
+        icon_bmp = bmp;
+    }
     void ReceivedRoutes(std::shared_ptr<Collection<cRoute>>&) override { ++routes; }
     void ReceivedTracks(std::shared_ptr<Collection<cTrack>>&) override { ++tracks; }
     void ReceivedFlightbook(std::shared_ptr<Collection<cFlightbook_Record>>&) override { ++flightbook; }

@@ -47,6 +47,9 @@ struct Screen {
     static Screen Pattern(int bpp, int width, int height, int frame_quarters, bool colour);
 };
 
+// The 256 colours of a unit's custom icons (16 x 16, 8 bpp); the last, magenta, is not drawn.
+std::vector<std::uint32_t> Icon_Palette();
+
 // What a unit is: identity and the protocols and record layouts it speaks.
 // Layouts are D numbers (108 for D108); 0 means the unit lacks the transfer.
 struct Profile {
