@@ -73,4 +73,50 @@ bool Write_Png(const std::string& path, const Picture& picture, std::string& err
     return true;
 }
 
+bool Read_Png(const std::string& path, Picture& picture, std::string& error) {
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_file(&image, path.c_str())) {
+        error = "cannot read " + path + " as PNG";
+        return false;
+    }
+    image.format = PNG_FORMAT_RGBA;
+    std::vector<png_byte> rgba(PNG_IMAGE_SIZE(image));
+    if (!png_image_finish_read(&image, nullptr, rgba.data(), 0, nullptr)) {
+        error = "cannot read " + path + " as PNG: " + image.message;
+        png_image_free(&image);
+        return false;
+    }
+    picture = {static_cast<std::int32_t>(image.width), static_cast<std::int32_t>(image.height), {}};
+    for (std::size_t i = 0; i + 3 < rgba.size(); i += 4)
+        picture.Pixels.push_back(rgba[i + 3] < 128 ? 0xFF00FFu
+                                                   : std::uint32_t{rgba[i]} << 16 | std::uint32_t{rgba[i + 1]} << 8 |
+                                                         rgba[i + 2]);
+    return true;
+}
+
+Bytes Bmp_File(const Picture& p) {
+    const std::size_t row = (static_cast<std::size_t>(p.Width) * 3 + 3) / 4 * 4;
+    const auto height = static_cast<std::size_t>(p.Height);
+    constexpr std::size_t kHeaders = 54;
+    Bytes f(kHeaders + row * height, 0);
+    const auto put = [&](std::size_t at, std::size_t v) {
+        for (std::size_t i = 0; i < 4; ++i) f[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
+    };
+    f[0] = 'B';
+    f[1] = 'M';
+    put(2, f.size());
+    put(10, kHeaders);
+    put(14, 40);  // the information header's size
+    put(18, static_cast<std::size_t>(p.Width));
+    put(22, height);  // rows last first
+    f[26] = 1;        // planes
+    f[28] = 24;       // bits per pixel
+    for (std::size_t i = 0; i < p.Pixels.size(); ++i) {
+        const std::size_t at = kHeaders + (height - 1 - i / p.Width) * row + i % p.Width * 3;
+        for (std::size_t k = 0; k < 3; ++k) f[at + k] = static_cast<std::uint8_t>(p.Pixels[i] >> (8 * k));  // B, G, R
+    }
+    return f;
+}
+
 }  // namespace trekcom::tool

@@ -83,4 +83,33 @@ int Run_Name(Session_Options& s, const Command_Options& c) {
     throw Failure(kUnsupported, "name: " + (errors.size() > before ? errors[before] : "the unit cannot be renamed"));
 }
 
+int Run_Icon(Session_Options& s, const Command_Options& c) {
+    Picture picture;
+    std::string error;
+    if (c.icon_action == "put" && c.input.empty()) throw Failure(kUsage, "icon put: which PNG file?");
+    if (c.icon_action == "put" && !Read_Png(c.input, picture, error)) throw Failure(kBad_File, error);
+    Session_Open o(s);
+    TrekcomCtl& ctl = o.session.Ctl();
+    const std::size_t before = o.session.Errors().size();
+    if (c.icon_action == "put") {
+        ctl.Send_Icon(c.icon, Bmp_File(picture));
+        if (o.session.Errors().size() > before) throw Failure(kRefused, "icon put: " + o.session.Errors()[before]);
+        std::cout << "custom icon " << c.icon << ": written from " << c.input << '\n';
+        return kOk;
+    }
+    bool came = false;
+    o.session.On_Icon = [&](const Picture& image) {
+        picture = image;
+        came = true;
+    };
+    ctl.Request_Icon(c.icon);
+    if (!came) {
+        const auto& errors = o.session.Errors();
+        throw Failure(kUnsupported, "icon get: " + (errors.size() > before ? errors[before] : "no icon came"));
+    }
+    if (!Write_Png(c.icon_file, picture, error)) throw Failure(kError, error);
+    std::cout << c.icon_file << ": custom icon " << c.icon << ", " << picture.Width << " x " << picture.Height << '\n';
+    return kOk;
+}
+
 }  // namespace trekcom::tool
