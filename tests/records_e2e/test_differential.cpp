@@ -710,5 +710,27 @@ TEST(Icons, AWrittenIconReadsBackInTheUnitsPalette) {
     }
 }
 
+// ---------------------------------------------------------------- identity
+
+// The name is the model; the id is the unit's answer, read unsigned, or over
+// USB its session's id; a unit that gives none leaves it empty, quietly.
+TEST(Identity, NameAndUnitIdComeFromTheUnitOrStayEmptyWithoutAnError) {
+    for (const bool answers : {true, false}) {
+        for (const bool over_usb : {false, true}) {
+            SCOPED_TRACE(std::string(answers ? "answers" : "silent") + (over_usb ? " usb" : " serial"));
+            sim::Profile profile = sim::Profile::Named("current");
+            profile.unit_id = answers;
+            Data_Set data = sim::Builtin_Data();
+            data.situation.unit_id = 0xFEDCBA98;
+            Rig rig(profile, data, over_usb);
+            rig.ctl.Product_Data()->Unit_ID = "stale";
+            rig.ctl.Request_GPS_Name();
+            EXPECT_TRUE(rig.rec.errors.empty()) << Errors(rig.rec);
+            EXPECT_EQ(rig.ctl.Product_Data()->GPS_Name, "TREKSIM 60");
+            EXPECT_EQ(rig.ctl.Product_Data()->Unit_ID, answers || over_usb ? "4275878552" : "");
+        }
+    }
+}
+
 }  // namespace
 }  // namespace trekcom::testing
