@@ -20,6 +20,7 @@ constexpr std::uint16_t kScreen_Dump = 32;
 // No unit has a frame near this big; a header beyond it is not believed.
 constexpr std::uint32_t kMax_Stride = 16384;
 constexpr std::uint32_t kMax_Rows = 8192;
+constexpr std::size_t kMax_Frame_Bytes = std::size_t{1} << 22;
 // How long a USB unit may take to say whether it has the image transfer.
 constexpr std::int32_t kProbe_ms = 500;
 
@@ -61,7 +62,7 @@ void Screen_Frame::Header(link::Data_View data) {
 bool Screen_Frame::Start(Screen_Layout l) {
     const bool depth_known = l.bpp == 1 || l.bpp == 2 || l.bpp == 4 || l.bpp == 8;
     if (!depth_known || l.stride == 0 || l.stride > kMax_Stride || l.height == 0 || l.height > kMax_Rows ||
-        l.width == 0)
+        l.width == 0 || std::size_t{l.stride} * l.height > kMax_Frame_Bytes)
         return false;
     // A width past the stride is padding the row cannot hold.
     l.width = std::min(l.width, l.stride * 8 / l.bpp);
