@@ -224,8 +224,7 @@ void Screen_Capture::Capture() {
     engine_.Request_Product_Data();
     if (link_.Port() <= 0 && Capture_Image()) return;
     frame_ = {};
-    done_ = false;
-    last_pct_ = -1;
+    Begin_Frame();
     std::uint8_t response = ids_.PID_Display_Data;
     const link::Packet dump{ids_.PID_Command_Data,
                             {static_cast<std::uint8_t>(kScreen_Dump), static_cast<std::uint8_t>(kScreen_Dump >> 8)},
@@ -285,7 +284,10 @@ bool Screen_Capture::Capture_Image() {
 
 void Screen_Capture::On_Packet(const Bytes& packet) {
     last_packet_ms_ = platform_.Now_ms();
-    frame_.Feed(link::Data_Of(packet));
+    const link::Data_View data = link::Data_Of(packet);
+    // A header starts a frame, asked for or not (a replayed log holds them too).
+    if (data.size() >= kPrefix && U32(data, 0) == kHeader) Begin_Frame();
+    frame_.Feed(data);
     if (done_ || !frame_.Started()) return;
     if (frame_.Complete()) return Finish();
     Report_Progress();
@@ -300,13 +302,17 @@ void Screen_Capture::Report_Progress() {
     side_.progress(p, so_far);
 }
 
-Picture Screen_Capture::Draw() const {
-    std::vector<std::uint32_t> file_colours;
+void Screen_Capture::Begin_Frame() {
+    done_ = false;
+    last_pct_ = -1;
     const std::string path = side_.palette_file();
-    if (!path.empty()) file_colours = Read_Gpl(path).value_or(std::vector<std::uint32_t>{});
+    file_colours_ = path.empty() ? std::vector<std::uint32_t>{} : Read_Gpl(path).value_or(std::vector<std::uint32_t>{});
+}
+
+Picture Screen_Capture::Draw() const {
     Screen_Turn turn = side_.turn();
     if (turn == Screen_Turn::Automatic) turn = Model_Turn(engine_.Shared().Product_Data->Product_Description_1);
-    return Draw_Frame(frame_, Frame_Colours(frame_, file_colours), turn);
+    return Draw_Frame(frame_, Frame_Colours(frame_, file_colours_), turn);
 }
 
 void Screen_Capture::Finish() {

@@ -109,6 +109,8 @@ public:
     Image_Transfer& Images() { return images_; }
 
 private:
+    // A frame starts: nothing reported of it yet; the host's palette read once.
+    void Begin_Frame();
     // The frame so far, in its colours and turned as the host or the model says.
     Picture Draw() const;
     // Raises ReceiveImage with the picture so far when the percentage grew.
@@ -127,6 +129,7 @@ private:
     Host_Side side_;
     Image_Transfer images_{link_};
     Screen_Frame frame_;
+    std::vector<std::uint32_t> file_colours_;
     double last_packet_ms_ = 0;
     int last_pct_ = -1;
     bool done_ = false;
