@@ -21,6 +21,9 @@ constexpr std::uint16_t kScreen_Dump = 32;
 constexpr std::uint32_t kMax_Stride = 16384;
 constexpr std::uint32_t kMax_Rows = 8192;
 constexpr std::size_t kMax_Frame_Bytes = std::size_t{1} << 22;
+// A unit that never stops sending is given up after this long: the largest
+// frames take a minute and a half at 9600 baud.
+constexpr double kMax_Capture_ms = 5 * 60 * 1000;
 // How long a USB unit may take to say whether it has the image transfer.
 constexpr std::int32_t kProbe_ms = 500;
 
@@ -236,7 +239,11 @@ void Screen_Capture::Capture() {
     // No packet ends the stream: the header said how much comes, and a unit
     // that falls silent before it has all come has lost some.
     const double stall_ms = link_.Time_Out();
-    const auto stalled = [&] { return platform_.Now_ms() - last_packet_ms_ >= stall_ms; };
+    const double give_up_ms = platform_.Now_ms() + kMax_Capture_ms;
+    const auto stalled = [&] {
+        const double now = platform_.Now_ms();
+        return now - last_packet_ms_ >= stall_ms || now >= give_up_ms;
+    };
     while (!done_ && !link_.Abandoned() && !stalled()) {
         if (link_.Needs_Polling()) link_.Poll();
         platform_.Run_Until([&] { return done_ || link_.Abandoned() || stalled(); }, 50);
