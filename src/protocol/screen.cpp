@@ -59,7 +59,8 @@ void Screen_Frame::Header(link::Data_View data) {
             if (data[i] <= 15) greys.push_back(Grey(data[i] * 17u));
         if (greys.size() == 4) l.greys = std::move(greys);
     }
-    Start(std::move(l));
+    const std::uint32_t bpp = l.bpp;
+    if (!Start(std::move(l))) refused_bpp_ = bpp;
 }
 
 bool Screen_Frame::Start(Screen_Layout l) {
@@ -244,7 +245,7 @@ void Screen_Capture::Capture() {
         const double now = platform_.Now_ms();
         return now - last_packet_ms_ >= stall_ms || now >= give_up_ms;
     };
-    while (!done_ && !link_.Abandoned() && !stalled()) {
+    while (!done_ && !link_.Abandoned() && !stalled() && !frame_.Refused_Bpp()) {
         if (link_.Needs_Polling()) link_.Poll();
         platform_.Run_Until([&] { return done_ || link_.Abandoned() || stalled(); }, 50);
     }
@@ -252,6 +253,11 @@ void Screen_Capture::Capture() {
 }
 
 void Screen_Capture::Fail() {
+    // Some newer units announce a 16-bit frame whose stream no host has made sense of.
+    if (const std::uint32_t bpp = frame_.Refused_Bpp())
+        return host_.Raise_Error(0, host_.xLate("The unit's screen cannot be read: its frame has ") +
+                                        std::to_string(bpp) + " " + host_.xLate("bits per pixel"),
+                                 {});
     host_.Raise_Error(Engine::kIncomplete_Transfer,
                       host_.xLate("Incomplete screen capture: ") + std::to_string(frame_.Bytes_Received()) + " " +
                           host_.xLate("of") + " " + std::to_string(frame_.Bytes_Expected()) + " " +

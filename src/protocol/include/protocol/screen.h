@@ -44,6 +44,8 @@ public:
     // last first. False for a layout that cannot be drawn.
     bool Load(Screen_Layout layout, link::Data_View rows_last_first, const std::vector<std::uint32_t>& palette);
     bool Started() const { return started_; }
+    // The depth of the last header that was not believed (0: none was refused).
+    std::uint32_t Refused_Bpp() const { return refused_bpp_; }
     // Every frame byte and, on a colour unit, every palette entry has come.
     bool Complete() const;
     // 0..100, by the frame bytes that have come.
@@ -64,6 +66,7 @@ private:
     void Colour(std::uint32_t offset, link::Data_View bgr);
 
     bool started_ = false;
+    std::uint32_t refused_bpp_ = 0;
     Screen_Layout layout_;
     Bytes raw_;
     std::vector<bool> have_;
