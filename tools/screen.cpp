@@ -1,4 +1,5 @@
 // The screen and identity commands: screenshot and name.
+#include <algorithm>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -62,8 +63,8 @@ int Run_Screenshot(Session_Options& s, const Command_Options& c) {
         }
     }
     std::string error;
-    if (!Write_Png(c.image, picture, error)) throw Failure(kError, error);
     const auto& d = *ctl.Display();
+    if (!Write_Png(c.image, picture, std::clamp<int>(d.Bits_Per_Pixel, 1, 8), error)) throw Failure(kError, error);
     std::cout << c.image << ": " << picture.Width << " x " << picture.Height << ", " << d.Bits_Per_Pixel
               << " bits per pixel on the unit\n";
     return kOk;
@@ -107,7 +108,7 @@ int Run_Icon(Session_Options& s, const Command_Options& c) {
         const auto& errors = o.session.Errors();
         throw Failure(kUnsupported, "icon get: " + (errors.size() > before ? errors[before] : "no icon came"));
     }
-    if (!Write_Png(c.icon_file, picture, error)) throw Failure(kError, error);
+    if (!Write_Png(c.icon_file, picture, 8, error)) throw Failure(kError, error);
     std::cout << c.icon_file << ": custom icon " << c.icon << ", " << picture.Width << " x " << picture.Height << '\n';
     return kOk;
 }
