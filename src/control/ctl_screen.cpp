@@ -5,16 +5,8 @@ namespace trekcom::detail {
 
 namespace {
 
-constexpr std::uint8_t kCmnd_Unit_ID = 14;
 // Some units never answer the unit-id request: it is asked once, briefly.
 constexpr std::int32_t kUnit_ID_Wait_ms = 500;
-
-// "eTrex Legend Software Version 3.70" names the model "eTrex Legend".
-std::string Model_Name(const std::string& description) {
-    std::string name = description.substr(0, description.find(" Software Version"));
-    while (!name.empty() && (name.back() == ' ' || name.back() == '\0')) name.pop_back();
-    return name;
-}
 
 }  // namespace
 
@@ -44,12 +36,12 @@ void Control::Request_GPS_Name() {
     if (!pd) pd = std::make_shared<cProduct_Data>();
     pd->Unit_ID.clear();
     engine.Request_Product_Data();
-    pd->GPS_Name = Model_Name(pd->Product_Description_1);
+    pd->GPS_Name = protocol::Model_Of(pd->Product_Description_1);
     if (!pd->Unit_ID.empty()) return;
     // Identification asks for the id only of units with a capability array;
     // the others may know it too. A unit that does not answer is no error.
     std::uint8_t response = ids.PID_Unit_ID;
-    link.Send_Packet({ids.PID_Command_Data, {kCmnd_Unit_ID, 0}, std::nullopt}, response, kUnit_ID_Wait_ms);
+    link.Send_Packet(engine.Packets().Unit_ID_Request, response, kUnit_ID_Wait_ms);
     link.Stop_Watchdog();
     if (pd->Unit_ID.empty() && link.Port() <= 0 && usb->Session_Unit_ID() != 0)
         pd->Unit_ID = std::to_string(usb->Session_Unit_ID());

@@ -182,6 +182,12 @@ Picture Draw_Frame(const Screen_Frame& frame, const std::vector<std::uint32_t>& 
     return p;
 }
 
+std::string Model_Of(const std::string& description) {
+    std::string name = description.substr(0, description.find(" Software Version"));
+    while (!name.empty() && (name.back() == ' ' || name.back() == '\0')) name.pop_back();
+    return name;
+}
+
 Screen_Turn Model_Turn(const std::string& description) {
     // Units whose frames are known to lie turned, by the model name that
     // opens their description.
@@ -191,7 +197,7 @@ Screen_Turn Model_Turn(const std::string& description) {
         {"eTrex Summit", Screen_Turn::Quarter_Right},
         {"Geko 201", Screen_Turn::Upright},
     };
-    const std::string model = description.substr(0, description.find(" Software Version"));
+    const std::string model = Model_Of(description);
     for (const auto& [name, turn] : kModels)
         if (model == name) return turn;
     return Screen_Turn::Upright;

@@ -82,6 +82,9 @@ private:
 std::vector<std::uint32_t> Frame_Colours(const Screen_Frame& frame, const std::vector<std::uint32_t>& file_colours);
 // The frame drawn with those colours and turned as asked (never Automatic).
 Picture Draw_Frame(const Screen_Frame& frame, const std::vector<std::uint32_t>& colours, Screen_Turn turn);
+// The model a product description names: "eTrex Legend Software Version
+// 3.70" gives "eTrex Legend".
+std::string Model_Of(const std::string& description);
 // The turn a model is known to need, from its product description.
 Screen_Turn Model_Turn(const std::string& description);
 // The colours of a GIMP palette file (.gpl); nothing when it cannot be read.
