@@ -106,7 +106,8 @@ public:
     // chkerr false). Plain store.
     bool IgnoreCheckSum() const;
     void IgnoreCheckSum(bool on);
-    // The colour palette file for screen captures. Plain store.
+    // A GIMP palette (.gpl) whose colours screen captures use for units that
+    // send none (docs/screen.md); empty: the unit's grey levels.
     std::string Palette_File() const;
     void Palette_File(const std::string& path);
     // The library's version text.
@@ -131,10 +132,15 @@ public:
     // the frame's size, depth and bytes. A capture that stalls or loses a
     // packet ends with error 7 and no picture. Frames without colours of
     // their own take those of Palette_File (a GIMP palette, docs/screen.md)
-    // or else the unit's grey levels. Request_GPS_Name fills
-    // Product_Data().GPS_Name and Unit_ID (empty when the unit does not tell).
-    // Change_GPS_Name sends nothing: no receiver has a documented way to be
-    // renamed, so it reports error 0 and says so.
+    // or else the unit's grey levels. Request_Icon(N) reads custom symbol N
+    // (7680 + N) and raises ReceiveIcon with the picture and an 8-bit bitmap
+    // file; Send_Icon(N, BMP) writes a bitmap file (8-bit, 24- or 32-bit)
+    // of the slot's size, in the unit's colours, magenta as transparent.
+    // Icons travel over USB only; a serial port reports error 0 and sends
+    // nothing. Request_GPS_Name fills Product_Data().GPS_Name and Unit_ID
+    // (empty when the unit does not tell). Change_GPS_Name sends nothing:
+    // no receiver has a documented way to be renamed, so it reports error 0
+    // and says so.
     void Request_Display();
     void Request_Icon(std::int32_t seq);
     void Send_Icon(std::int32_t seq, const Bytes& BMP);
