@@ -72,6 +72,8 @@ Bytes Frame_Bytes(const Screen& s, std::size_t& stride, int& width, int& height)
     Grid g{s.width, s.height, s.pixels};
     g.at.resize(static_cast<std::size_t>(s.width) * s.height, 0);
     for (int q = 0; q < (s.frame_quarters % 4 + 4) % 4; ++q) g = Clockwise(g);
+    if (s.frame_mirrored)
+        for (int y = 0; y < g.h; ++y) std::reverse(g.at.begin() + y * g.w, g.at.begin() + (y + 1) * g.w);
     width = g.w;
     height = g.h;
     return Pack(g, s.bpp, stride);

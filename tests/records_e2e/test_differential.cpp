@@ -609,6 +609,11 @@ TEST_P(Screens, CapturesEqualTheUnitsScreenPixelForPixel) {
         sim::Screen& s = profile.screen;
         const bool model_turn = name == "grey-legend";
         if (!model_turn) s.frame_quarters = static_cast<int>(g.Below(4));
+        s.frame_mirrored = !model_turn && s.frame_quarters == 0 && g.One_In(2);
+        if (name == "current" && !over_usb) {  // every depth, each with its palette
+            s.bpp = 1 << seed % 4;
+            s.palette = sim::Screen::Pattern(s.bpp, 1, 1, 0, true).palette;
+        }
         s.width = 1 + static_cast<int>(g.Below(200));
         s.height = 1 + static_cast<int>(g.Below(120));
         s.pixels.clear();
@@ -616,7 +621,7 @@ TEST_P(Screens, CapturesEqualTheUnitsScreenPixelForPixel) {
             s.pixels.push_back(static_cast<std::uint8_t>(g.Below(1u << s.bpp)));
         Rig rig(profile, sim::Builtin_Data(), over_usb);
         rig.unit->Fault_Knobs().display_rows_reversed = g.One_In(2);
-        if (!model_turn) rig.ctl.Display_Turn(kUndo[s.frame_quarters]);
+        if (!model_turn) rig.ctl.Display_Turn(s.frame_mirrored ? Screen_Turn::Mirror : kUndo[s.frame_quarters]);
         // A grey unit's colours can come from a GIMP palette instead.
         Picture want = Seen(s);
         if (s.palette.empty() && g.One_In(2)) {
@@ -630,6 +635,7 @@ TEST_P(Screens, CapturesEqualTheUnitsScreenPixelForPixel) {
         rig.ctl.Request_Display();
         ASSERT_FALSE(rig.rec.image_pcts.empty()) << Errors(rig.rec);
         ASSERT_EQ(rig.rec.image_pcts.back(), 100) << Errors(rig.rec);
+        EXPECT_TRUE(std::is_sorted(rig.rec.image_pcts.begin(), rig.rec.image_pcts.end(), std::less_equal<>()));
         Expect_Same(rig.rec.image, want);
         EXPECT_EQ(rig.ctl.Display()->Bits_Per_Pixel, s.bpp);
         if (HasFailure()) return;

@@ -39,6 +39,7 @@ struct Screen {
     // The frame the unit sends is the screen turned clockwise by this many
     // quarters; a host turns it back.
     int frame_quarters = 0;
+    bool frame_mirrored = false;  // then its rows run right to left as well
     // Over USB the frame is also offered through the image transfer (ids 875
     // and up), as image 0, its rows last first.
     bool image_transfer = false;
