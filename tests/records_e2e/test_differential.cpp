@@ -700,6 +700,8 @@ std::uint32_t Nearest(std::uint32_t c, const std::vector<std::uint32_t>& palette
                              [&](std::uint32_t a, std::uint32_t b) { return distance(a) < distance(b); });
 }
 
+std::vector<std::uint32_t> Green_Pixels(std::size_t n) { return std::vector<std::uint32_t>(n, 0x00FF00); }
+
 // An icon written then read back is the icon in the unit's palette: its
 // colours and magenta unchanged, any other colour the nearest. The bitmap a
 // read gives goes back up as it is.
@@ -724,6 +726,12 @@ TEST(Icons, AWrittenIconReadsBackInTheUnitsPalette) {
         rig.rec.icon = {};
         rig.ctl.Send_Icon((slot + 1) % 24, read);
         rig.ctl.Request_Icon((slot + 1) % 24);
+        Expect_Same(rig.rec.icon, want);
+        // An icon of another size is refused before anything is written.
+        rig.ctl.Send_Icon(slot, Bmp24(Picture{16, 15, Green_Pixels(15 * 16)}));
+        ASSERT_EQ(rig.rec.errors.size(), 1u);
+        rig.rec.errors.clear();
+        rig.ctl.Request_Icon(slot);
         Expect_Same(rig.rec.icon, want);
         if (HasFailure()) return;
     }
