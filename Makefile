@@ -23,9 +23,9 @@ DEMO_PACKAGES := cmake g++ make pkg-config libasio-dev libusb-1.0-0-dev libpugix
                  nlohmann-json3-dev libpng-dev
 # The tests add GoogleTest, Google Benchmark, gpsbabel (interoperability),
 # the MinGW compiler (the Windows driver's compile check) and umockdev (an
-# emulated USB bus).
+# emulated USB bus); the benchmarks, GNU time (peak resident sizes).
 DEB_PACKAGES := $(DEMO_PACKAGES) libgtest-dev libgmock-dev libbenchmark-dev libfmt-dev gpsbabel \
-                g++-mingw-w64-x86-64 umockdev
+                g++-mingw-w64-x86-64 umockdev time
 FUZZ_PACKAGES := clang-14 libclang-rt-14-dev
 COVERAGE_PACKAGES := gcovr
 

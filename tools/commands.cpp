@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <numbers>
 #include <sstream>
@@ -45,16 +46,37 @@ struct Opened {
 
 void Print_Json(const json& j) { std::cout << j.dump(2, ' ', false, json::error_handler_t::replace) << '\n'; }
 
-void Write_Output(const std::string& path, const std::string& text) {
-    if (path == "-") {
-        std::cout << text;
-        return;
+// Where `get` writes: standard output ("-") or a file. A file is written
+// beside its place and put there by Keep(), so a download that fails leaves
+// whatever was there before.
+class Output_File {
+public:
+    explicit Output_File(const std::string& path) : path_(path), part_(path + ".part") {
+        if (path_ == "-") return;
+        file_.open(part_, std::ios::binary | std::ios::trunc);
+        if (!file_) throw Failure(kError, "cannot write " + path_);
     }
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-    out.close();
-    if (!out) throw Failure(kError, "cannot write " + path);
-}
+    ~Output_File() {
+        if (path_ == "-" || kept_) return;
+        file_.close();
+        std::remove(part_.c_str());
+    }
+    Output_File(const Output_File&) = delete;
+    Output_File& operator=(const Output_File&) = delete;
+
+    std::ostream& Stream() { return path_ == "-" ? std::cout : file_; }
+    void Keep() {
+        if (path_ == "-") return;
+        file_.close();
+        if (!file_ || std::rename(part_.c_str(), path_.c_str()) != 0) throw Failure(kError, "cannot write " + path_);
+        kept_ = true;
+    }
+
+private:
+    std::string path_, part_;
+    std::ofstream file_;
+    bool kept_ = false;
+};
 
 std::vector<Kind> Parse_Kinds(const std::vector<std::string>& names, bool& all) {
     std::vector<Kind> kinds;
@@ -72,6 +94,72 @@ std::vector<Kind> Parse_Kinds(const std::vector<std::string>& names, bool& all) 
     }
     return kinds;
 }
+
+// Counts the records on their way to another writer (if any), for the summary.
+class Record_Tally : public Record_Writer {
+public:
+    explicit Record_Tally(Record_Writer* next = nullptr) : next_(next) {}
+
+    void Begin(const std::string& source) override { Pass(&Record_Writer::Begin, source); }
+    void Begin_Kind(Kind k) override {
+        kinds_.push_back(k);
+        kind_ = k;
+        Pass(&Record_Writer::Begin_Kind, k);
+    }
+    void Waypoint(const cWaypoint& w) override {
+        if (kind_ == Kind::Routes) {
+            if (count_[kind_] == 0) ++count_[kind_];  // points before any header: a nameless route
+            ++points_[kind_];
+        } else {
+            ++count_[kind_];
+        }
+        Pass(&Record_Writer::Waypoint, w);
+    }
+    void Route(const cRoute& header) override { ++count_[kind_]; Pass(&Record_Writer::Route, header); }
+    void Track(const cTrack& header) override { ++count_[kind_]; Pass(&Record_Writer::Track, header); }
+    void Track_Point(const cTrack& point) override {
+        if (count_[kind_] == 0) ++count_[kind_];
+        ++points_[kind_];
+        Pass(&Record_Writer::Track_Point, point);
+    }
+    void Lap(const cLap& l) override { ++count_[kind_]; Pass(&Record_Writer::Lap, l); }
+    void Flight(const cFlightbook_Record& f) override { ++count_[kind_]; Pass(&Record_Writer::Flight, f); }
+    void Almanac(const cAlmanac& a) override { ++count_[kind_]; Pass(&Record_Writer::Almanac, a); }
+    void End_Kind(Kind k) override { Pass(&Record_Writer::End_Kind, k); }
+    void Finish() override {
+        if (next_) next_->Finish();
+    }
+
+    // "12 waypoints, 2 routes (9 points), ...": what went by.
+    std::string Summary() const {
+        static const std::map<Kind, const char*> kNames = {
+            {Kind::Waypoints, "waypoints"}, {Kind::Proximity, "proximity waypoints"}, {Kind::Routes, "routes"},
+            {Kind::Tracks, "tracks"},       {Kind::Laps, "laps"},  {Kind::Flightbook, "flightbook records"},
+            {Kind::Almanac, "almanac entries"}};
+        std::string out;
+        for (Kind k : kinds_) {
+            if (!out.empty()) out += ", ";
+            out += std::to_string(Count(count_, k)) + " " + kNames.at(k);
+            if (k == Kind::Routes || k == Kind::Tracks) out += " (" + std::to_string(Count(points_, k)) + " points)";
+        }
+        return out.empty() ? "nothing" : out;
+    }
+
+private:
+    template <typename... Args, typename... Given>
+    void Pass(void (Record_Writer::*step)(Args...), Given&&... given) {
+        if (next_) (next_->*step)(std::forward<Given>(given)...);
+    }
+    static std::size_t Count(const std::map<Kind, std::size_t>& m, Kind k) {
+        const auto it = m.find(k);
+        return it == m.end() ? 0 : it->second;
+    }
+
+    Record_Writer* next_;
+    Kind kind_ = Kind::Waypoints;
+    std::vector<Kind> kinds_;
+    std::map<Kind, std::size_t> count_, points_;
+};
 
 // ---------------------------------------------------------------- info
 
@@ -209,33 +297,9 @@ double Course(const cPvtData& p) {
 }  // namespace
 
 std::string Summary(const Data& d) {
-    std::string out;
-    auto add = [&](std::size_t n, const char* what, const std::string& extra = "") {
-        if (!out.empty()) out += ", ";
-        out += std::to_string(n) + " " + what + extra;
-    };
-    for (Kind k : d.kinds) {
-        switch (k) {
-            case Kind::Waypoints: add(d.waypoints.size(), "waypoints"); break;
-            case Kind::Proximity: add(d.proximity.size(), "proximity waypoints"); break;
-            case Kind::Routes: {
-                std::size_t n = 0;
-                for (const auto& r : d.routes) n += r.points.size();
-                add(d.routes.size(), "routes", " (" + std::to_string(n) + " points)");
-                break;
-            }
-            case Kind::Tracks: {
-                std::size_t n = 0;
-                for (const auto& t : d.tracks) n += t.points.size();
-                add(d.tracks.size(), "tracks", " (" + std::to_string(n) + " points)");
-                break;
-            }
-            case Kind::Laps: add(d.laps.size(), "laps"); break;
-            case Kind::Flightbook: add(d.flights.size(), "flightbook records"); break;
-            case Kind::Almanac: add(d.almanac.size(), "almanac entries"); break;
-        }
-    }
-    return out.empty() ? "nothing" : out;
+    Record_Tally tally;
+    Write_Set(d, tally);
+    return tally.Summary();
 }
 
 double Pvt_Garmin_Seconds(const cPvtData& p) {
@@ -325,13 +389,18 @@ int Run_Info(Session_Options& s, const Command_Options& c) {
 
 int Run_Get(Session_Options& s, const Command_Options& c) {
     bool all = false;
-    const auto kinds = Parse_Kinds(c.kinds, all);
+    auto kinds = Parse_Kinds(c.kinds, all);
+    // Files are written as the records arrive, and they hold the kinds in one order.
+    std::sort(kinds.begin(), kinds.end());
     Opened o(s);
-    const Data data = o.session.Download(kinds, all);
-    Write_Output(c.output, c.json ? Json_Text(data) : Gpx_Text(data));
+    Output_File file(c.output);
+    const auto writer = c.json ? Json_Writer(file.Stream()) : Gpx_Writer(file.Stream());
+    Record_Tally tally(writer.get());
+    o.session.Download(kinds, all, tally);
+    file.Keep();
     // The summary goes where it does not mix with the data.
-    (c.output == "-" ? std::cerr : std::cout) << (c.output == "-" ? "" : c.output + ": ") << Summary(data) << " from "
-                                              << data.source << '\n';
+    (c.output == "-" ? std::cerr : std::cout) << (c.output == "-" ? "" : c.output + ": ") << tally.Summary() << " from "
+                                              << o.session.Describe() << '\n';
     // What came short is saved all the same, and said.
     if (!o.session.Shortfall().empty()) throw Failure(kIncomplete, o.session.Shortfall());
     return kOk;

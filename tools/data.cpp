@@ -1,4 +1,5 @@
 #include "data.h"
+#include "files.h"
 
 #include <algorithm>
 #include <cctype>
@@ -242,6 +243,68 @@ std::optional<std::int16_t> Symbol_Code(std::string_view name) {
             return static_cast<std::int16_t>(code);
     }
     return std::nullopt;
+}
+
+// ---------------------------------------------------------------- record writers
+
+void Data_Writer::Begin_Kind(Kind k) {
+    kind_ = k;
+    if (!data_.Has(k)) data_.kinds.push_back(k);
+}
+
+void Data_Writer::Waypoint(const cWaypoint& w) {
+    if (kind_ != Kind::Routes) return (kind_ == Kind::Proximity ? data_.proximity : data_.waypoints).push_back(w);
+    if (data_.routes.empty()) data_.routes.emplace_back();
+    data_.routes.back().points.push_back(w);
+}
+
+void Data_Writer::Route(const cRoute& header) {
+    data_.routes.push_back({header, {}});
+    data_.routes.back().header.Waypoints.reset();  // the points are kept beside it
+}
+
+void Data_Writer::Track_Point(const cTrack& point) {
+    if (data_.tracks.empty()) data_.tracks.emplace_back();
+    data_.tracks.back().points.push_back(point);
+}
+
+void Write_Set(const Data& data, Record_Writer& out) {
+    out.Begin(data.source);
+    for (Kind k : kAll_Kinds) {
+        if (!data.Has(k) && data.Count(k) == 0) continue;
+        out.Begin_Kind(k);
+        switch (k) {
+            case Kind::Waypoints:
+                for (const auto& w : data.waypoints) out.Waypoint(w);
+                break;
+            case Kind::Proximity:
+                for (const auto& w : data.proximity) out.Waypoint(w);
+                break;
+            case Kind::Routes:
+                for (const auto& r : data.routes) {
+                    out.Route(r.header);
+                    for (const auto& w : r.points) out.Waypoint(w);
+                }
+                break;
+            case Kind::Tracks:
+                for (const auto& t : data.tracks) {
+                    out.Track(t.header);
+                    for (const auto& p : t.points) out.Track_Point(p);
+                }
+                break;
+            case Kind::Laps:
+                for (const auto& l : data.laps) out.Lap(l);
+                break;
+            case Kind::Flightbook:
+                for (const auto& f : data.flights) out.Flight(f);
+                break;
+            case Kind::Almanac:
+                for (const auto& a : data.almanac) out.Almanac(a);
+                break;
+        }
+        out.End_Kind(k);
+    }
+    out.Finish();
 }
 
 }  // namespace trekcom::tool

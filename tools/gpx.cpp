@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <optional>
+#include <utility>
 #include <sstream>
 #include <pugixml.hpp>
 
@@ -77,45 +79,196 @@ void Set(pugi::xml_node node, const char* name, const std::string& value) {
     node.append_attribute(name) = value.c_str();
 }
 
-void Extras(pugi::xml_node gpx, const Data& data) {
-    if (data.laps.empty() && data.flights.empty() && data.almanac.empty()) return;
-    auto ext = gpx.append_child("extensions");
-    for (const cLap& l : data.laps) {
-        auto n = ext.append_child("trekcom:lap");
-        Set(n, "start", Record_Iso_Time(l.Start_Time_Seconds));
-        Set(n, "totalTime", std::to_string(l.Total_Time));
-        Set(n, "distance", Number(l.Total_Distance));
-        Set(n, "beginLat", Degrees(l.Begin_Lat));
-        Set(n, "beginLon", Degrees(l.Begin_Lon));
-        Set(n, "endLat", Degrees(l.End_Lat));
-        Set(n, "endLon", Degrees(l.End_Lon));
-        Set(n, "calories", std::to_string(l.Calories));
-        Set(n, "trackIndex", std::to_string(l.Track_Index));
-    }
-    for (const cFlightbook_Record& f : data.flights) {
-        auto n = ext.append_child("trekcom:flight");
-        Set(n, "takeoff", Record_Iso_Time(f.Takeoff_Seconds));
-        Set(n, "landing", Record_Iso_Time(f.Landing_Seconds));
-        Set(n, "takeoffLat", Degrees(f.Takeoff_Lat));
-        Set(n, "takeoffLon", Degrees(f.Takeoff_Lon));
-        Set(n, "landingLat", Degrees(f.Landing_Lat));
-        Set(n, "landingLon", Degrees(f.Landing_Lon));
-        Set(n, "from", f.Departure_Airport_Ident);
-        Set(n, "to", f.Arrival_Airport_Ident);
-        Set(n, "aircraft", f.Aircraft_ID);
-        Set(n, "landings", std::to_string(f.Num_Landings));
-        Set(n, "distance", Number(f.Distance));
-    }
-    for (const cAlmanac& a : data.almanac) {
-        auto n = ext.append_child("trekcom:almanac");
-        Set(n, "svid", std::to_string(a.svid));
-        Set(n, "wn", std::to_string(a.wn));
-        for (auto [name, v] : {std::pair{"toa", a.toa}, {"af0", a.af0}, {"af1", a.af1}, {"e", a.e},
-                               {"sqrta", a.sqrta}, {"m0", a.m0}, {"w", a.w}, {"omg0", a.omg0},
-                               {"odot", a.odot}, {"i", a.i}, {"hlth", a.hlth}})
-            Set(n, name, Number(v));
-    }
+void Lap_Element(pugi::xml_node n, const cLap& l) {
+    Set(n, "start", Record_Iso_Time(l.Start_Time_Seconds));
+    Set(n, "totalTime", std::to_string(l.Total_Time));
+    Set(n, "distance", Number(l.Total_Distance));
+    Set(n, "beginLat", Degrees(l.Begin_Lat));
+    Set(n, "beginLon", Degrees(l.Begin_Lon));
+    Set(n, "endLat", Degrees(l.End_Lat));
+    Set(n, "endLon", Degrees(l.End_Lon));
+    Set(n, "calories", std::to_string(l.Calories));
+    Set(n, "trackIndex", std::to_string(l.Track_Index));
 }
+
+void Flight_Element(pugi::xml_node n, const cFlightbook_Record& f) {
+    Set(n, "takeoff", Record_Iso_Time(f.Takeoff_Seconds));
+    Set(n, "landing", Record_Iso_Time(f.Landing_Seconds));
+    Set(n, "takeoffLat", Degrees(f.Takeoff_Lat));
+    Set(n, "takeoffLon", Degrees(f.Takeoff_Lon));
+    Set(n, "landingLat", Degrees(f.Landing_Lat));
+    Set(n, "landingLon", Degrees(f.Landing_Lon));
+    Set(n, "from", f.Departure_Airport_Ident);
+    Set(n, "to", f.Arrival_Airport_Ident);
+    Set(n, "aircraft", f.Aircraft_ID);
+    Set(n, "landings", std::to_string(f.Num_Landings));
+    Set(n, "distance", Number(f.Distance));
+}
+
+void Almanac_Element(pugi::xml_node n, const cAlmanac& a) {
+    Set(n, "svid", std::to_string(a.svid));
+    Set(n, "wn", std::to_string(a.wn));
+    for (auto [name, v] : {std::pair{"toa", a.toa}, {"af0", a.af0}, {"af1", a.af1}, {"e", a.e}, {"sqrta", a.sqrta},
+                           {"m0", a.m0}, {"w", a.w}, {"omg0", a.omg0}, {"odot", a.odot}, {"i", a.i}, {"hlth", a.hlth}})
+        Set(n, name, Number(v));
+}
+
+// An element written in two halves around its children, which arrive one
+// by one. Until its first child it is only pending, so one that gets none
+// is written empty, as a document would write it.
+class Open_Element {
+public:
+    Open_Element(std::ostream& out, std::string tag, unsigned depth) : out_(out), tag_(std::move(tag)), depth_(depth) {}
+    // Before each child.
+    void Child() {
+        if (std::exchange(started_, true)) return;
+        Indent();
+        out_ << '<' << tag_ << ">\n";
+    }
+    void Close() {
+        Indent();
+        if (started_)
+            out_ << "</" << Name() << ">\n";
+        else
+            out_ << '<' << tag_ << " />\n";
+    }
+    bool Started() const { return started_; }
+
+private:
+    void Indent() {
+        for (unsigned i = 0; i < depth_; ++i) out_ << "  ";
+    }
+    std::string Name() const { return tag_.substr(0, tag_.find(' ')); }
+    std::ostream& out_;
+    std::string tag_;  // the name and its attributes
+    unsigned depth_;
+    bool started_ = false;
+};
+
+// GPX written as the records come: each record is built as a small element
+// of its own, printed at its depth and dropped; the elements that hold
+// records (gpx, rte, trk, trkseg, extensions) are written around them.
+class Gpx_Stream : public Record_Writer {
+public:
+    explicit Gpx_Stream(std::ostream& out) : out_(out) {}
+
+    void Begin(const std::string& source) override {
+        out_ << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+        gpx_.emplace(out_,
+                     std::string("gpx version=\"1.1\" creator=\"trekcom\" xmlns=\"http://www.topografix.com/GPX/1/1\"") +
+                         " xmlns:gpxx=\"" + kGarmin_Ns + "\" xmlns:gpxtpx=\"" + kTrackPoint_Ns +
+                         "\" xmlns:trekcom=\"" + kTrekcom_Ns + "\"",
+                     0);
+        if (source.empty()) return;
+        auto metadata = Scratch("metadata");
+        metadata.append_child("desc").text().set(source.c_str());
+        Put(metadata, 1);
+    }
+    void Begin_Kind(Kind k) override { kind_ = k; }
+    void Waypoint(const cWaypoint& w) override {
+        if (kind_ != Kind::Routes) {
+            auto node = Scratch("wpt");
+            Point(node, w, kind_ == Kind::Proximity);
+            return Put(node, 1);
+        }
+        if (!route_) Route(cRoute{});
+        auto node = Scratch("rtept");
+        Point(node, w, false);
+        route_->Child();
+        Put(node, 2);
+    }
+    void Route(const cRoute& header) override {
+        Close_Route();
+        route_.emplace(out_, "rte", 1);
+        auto rte = Scratch("rte");
+        Text_Child(rte, "name", header.Ident);
+        Text_Child(rte, "cmt", header.Cmnt);
+        // Layouts that name routes carry no number: a file full of 0s would say nothing.
+        if (header.Number != 0 || header.Ident.empty()) Text_Child(rte, "number", std::to_string(header.Number));
+        Put_Children(*route_, rte, 2);
+    }
+    void Track(const cTrack& header) override {
+        Close_Track();
+        track_.emplace(out_, "trk", 1);
+        auto trk = Scratch("trk");
+        Text_Child(trk, "name", header.Ident);
+        Put_Children(*track_, trk, 2);
+    }
+    void Track_Point(const cTrack& p) override {
+        if (!track_) Track(cTrack{});
+        if (!segment_ || (p.New_Segment && segment_->Started())) {
+            Close_Segment();
+            track_->Child();
+            segment_.emplace(out_, "trkseg", 2);
+        }
+        auto node = Scratch("trkpt");
+        ::trekcom::tool::Track_Point(node, p);
+        segment_->Child();
+        Put(node, 3);
+    }
+    void Lap(const cLap& l) override { Extra("trekcom:lap", [&](pugi::xml_node n) { Lap_Element(n, l); }); }
+    void Flight(const cFlightbook_Record& f) override {
+        Extra("trekcom:flight", [&](pugi::xml_node n) { Flight_Element(n, f); });
+    }
+    void Almanac(const cAlmanac& a) override {
+        Extra("trekcom:almanac", [&](pugi::xml_node n) { Almanac_Element(n, a); });
+    }
+    void End_Kind(Kind) override { Close_Track(); }
+    void Finish() override {
+        Close_Track();
+        if (extensions_) extensions_->Close();
+        extensions_.reset();
+        if (gpx_) gpx_->Close();
+        gpx_.reset();
+        out_.flush();
+    }
+
+private:
+    pugi::xml_node Scratch(const char* name) {
+        doc_.reset();
+        return doc_.append_child(name);
+    }
+    // Prints one finished element at its depth (children of gpx: depth 1).
+    void Put(pugi::xml_node node, unsigned depth) {
+        if (gpx_) gpx_->Child();
+        node.print(out_, "  ", pugi::format_default, pugi::encoding_utf8, depth);
+    }
+    void Put_Children(Open_Element& parent, pugi::xml_node node, unsigned depth) {
+        if (gpx_) gpx_->Child();
+        for (auto child : node.children()) {
+            parent.Child();
+            child.print(out_, "  ", pugi::format_default, pugi::encoding_utf8, depth);
+        }
+    }
+    template <typename Fill>
+    void Extra(const char* name, Fill fill) {
+        Close_Track();
+        if (!extensions_) extensions_.emplace(out_, "extensions", 1);
+        auto node = Scratch(name);
+        fill(node);
+        extensions_->Child();
+        Put(node, 2);
+    }
+    void Close_Segment() {
+        if (segment_) segment_->Close();
+        segment_.reset();
+    }
+    void Close_Track() {
+        Close_Segment();
+        if (track_) track_->Close();
+        track_.reset();
+        Close_Route();
+    }
+    void Close_Route() {
+        if (route_) route_->Close();
+        route_.reset();
+    }
+
+    std::ostream& out_;
+    pugi::xml_document doc_;  // holds the record in hand only
+    Kind kind_ = Kind::Waypoints;
+    std::optional<Open_Element> gpx_, route_, track_, segment_, extensions_;
+};
 
 // ---------------------------------------------------------------- reading
 
@@ -276,41 +429,11 @@ int Line_Of(const std::string& text, std::ptrdiff_t offset) {
 
 }  // namespace
 
+std::unique_ptr<Record_Writer> Gpx_Writer(std::ostream& out) { return std::make_unique<Gpx_Stream>(out); }
+
 std::string Gpx_Text(const Data& data) {
-    pugi::xml_document doc;
-    auto decl = doc.append_child(pugi::node_declaration);
-    decl.append_attribute("version") = "1.0";
-    decl.append_attribute("encoding") = "UTF-8";
-    auto gpx = doc.append_child("gpx");
-    gpx.append_attribute("version") = "1.1";
-    gpx.append_attribute("creator") = "trekcom";
-    gpx.append_attribute("xmlns") = "http://www.topografix.com/GPX/1/1";
-    gpx.append_attribute("xmlns:gpxx") = kGarmin_Ns;
-    gpx.append_attribute("xmlns:gpxtpx") = kTrackPoint_Ns;
-    gpx.append_attribute("xmlns:trekcom") = kTrekcom_Ns;
-    if (!data.source.empty()) gpx.append_child("metadata").append_child("desc").text().set(data.source.c_str());
-    for (const auto& w : data.waypoints) Point(gpx.append_child("wpt"), w, false);
-    for (const auto& w : data.proximity) Point(gpx.append_child("wpt"), w, true);
-    for (const auto& r : data.routes) {
-        auto rte = gpx.append_child("rte");
-        Text_Child(rte, "name", r.header.Ident);
-        Text_Child(rte, "cmt", r.header.Cmnt);
-        // Layouts that name routes carry no number: a file full of 0s would say nothing.
-        if (r.header.Number != 0 || r.header.Ident.empty()) Text_Child(rte, "number", std::to_string(r.header.Number));
-        for (const auto& w : r.points) Point(rte.append_child("rtept"), w, false);
-    }
-    for (const auto& t : data.tracks) {
-        auto trk = gpx.append_child("trk");
-        Text_Child(trk, "name", t.header.Ident);
-        pugi::xml_node seg;
-        for (const auto& p : t.points) {
-            if (!seg || (p.New_Segment && seg.first_child())) seg = trk.append_child("trkseg");
-            Track_Point(seg.append_child("trkpt"), p);
-        }
-    }
-    Extras(gpx, data);
     std::ostringstream os;
-    doc.save(os, "  ", pugi::format_default, pugi::encoding_utf8);
+    Write_Set(data, *Gpx_Writer(os));
     return os.str();
 }
 

@@ -5,6 +5,8 @@
 #include <fstream>
 #include <functional>
 #include <limits>
+#include <optional>
+#include <sstream>
 #include <nlohmann/json.hpp>
 #include <vector>
 
@@ -301,31 +303,116 @@ void Read_Set(const json& j, Data& out) {
     });
 }
 
+// Text from a receiver is not always valid UTF-8: what is not is replaced.
+std::string Dump(const json& j) { return j.dump(2, ' ', false, json::error_handler_t::replace); }
+
+// JSON written as the records come, laid out as a whole document dumped
+// with an indent of two: each record is dumped on its own and indented to
+// its place; the lists that hold records are written around them.
+class Json_Stream : public Record_Writer {
+public:
+    explicit Json_Stream(std::ostream& out) : out_(out) {}
+
+    void Begin(const std::string& source) override {
+        out_ << '{';
+        if (!source.empty()) Key("source", Dump(json(source)));
+    }
+    void Begin_Kind(Kind k) override {
+        kind_ = k;
+        Key(std::string(Kind_Name(k)), "[");
+        list_.emplace(1);
+    }
+    void Waypoint(const cWaypoint& w) override {
+        if (kind_ == Kind::Routes) {
+            if (!inner_) Route(cRoute{});
+            return Item(*inner_, Write(w, Waypoint_Fields()));
+        }
+        Item(*list_, Write(w, Waypoint_Fields()));
+    }
+    void Route(const cRoute& header) override { Holder(Write(header, Route_Fields()), "Waypoints"); }
+    void Track(const cTrack& header) override { Holder(Write(header, Track_Header_Fields()), "Points"); }
+    void Track_Point(const cTrack& p) override {
+        if (!inner_) Track(cTrack{});
+        Item(*inner_, Write(p, Track_Point_Fields()));
+    }
+    void Lap(const cLap& l) override { Item(*list_, Write(l, Lap_Fields())); }
+    void Flight(const cFlightbook_Record& f) override { Item(*list_, Write(f, Flight_Fields())); }
+    void Almanac(const cAlmanac& a) override { Item(*list_, Write(a, Almanac_Fields())); }
+    void End_Kind(Kind) override {
+        Close_Holder();
+        if (list_) Close(*list_);
+        list_.reset();
+    }
+    void Finish() override {
+        End_Kind(kind_);
+        out_ << (keys_ ? "\n}\n" : "}\n");
+        out_.flush();
+    }
+
+private:
+    // A list being written: its depth and whether it has an item yet.
+    struct List {
+        explicit List(int depth) : depth(depth) {}
+        int depth;
+        bool empty = true;
+    };
+
+    void Key(const std::string& name, const std::string& value) {
+        out_ << (keys_++ ? ",\n  " : "\n  ") << json(name).dump() << ": " << value;
+    }
+    // One record dumped and indented to the list's depth.
+    void Item(List& list, const json& record) {
+        out_ << (list.empty ? "\n" : ",\n") << Indented(Dump(record), list.depth + 1);
+        list.empty = false;
+    }
+    void Close(const List& list) {
+        if (list.empty)
+            out_ << ']';
+        else
+            out_ << '\n' << std::string(2 * static_cast<std::size_t>(list.depth), ' ') << ']';
+    }
+    // A route or track: its header's fields, then the list of its points
+    // (whose name sorts after every field, as a dumped object would place it).
+    void Holder(const json& header, const char* list_name) {
+        Close_Holder();
+        std::string text = Indented(Dump(header), list_->depth + 1);
+        text.resize(text.rfind('\n'));  // the closing brace comes after the points
+        out_ << (list_->empty ? "\n" : ",\n") << text << ",\n"
+             << std::string(2 * static_cast<std::size_t>(list_->depth + 2), ' ') << '"' << list_name << "\": [";
+        list_->empty = false;
+        inner_.emplace(list_->depth + 2);
+    }
+    void Close_Holder() {
+        if (!inner_) return;
+        Close(*inner_);
+        out_ << '\n' << std::string(2 * static_cast<std::size_t>(list_->depth + 1), ' ') << '}';
+        inner_.reset();
+    }
+    static std::string Indented(const std::string& text, int depth) {
+        const std::string pad(2 * static_cast<std::size_t>(depth), ' ');
+        std::string out = pad;
+        for (char c : text) {
+            out += c;
+            if (c == '\n') out += pad;
+        }
+        return out;
+    }
+
+    std::ostream& out_;
+    Kind kind_ = Kind::Waypoints;
+    int keys_ = 0;
+    std::optional<List> list_;   // the kind's list
+    std::optional<List> inner_;  // the current route's waypoints or track's points
+};
+
 }  // namespace
 
+std::unique_ptr<Record_Writer> Json_Writer(std::ostream& out) { return std::make_unique<Json_Stream>(out); }
+
 std::string Json_Text(const Data& data) {
-    json j = json::object();
-    if (!data.source.empty()) j["source"] = data.source;
-    for (Kind k : data.kinds) j[std::string(Kind_Name(k))] = json::array();
-    for (const auto& w : data.waypoints) j["waypoints"].push_back(Write(w, Waypoint_Fields()));
-    for (const auto& w : data.proximity) j["proximity"].push_back(Write(w, Waypoint_Fields()));
-    for (const auto& r : data.routes) {
-        json jr = Write(r.header, Route_Fields());
-        jr["Waypoints"] = json::array();
-        for (const auto& w : r.points) jr["Waypoints"].push_back(Write(w, Waypoint_Fields()));
-        j["routes"].push_back(std::move(jr));
-    }
-    for (const auto& t : data.tracks) {
-        json jt = Write(t.header, Track_Header_Fields());
-        jt["Points"] = json::array();
-        for (const auto& p : t.points) jt["Points"].push_back(Write(p, Track_Point_Fields()));
-        j["tracks"].push_back(std::move(jt));
-    }
-    for (const auto& l : data.laps) j["laps"].push_back(Write(l, Lap_Fields()));
-    for (const auto& f : data.flights) j["flightbook"].push_back(Write(f, Flight_Fields()));
-    for (const auto& a : data.almanac) j["almanac"].push_back(Write(a, Almanac_Fields()));
-    // Text from a receiver is not always valid UTF-8: replace what is not.
-    return j.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+    std::ostringstream os;
+    Write_Set(data, *Json_Writer(os));
+    return os.str();
 }
 
 bool Parse_Json(const std::string& text, const std::string& name, Data& out, std::string& error) {

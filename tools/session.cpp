@@ -162,27 +162,44 @@ void Session::Request(const char* what, const std::function<void()>& request) {
 
 Data Session::Download(const std::vector<Kind>& kinds, bool skip_unsupported) {
     Data out;
-    out.source = Describe();
+    Data_Writer keep(out);
+    Download(kinds, skip_unsupported, keep);
+    return out;
+}
+
+void Session::Download(const std::vector<Kind>& kinds, bool skip_unsupported, Record_Writer& out) {
+    // The records go through the session to `out`; the control keeps none.
+    struct Streaming {
+        Session& s;
+        Streaming(Session& s, Record_Writer& out) : s(s) {
+            s.writer_ = &out;
+            s.ctl_.Record_Sink(&s);
+        }
+        ~Streaming() {
+            s.ctl_.Record_Sink(nullptr);
+            s.writer_ = nullptr;
+        }
+    } streaming(*this, out);
+    out.Begin(Describe());
     for (Kind k : kinds) {
         if (!Supports(k)) {
             if (skip_unsupported) continue;
             throw Failure(kUnsupported, "unsupported kind: " + Describe() + " has no " + std::string(Kind_Name(k)));
         }
-        Download_One(k, out);
-        out.kinds.push_back(k);
+        out.Begin_Kind(k);
+        Download_One(k);
+        out.End_Kind(k);
         if (!shortfall_.empty()) break;
     }
-    return out;
+    out.Finish();
 }
 
-void Session::Download_One(Kind k, Data& out) {
+void Session::Download_One(Kind k) {
     static constexpr void (TrekcomCtl::*kRequest[])() = {
         &TrekcomCtl::Request_Waypoints, &TrekcomCtl::Request_Prox_Waypoints, &TrekcomCtl::Request_Routes,
         &TrekcomCtl::Request_Tracks,    &TrekcomCtl::Request_Laps,           &TrekcomCtl::Request_Flightbook,
         &TrekcomCtl::Request_Almanac_Data};
     const std::string name(Kind_Name(k));
-    track_headers_.clear();
-    almanac_.clear();
     records_seen_ = 0;
     const long completions = completions_;
     Progress bar(name, options_.progress);
@@ -210,56 +227,6 @@ void Session::Download_One(Kind k, Data& out) {
         },
         2.0 * ctl_.Time_Out() + kWatchdog_Margin_ms);
     expect_whole();
-
-    switch (k) {
-        case Kind::Waypoints:
-        case Kind::Proximity: {
-            auto& list = k == Kind::Waypoints ? out.waypoints : out.proximity;
-            for (const auto& w : *ctl_.Waypoints())
-                if (w) list.push_back(*w);
-            break;
-        }
-        case Kind::Routes:
-            for (const auto& r : *ctl_.Routes()) {
-                if (!r) continue;
-                Route_Data route{*r, {}};
-                route.header.Waypoints.reset();
-                if (r->Waypoints)
-                    for (const auto& w : *r->Waypoints)
-                        if (w) route.points.push_back(*w);
-                out.routes.push_back(std::move(route));
-            }
-            break;
-        case Kind::Tracks: {
-            // Headers and points arrive in one list; the headers' places were
-            // noted as they came. Points before any header form a nameless track.
-            const auto& list = *ctl_.Tracks();
-            std::size_t next_header = 0;
-            for (std::int32_t i = 1; i <= list.Count(); ++i) {
-                const auto& t = list.Item(i);
-                if (!t) continue;
-                if (next_header < track_headers_.size() && track_headers_[next_header] == i) {
-                    ++next_header;
-                    out.tracks.push_back({*t, {}});
-                    continue;
-                }
-                if (out.tracks.empty()) out.tracks.push_back({});
-                out.tracks.back().points.push_back(*t);
-            }
-            break;
-        }
-        case Kind::Laps:
-            for (const auto& l : *ctl_.Laps())
-                if (l) out.laps.push_back(*l);
-            break;
-        case Kind::Flightbook:
-            for (const auto& f : *ctl_.Flightbook_Records())
-                if (f) out.flights.push_back(*f);
-            break;
-        case Kind::Almanac:
-            out.almanac = almanac_;
-            break;
-    }
 }
 
 // ---------------------------------------------------------------- uploads
@@ -380,8 +347,8 @@ void Session::Receive(Bytes& packet) {
         records_seen_ = 0;
     } else if (id != ctl_.PID_Ack_Byte() && id != ctl_.PID_Nak_Byte()) {
         ++records_seen_;
-        if (id == ctl_.PID_Trk_Hdr() && ctl_.Tracks()) track_headers_.push_back(ctl_.Tracks()->Count());
-        if (id == ctl_.PID_Almanac_Data() && ctl_.Almanac()) almanac_.push_back(*ctl_.Almanac());
+        // Almanac entries fill the control's one record in place: each is passed on as it comes.
+        if (id == ctl_.PID_Almanac_Data() && ctl_.Almanac() && writer_) writer_->Almanac(*ctl_.Almanac());
     }
     if (On_Packet) On_Packet(packet);
 }

@@ -15,6 +15,7 @@
 #include <trekcom/trekcom.h>
 
 #include "data.h"
+#include "files.h"
 #include "sim_port.h"
 
 namespace trekcom::tool {
@@ -55,7 +56,7 @@ struct Session_Options {
     std::string system_root = "/";
 };
 
-class Session : private TrekcomCtlEvents {
+class Session : private TrekcomCtlEvents, private Record_Sink {
 public:
     explicit Session(Session_Options options);
     ~Session() override;
@@ -73,6 +74,9 @@ public:
     // its announced count keeps what arrived and ends the downloads there;
     // Shortfall() then says what was short.
     Data Download(const std::vector<Kind>& kinds, bool skip_unsupported);
+    // The same download, each record handed to `out` as it arrives; the
+    // session keeps none. `out` is finished unless the download fails.
+    void Download(const std::vector<Kind>& kinds, bool skip_unsupported, Record_Writer& out);
     const std::string& Shortfall() const { return shortfall_; }
     // Uploads every kind the set holds records of that the receiver takes;
     // returns the kinds it holds records of that the receiver does not take.
@@ -95,7 +99,7 @@ public:
     int Timeout_ms() const { return options_.timeout_ms; }
 
 private:
-    void Download_One(Kind k, Data& out);
+    void Download_One(Kind k);
     void Expect_No_New_Errors(std::size_t before, int code, const std::string& doing);
     std::string Port_Text() const;
     bool Usb() const { return options_.port == "usb" || options_.port.starts_with("usb:"); }
@@ -114,6 +118,14 @@ private:
         if (On_Icon) On_Icon(image);
     }
 
+    // The control's records, on to the writer of the download in progress.
+    void Waypoint(const cWaypoint& w) override { writer_->Waypoint(w); }
+    void Route(const cRoute& header) override { writer_->Route(header); }
+    void Track_Header(const cTrack& header) override { writer_->Track(header); }
+    void Track_Point(const cTrack& point) override { writer_->Track_Point(point); }
+    void Lap(const cLap& lap) override { writer_->Lap(lap); }
+    void Flightbook_Record(const cFlightbook_Record& record) override { writer_->Flight(record); }
+
     Session_Options options_;
     std::unique_ptr<Sim_Port> sim_;
     TrekcomCtl ctl_;
@@ -126,8 +138,7 @@ private:
     double last_packet_ms_ = 0;
     long completions_ = 0;      // transfer-complete packets
     long records_seen_ = 0;     // record packets of the current transfer
-    std::vector<std::int32_t> track_headers_;  // positions in Tracks() of the headers
-    std::vector<cAlmanac> almanac_;
+    Record_Writer* writer_ = nullptr;  // while a download runs
 };
 
 }  // namespace trekcom::tool

@@ -14,6 +14,7 @@
 #include "trekcom/collection.h"
 #include "trekcom/events.h"
 #include "trekcom/platform.h"
+#include "trekcom/record_sink.h"
 #include "trekcom/records.h"
 #include "trekcom/types.h"
 
@@ -188,6 +189,11 @@ public:
     std::shared_ptr<Collection<cRoute>> Routes() const;
     std::shared_ptr<Collection<cTrack>> Tracks() const;
     std::shared_ptr<Collection<cLap>> Laps() const;
+    // Null (the default): downloads fill the collections above. A sink: each
+    // downloaded record goes to it as it arrives and the collections stay
+    // empty (record_sink.h). Not owned; it must outlive its use or be reset.
+    trekcom::Record_Sink* Record_Sink() const;
+    void Record_Sink(trekcom::Record_Sink* sink);
 
     // ---- record uploads and record objects
     // The records a download fills and a Send_* encodes. A host fills the

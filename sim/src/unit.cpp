@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <deque>
+#include <functional>
 #include <limits>
 #include <numbers>
 #include <optional>
@@ -99,6 +100,12 @@ struct Unit::Impl {
         Bytes packet;   // unstuffed, sealed
         int record = -1;  // index within a transfer (0: the records packet); -1: not part of one
     };
+    // A record of a download: its packet id and data.
+    struct Record {
+        int id;
+        Bytes data;
+    };
+    using Record_Source = std::function<std::optional<Record>()>;
 
     Impl(Profile p, Data_Set d, Options o)
         : profile(std::move(p)),
@@ -129,6 +136,12 @@ struct Unit::Impl {
     double start_ms = 0;
 
     std::deque<Out> queue;
+    // The rest of the download in progress, made as the queue empties.
+    struct Out_Record {
+        Record record;
+        int index;
+    };
+    std::function<std::optional<Out_Record>()> source;
     std::optional<Out> waiting;
     double deadline_ms = kNever;
     int timeouts = 0;
@@ -213,6 +226,9 @@ struct Unit::Impl {
     // A packet that waits its turn and its acknowledgement.
     void Queue(int id, Bytes data, int record = -1) {
         if (id < 0 || id > 255) return;
+        // An answer asked for during a download waits for the download's end.
+        if (record < 0)
+            while (source) Refill();
         if (usb) return Usb_Send(static_cast<std::uint8_t>(id), data, record);
         queue.push_back({frame::Packet(static_cast<std::uint8_t>(id), data), record});
     }
@@ -224,6 +240,7 @@ struct Unit::Impl {
     }
 
     void Pump() {
+        if (queue.empty() && !waiting && powered) Refill();
         if (waiting || queue.empty() || !powered) return;
         Out o = std::move(queue.front());
         queue.pop_front();
@@ -231,6 +248,7 @@ struct Unit::Impl {
             // The unit goes quiet in the middle of the transfer.
             faults.stall_after_record = -1;
             queue.clear();
+            source = nullptr;
             return;
         }
         Transmit_Data(o.packet);
@@ -259,12 +277,13 @@ struct Unit::Impl {
         if (waiting && waiting->packet[1] == kBaudReply) Switch_Baud();
         waiting.reset();
         queue.clear();
+        source = nullptr;
         usb_bulk.Drop_Unread();
         deadline_ms = kNever;
     }
 
     bool Transfer_Active() const {
-        return !queue.empty() || (waiting && waiting->record >= 0) || usb_bulk.Has_Unread();
+        return !queue.empty() || source || (waiting && waiting->record >= 0) || usb_bulk.Has_Unread();
     }
 
     void Switch_Baud() {
@@ -518,30 +537,41 @@ struct Unit::Impl {
 
     // ---------------------------------------------------------------- downloads
 
-    std::vector<Bytes> Track_Packets(std::vector<int>& ids_out) const {
-        std::vector<Bytes> out;
-        for (const Track& t : data.tracks) {
-            if (profile.track_protocol != 300 && profile.track_header_type) {
-                out.push_back(formats::Encode_Track_Header(t, profile.track_header_type));
-                ids_out.push_back(ids.trk_hdr);
+    // A download's records are made one at a time, as the line takes them
+    // (Pump): a unit serving a million track points holds one packet, not a million.
+    // The track log: each track's header (where the unit sends headers),
+    // then its points. Indices, not iterators: an upload may grow the log.
+    Record_Source Track_Source() const {
+        return [this, t = std::size_t{0}, i = std::size_t{0}, header_sent = false]() mutable -> std::optional<Record> {
+            const bool headers = profile.track_protocol != 300 && profile.track_header_type;
+            for (; t < data.tracks.size(); ++t, i = 0, header_sent = false) {
+                const Track& track = data.tracks[t];
+                if (headers && !header_sent) {
+                    header_sent = true;
+                    return Record{ids.trk_hdr, formats::Encode_Track_Header(track, profile.track_header_type)};
+                }
+                if (i < track.points.size()) {
+                    Track_Point p = track.points[i];
+                    p.new_segment = p.new_segment || i == 0;
+                    ++i;
+                    return Record{ids.trk, formats::Encode_Track_Point(p, profile.track_point_type)};
+                }
             }
-            for (std::size_t i = 0; i < t.points.size(); ++i) {
-                Track_Point p = t.points[i];
-                p.new_segment = p.new_segment || i == 0;
-                out.push_back(formats::Encode_Track_Point(p, profile.track_point_type));
-                ids_out.push_back(ids.trk);
-            }
-        }
-        return out;
+            return std::nullopt;
+        };
     }
 
-    void Download(Kind kind, int cmd) {
-        std::vector<Bytes> records;
-        std::vector<int> rec_ids;
-        auto add = [&](int id, Bytes b) {
-            rec_ids.push_back(id);
-            records.push_back(std::move(b));
-        };
+    std::size_t Track_Records() const {
+        const bool headers = profile.track_protocol != 300 && profile.track_header_type;
+        std::size_t n = 0;
+        for (const Track& t : data.tracks) n += (headers ? 1 : 0) + t.points.size();
+        return n;
+    }
+
+    // The other kinds are small: made at once.
+    std::vector<Record> Small_Records(Kind kind) const {
+        std::vector<Record> out;
+        auto add = [&](int id, Bytes b) { out.push_back({id, std::move(b)}); };
         const Profile& p = profile;
         switch (kind) {
             case Kind::waypoints:
@@ -560,9 +590,7 @@ struct Unit::Impl {
                     }
                 }
                 break;
-            case Kind::tracks:
-                records = Track_Packets(rec_ids);
-                break;
+            case Kind::tracks: break;
             case Kind::almanac:
                 for (const auto& a : data.almanac) add(ids.almanac, formats::Encode_Almanac(a, p.almanac_type));
                 break;
@@ -573,10 +601,44 @@ struct Unit::Impl {
                 for (const auto& f : data.flights) add(ids.flight, formats::Encode_Flight(f));
                 break;
         }
-        Queue(ids.records, U16_Data(static_cast<std::uint16_t>(std::min<std::size_t>(records.size(), 0xFFFF))), 0);
-        for (std::size_t i = 0; i < records.size(); ++i)
-            Queue(rec_ids[i], std::move(records[i]), static_cast<int>(i + 1));
-        Queue(ids.xfer_cmplt, U16_Data(static_cast<std::uint16_t>(cmd)), static_cast<int>(records.size() + 1));
+        return out;
+    }
+
+    void Download(Kind kind, int cmd) {
+        Record_Source next;
+        std::size_t count = 0;
+        if (kind == Kind::tracks) {
+            count = Track_Records();
+            next = Track_Source();
+        } else {
+            auto records = Small_Records(kind);
+            count = records.size();
+            next = [records = std::move(records), i = std::size_t{0}]() mutable -> std::optional<Record> {
+                if (i == records.size()) return std::nullopt;
+                return std::move(records[i++]);
+            };
+        }
+        // The count field holds 16 bits: a bigger log announces the most it can.
+        Queue(ids.records, U16_Data(static_cast<std::uint16_t>(std::min<std::size_t>(count, 0xFFFF))), 0);
+        // The completion packet follows the last record.
+        source = [this, next = std::move(next), cmd, record = 0, done = false]() mutable -> std::optional<Out_Record> {
+            if (done) return std::nullopt;
+            ++record;
+            if (auto r = next()) return Out_Record{std::move(*r), record};
+            done = true;
+            return Out_Record{{ids.xfer_cmplt, U16_Data(static_cast<std::uint16_t>(cmd))}, record};
+        };
+        // USB puts a whole transfer on the bulk pipe at once.
+        if (usb)
+            while (source) Refill();
+    }
+
+    // The next record of the download in progress into the queue.
+    void Refill() {
+        if (auto o = source ? source() : std::nullopt)
+            Queue(o->record.id, std::move(o->record.data), o->index);
+        else
+            source = nullptr;
     }
 
     // ---------------------------------------------------------------- uploads

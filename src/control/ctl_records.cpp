@@ -17,6 +17,9 @@ RECORD_OBJECT(cFlightbook_Record, Flightbook_Record)
 
 #undef RECORD_OBJECT
 
+trekcom::Record_Sink* TrekcomCtl::Record_Sink() const { return impl_->engine.Shared().Sink; }
+void TrekcomCtl::Record_Sink(trekcom::Record_Sink* sink) { impl_->engine.Shared().Sink = sink; }
+
 void TrekcomCtl::Laps(std::shared_ptr<Collection<cLap>> value) { impl_->engine.Laps() = std::move(value); }
 std::shared_ptr<Collection<cFlightbook_Record>> TrekcomCtl::Flightbook_Records() const {
     return impl_->engine.Flightbook_Records();

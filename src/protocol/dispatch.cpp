@@ -101,13 +101,13 @@ void Engine::Complete_Transfer(const Bytes& packet) {
 
 void Engine::On_Track_Header(const Bytes& packet) {
     shared_.Track = track_pool_.Make(records::Decode_Track_Header(link::Data_Of(packet), shared_.P.Track_Header_Format));
-    Tracks()->Add(shared_.Track);
+    Keep(shared_.Track, *Tracks(), &Record_Sink::Track_Header);
 }
 void Engine::On_Track_Point(const Bytes& packet) {
     // Each point carries the name, colour and display flag of the record
     // before it, so a whole track carries its header's.
     shared_.Track = track_pool_.Make(records::Decode_Track_Point(link::Data_Of(packet), shared_.P.Track_Point_Format, *Created(shared_.Track)));
-    Tracks()->Add(shared_.Track);
+    Keep(shared_.Track, *Tracks(), &Record_Sink::Track_Point);
 }
 void Engine::On_Date_Time(const Bytes& packet) {
     if (live_) live_->Decode_Date_Time(packet);
@@ -124,13 +124,14 @@ void Engine::On_Position(const Bytes& packet) {
 }
 void Engine::On_Waypoint(const Bytes& packet) {
     shared_.Waypoint = std::make_shared<cWaypoint>(records::Decode_Waypoint(link::Data_Of(packet), Waypoint_Format(packet[1])));
+    if (shared_.Sink) return shared_.Sink->Waypoint(*shared_.Waypoint);
     Waypoints()->Add(shared_.Waypoint);
     // Whatever the transfer: a route's waypoints follow its header this way.
     records::Join_Last_Route(*Routes(), shared_.Waypoint);
 }
 void Engine::On_Route_Header(const Bytes& packet) {
     shared_.Route = std::make_shared<cRoute>(records::Decode_Route_Header(link::Data_Of(packet), shared_.P.Route_Header_Format));
-    Routes()->Add(shared_.Route);
+    Keep(shared_.Route, *Routes(), &Record_Sink::Route);
 }
 void Engine::On_Route_Link(const Bytes& packet) { records::Decode_Route_Link(link::Data_Of(packet), *Created(shared_.Route)); }
 void Engine::On_Voltages(const Bytes& packet) {
@@ -141,11 +142,11 @@ void Engine::On_Display_Data(const Bytes& packet) {
 }
 void Engine::On_Flightbook_Record(const Bytes& packet) {
     shared_.Flightbook_Record = std::make_shared<cFlightbook_Record>(records::Decode_Flightbook(link::Data_Of(packet)));
-    Flightbook_Records()->Add(shared_.Flightbook_Record);
+    Keep(shared_.Flightbook_Record, *Flightbook_Records(), &Record_Sink::Flightbook_Record);
 }
 void Engine::On_Lap(const Bytes& packet) {
     shared_.Lap = std::make_shared<cLap>(records::Decode_Lap(link::Data_Of(packet)));
-    Laps()->Add(shared_.Lap);
+    Keep(shared_.Lap, *Laps(), &Record_Sink::Lap);
 }
 void Engine::On_Sats(const Bytes& packet) {
     if (live_) live_->Decode_Sats(packet);

@@ -2,7 +2,10 @@
 // in GPX and back, and how a bad file is reported.
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+#include <pugixml.hpp>
 #include <random>
+#include <sstream>
 
 #include "commands.h"
 #include "files.h"
@@ -134,6 +137,60 @@ TEST(Gpx, BadFilesNameTheLineAndWhatIsWrong) {
     EXPECT_FALSE(Parse_Gpx(Gpx("<wpt lat='1' lon='2'><name>A</name></wpt><wpt lat='1' lon='nan'><name>B</name></wpt>"),
                            "in.gpx", d, error));
     EXPECT_EQ(d.waypoints.size(), 3u);
+}
+
+// Random sets of every shape (kinds with no records, tracks and routes with
+// no points or no name, awkward text): the writers, which write record by
+// record, lay out exactly the document a whole-document writer would, and
+// a set kept through Data_Writer writes the same again. A failure prints its seed.
+TEST(Writers, RecordByRecordIsTheWholeDocumentsLayout) {
+    for (std::uint32_t seed = 1; seed <= 200; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937 rng(seed);
+        auto below = [&](std::uint32_t n) { return static_cast<std::size_t>(rng() % n); };
+        const std::string texts[] = {"", "A", "<&>\"'", "CAMP 01", std::string("\xC3\xA9t\xC3\xA9"), "\xFF"};
+        auto text = [&] { return texts[below(6)]; };
+        Data d;
+        d.source = text();
+        for (Kind k : kAll_Kinds)
+            if (below(3)) d.kinds.push_back(k);
+        auto waypoint = [&] {
+            cWaypoint w = Sample().waypoints[below(2)];
+            w.Ident = text();
+            w.Dist = below(2) ? kNo_Value : 20.5f;
+            return w;
+        };
+        for (std::size_t i = below(3); i > 0; --i) (below(2) ? d.waypoints : d.proximity).push_back(waypoint());
+        for (std::size_t i = below(3); i > 0; --i) {
+            d.routes.push_back({cRoute{}, {}});
+            d.routes.back().header.Ident = text();
+            d.routes.back().header.Number = static_cast<std::int16_t>(below(3));
+            for (std::size_t n = below(3); n > 0; --n) d.routes.back().points.push_back(waypoint());
+        }
+        for (std::size_t i = below(3); i > 0; --i) {
+            Track_Data t = Sample().tracks[0];
+            t.header.Ident = text();
+            t.points.resize(below(6));
+            for (auto& p : t.points) p.New_Segment = below(3) == 0;
+            d.tracks.push_back(t);
+        }
+        d.laps.resize(below(2));
+        d.flights.resize(below(2));
+        d.almanac.resize(below(2));
+
+        const std::string gpx = Gpx_Text(d), json = Json_Text(d);
+        pugi::xml_document doc;
+        ASSERT_TRUE(doc.load_string(gpx.c_str(), pugi::parse_default | pugi::parse_declaration));
+        std::ostringstream whole;
+        doc.save(whole, "  ", pugi::format_default, pugi::encoding_utf8);
+        EXPECT_EQ(gpx, whole.str());
+        const auto parsed = nlohmann::ordered_json::parse(json);
+        EXPECT_EQ(json, parsed.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+        Data kept;
+        Data_Writer keep(kept);
+        Write_Set(d, keep);
+        EXPECT_EQ(Json_Text(kept), json);
+    }
 }
 
 TEST(Text, TimesSymbolsAndKinds) {

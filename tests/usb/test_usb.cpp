@@ -93,18 +93,6 @@ TEST_F(Usb_Transport, BlocksOfAnyContentAreDroppedOrDeliveredWhole) {
     EXPECT_TRUE(receiver->interrupt_blocks.empty());
 }
 
-TEST_F(Usb_Transport, ExpectedIdsThatNeedNoRead) {
-    ASSERT_TRUE(usb.Open());
-    Inject(Usb_Packet(20, 6, 2, {1, 0}));
-    for (std::uint16_t id : {6, 2}) EXPECT_TRUE(usb.Read_Packets(id));
-    EXPECT_EQ(receiver->interrupt_reads, 0);
-    // 1 reads for real and waits for 6; an expanded packet answers 123.
-    EXPECT_TRUE(usb.Read_Packets(1));
-    Inject(Usb_Packet(20, 300, 1, {1}));
-    EXPECT_TRUE(usb.Read_Packets(123));
-    EXPECT_FALSE(usb.Read_Packets(0));  // nothing left
-}
-
 // (A device that vanishes mid-transfer is the unplugged row of Usb_Faults.)
 TEST_F(Usb_Transport, SessionStartAsksForTheSessionAndTheProtocols) {
     ASSERT_TRUE(usb.Open());

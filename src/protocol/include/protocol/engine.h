@@ -21,6 +21,7 @@
 #include "protocol/product_table.h"
 #include "protocol/record_pool.h"
 #include "trekcom/collection.h"
+#include "trekcom/record_sink.h"
 #include "trekcom/records.h"
 #include "trekcom/types.h"
 
@@ -100,6 +101,8 @@ struct State {
     std::shared_ptr<cFlightbook_Record> Flightbook_Record = std::make_shared<cFlightbook_Record>();
     // The host's choice: track points carry their true data size (see TrekcomCtl.h).
     bool Track_Point_True_Size = false;
+    // Where downloaded records go instead of the collections; null: the collections.
+    Record_Sink* Sink = nullptr;
 };
 
 // The six multi-record kinds, each with its support test.
@@ -246,6 +249,14 @@ private:
     void On_Lap(const Bytes& packet);
     void On_Sats(const Bytes& packet);
     void On_Expanded_Packet(const Bytes& packet);  // expanded form, ids 124 and 125
+    // A decoded record goes to the host's sink when there is one, else into its collection.
+    template <typename T>
+    void Keep(const std::shared_ptr<T>& record, Collection<T>& list, void (Record_Sink::*sink)(const T&)) {
+        if (shared_.Sink)
+            (shared_.Sink->*sink)(*record);
+        else
+            list.Add(record);
+    }
 
     State shared_;
     class Realtime* live_ = nullptr;  // the registered real-time part, if any
