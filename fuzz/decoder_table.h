@@ -7,7 +7,10 @@
 
 namespace trekcom::fuzz {
 
-enum class Kind { waypoint, route_header, route_link, track_header, track_point, almanac, lap, flightbook };
+enum class Kind {
+    waypoint, route_header, route_link, track_header, track_point, almanac, lap, flightbook,
+    run, fitness_lap, fitness_point, course, course_lap, course_point, course_limits
+};
 
 struct Decoder {
     Kind kind;
@@ -26,7 +29,11 @@ constexpr std::array kDecoders{
     Decoder{Kind::track_header, "D311"}, Decoder{Kind::track_header, "D312"}, Decoder{Kind::track_point, "D300"},
     Decoder{Kind::track_point, "D301"},  Decoder{Kind::track_point, "D302"},  Decoder{Kind::almanac, "D500"},
     Decoder{Kind::almanac, "D501"},      Decoder{Kind::almanac, "D550"},      Decoder{Kind::almanac, "D551"},
-    Decoder{Kind::lap, "D906"},          Decoder{Kind::flightbook, "D650"},
+    Decoder{Kind::lap, "D906"},          Decoder{Kind::flightbook, "D650"},   Decoder{Kind::run, "D1000"},
+    Decoder{Kind::run, "D1009"},         Decoder{Kind::run, "D1010"},         Decoder{Kind::fitness_lap, "D1001"},
+    Decoder{Kind::fitness_lap, "D1011"}, Decoder{Kind::fitness_lap, "D1015"}, Decoder{Kind::fitness_point, "D303"},
+    Decoder{Kind::fitness_point, "D304"}, Decoder{Kind::course, "D1006"},    Decoder{Kind::course_lap, "D1007"},
+    Decoder{Kind::course_point, "D1012"}, Decoder{Kind::course_limits, "D1013"},
 };
 
 // The index of a format's decoder, or -1.

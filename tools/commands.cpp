@@ -14,6 +14,7 @@
 
 #include "devices.h"
 #include "files.h"
+#include "tcx.h"
 
 namespace trekcom::tool {
 
@@ -387,7 +388,48 @@ int Run_Info(Session_Options& s, const Command_Options& c) {
     return kOk;
 }
 
+// The output file, or standard output for "-".
+struct Output {
+    explicit Output(const std::string& path) : path(path) {
+        if (path == "-") return;
+        file.open(path, std::ios::binary | std::ios::trunc);
+        if (!file) throw Failure(kError, "cannot write " + path);
+    }
+    std::ostream& Stream() { return path == "-" ? std::cout : file; }
+    void Close() {
+        if (path == "-") return;
+        file.close();
+        if (!file) throw Failure(kError, "cannot write " + path);
+    }
+    std::string path;
+    std::ofstream file;
+};
+
+// Runs go to the file one by one as they come whole; courses once all are in.
+int Run_Get_Fitness(Session_Options& s, const Command_Options& c, bool runs) {
+    Opened o(s);
+    Output out(c.output);
+    const Fitness_Format format = Fitness_Format_Of(c.output, c.json);
+    int count = 0;
+    if (runs) {
+        Run_Writer writer(out.Stream(), format);
+        o.session.Download_Runs([&](const cRun& run) { writer.Run(run), ++count; });
+        writer.End();
+    } else {
+        const auto courses = o.session.Download_Courses();
+        Write_Courses(out.Stream(), *courses, format);
+        count = courses->Count();
+    }
+    out.Close();
+    (c.output == "-" ? std::cerr : std::cout) << (c.output == "-" ? "" : c.output + ": ") << count
+                                              << (runs ? " runs" : " courses") << " from " << o.session.Describe()
+                                              << '\n';
+    return kOk;
+}
+
 int Run_Get(Session_Options& s, const Command_Options& c) {
+    if (c.kinds.size() == 1 && (Upper(c.kinds[0]) == "RUNS" || Upper(c.kinds[0]) == "COURSES"))
+        return Run_Get_Fitness(s, c, Upper(c.kinds[0]) == "RUNS");
     bool all = false;
     auto kinds = Parse_Kinds(c.kinds, all);
     // Files are written as the records arrive, and they hold the kinds in one order.
@@ -406,7 +448,19 @@ int Run_Get(Session_Options& s, const Command_Options& c) {
     return kOk;
 }
 
+// A TCX file's courses, or a GPX file's tracks as courses, to a fitness unit.
+int Run_Put_Courses(Session_Options& s, const Command_Options& c) {
+    Collection<cCourse> courses;
+    std::string error;
+    if (!Read_Courses(c.input, courses, error)) throw Failure(kBad_File, "bad file: " + error);
+    Opened o(s);
+    o.session.Upload_Courses(courses);
+    std::cout << "uploaded " << courses.Count() << " courses to " << o.session.Describe() << '\n';
+    return kOk;
+}
+
 int Run_Put(Session_Options& s, const Command_Options& c) {
+    if (c.input.ends_with(".tcx") || c.courses) return Run_Put_Courses(s, c);
     Data data;
     std::string error;
     // The whole file is read and checked before the receiver hears a byte.

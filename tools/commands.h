@@ -17,6 +17,7 @@ struct Command_Options {
     std::string output = "-";
     std::string input;
     bool verify = false;
+    bool courses = false;  // put: the file's tracks go up as courses
     long count = 0;  // 0: until interrupted
     bool nmea_out = false;
     std::int32_t rate = 0;

@@ -76,13 +76,15 @@ int main(int argc, char** argv) {
 
     auto* get = app.add_subcommand("get", "Download records to a GPX file (or JSON with --json)");
     get->add_option("kinds", command.kinds,
-                    "waypoints, proximity, routes, tracks, laps, flightbook, almanac, or all")
+                    "waypoints, proximity, routes, tracks, laps, flightbook, almanac, or all; or runs or courses "
+                    "of a fitness unit (TCX, or GPX or JSON by the file's name or --json)")
         ->required();
     get->add_option("-o,--output", command.output, "Output file; - for standard output")->capture_default_str();
 
     auto* put = app.add_subcommand("put", "Upload the waypoints, routes and tracks of a GPX file");
     put->add_option("file", command.input, "GPX file")->required();
     put->add_flag("--verify", command.verify, "Download again and check that every record reads back");
+    put->add_flag("--courses", command.courses, "Send the file's tracks as courses (a .tcx file always is)");
 
     auto* pvt = app.add_subcommand("pvt", "Print live position, velocity and time until Ctrl-C");
     pvt->add_option("-n,--count", command.count, "Stop after N updates");

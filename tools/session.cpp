@@ -65,7 +65,12 @@ void Session::Open() {
         if (trace_) trace_ << "message: " << text << '\n';
     });
     const std::string& port = options_.port;
-    if (port == "sim") {
+    if (port == "sim" && Sim_Port::Usb_Only(options_.sim.profile)) {
+        std::string error;
+        sim_ = Sim_Port::Start_Usb(options_.sim, ctl_.Platform(), error);
+        if (!sim_) throw Failure(kNo_Device, "cannot start the simulated receiver: " + error);
+        ctl_.Port(0);
+    } else if (port == "sim") {
         std::string error;
         sim_ = Sim_Port::Start(options_.sim, error);
         if (!sim_) throw Failure(kNo_Device, "cannot start the simulated receiver: " + error);
@@ -156,6 +161,40 @@ void Session::Request(const char* what, const std::function<void()>& request) {
     const std::size_t before = errors_.size();
     request();
     Expect_No_New_Errors(before, kTimeout, std::string("timeout: ") + what);
+}
+
+// ---------------------------------------------------------------- fitness units
+
+void Session::Fitness_Failure(std::size_t before, const std::string& doing) {
+    if (errors_.size() <= before) return;
+    const std::int16_t code = error_codes_[before];
+    const std::string& why = errors_[before];
+    if (why.find("does not support") != std::string::npos)
+        throw Failure(kUnsupported, "unsupported kind: " + Describe() + " has no " + doing);
+    if (code == 8 || code == 6) throw Failure(kRefused, "refused: " + why);
+    if (code == kIncomplete_Transfer) throw Failure(kIncomplete, doing + ": " + why);
+    throw Failure(kTimeout, "timeout: " + doing + ": " + why);
+}
+
+void Session::Download_Runs(const std::function<void(const cRun&)>& on_run) {
+    const std::size_t before = errors_.size();
+    on_run_ = on_run;
+    ctl_.Request_Runs();
+    on_run_ = nullptr;
+    Fitness_Failure(before, "runs");
+}
+
+std::shared_ptr<Collection<cCourse>> Session::Download_Courses() {
+    const std::size_t before = errors_.size();
+    ctl_.Request_Courses();
+    Fitness_Failure(before, "courses");
+    return ctl_.Courses();
+}
+
+void Session::Upload_Courses(const Collection<cCourse>& courses) {
+    const std::size_t before = errors_.size();
+    ctl_.Send_Courses(courses);
+    Fitness_Failure(before, "courses");
 }
 
 // ---------------------------------------------------------------- downloads

@@ -81,6 +81,12 @@ public:
     // Uploads every kind the set holds records of that the receiver takes;
     // returns the kinds it holds records of that the receiver does not take.
     std::vector<Kind> Upload(const Data& data);
+    // A fitness unit's runs, each handed to on_run as soon as it is whole;
+    // its courses; an upload of courses. A unit without them is kUnsupported,
+    // courses too big for it kRefused.
+    void Download_Runs(const std::function<void(const cRun&)>& on_run);
+    std::shared_ptr<Collection<cCourse>> Download_Courses();
+    void Upload_Courses(const Collection<cCourse>& courses);
 
     // One request of the real-time kind, failing with kTimeout when the
     // receiver raises an error instead of answering.
@@ -117,6 +123,12 @@ private:
     void ReceiveIcon(std::int16_t&, Picture& image, Bytes&) override {
         if (On_Icon) On_Icon(image);
     }
+    void ReceivedRun(std::shared_ptr<cRun>& run) override {
+        if (on_run_) on_run_(*run);
+    }
+    // What the control said went wrong in a fitness transfer, as a failure.
+    void Fitness_Failure(std::size_t before, const std::string& doing);
+    std::function<void(const cRun&)> on_run_;
 
     // The control's records, on to the writer of the download in progress.
     void Waypoint(const cWaypoint& w) override { writer_->Waypoint(w); }

@@ -9,6 +9,7 @@
 
 #include "pty_line.h"
 #include "trekcom_sim/unit.h"
+#include "trekcom_sim/usb.h"
 
 namespace trekcom::tool {
 
@@ -28,6 +29,7 @@ struct Sim_Port::Impl {
     std::string link;
     std::unique_ptr<sim::Pty_Line> line;
     std::unique_ptr<sim::Unit> unit;
+    std::shared_ptr<sim::Usb_Receiver> usb;  // a USB-only unit, served in-process
     std::thread thread;
 
     ~Impl() {
@@ -43,22 +45,52 @@ struct Sim_Port::Impl {
     }
 };
 
-std::unique_ptr<Sim_Port> Sim_Port::Start(const Sim_Options& options, std::string& error) {
-    auto impl = std::make_unique<Impl>();
-    sim::Profile profile;
+namespace {
+
+bool Unit_Of(const Sim_Options& options, sim::Profile& profile, sim::Data_Set& data, std::string& error) {
     try {
         profile = sim::Profile::Named(options.profile);
     } catch (const std::exception& e) {
         error = e.what();
-        return nullptr;
+        return false;
     }
-    sim::Data_Set data = sim::Builtin_Data();
-    if (!options.data_file.empty() && !sim::Load_Data(options.data_file, data, error)) return nullptr;
+    data = sim::Builtin_Data();
+    if (profile.fitness) sim::Add_Fitness_Data(data);
+    if (!options.data_file.empty() && !sim::Load_Data(options.data_file, data, error)) return false;
     if (options.empty) {
         const sim::Situation where = data.situation;
         data = {};
         data.situation = where;
     }
+    return true;
+}
+
+}  // namespace
+
+bool Sim_Port::Usb_Only(const std::string& profile) {
+    try {
+        return sim::Profile::Named(profile).fitness;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+std::unique_ptr<Sim_Port> Sim_Port::Start_Usb(const Sim_Options& options, const std::shared_ptr<Platform>& platform,
+                                              std::string& error) {
+    auto impl = std::make_unique<Impl>();
+    sim::Profile profile;
+    sim::Data_Set data;
+    if (!Unit_Of(options, profile, data, error)) return nullptr;
+    impl->usb = sim::Plug_In(platform, std::move(profile));
+    impl->usb->unit.Data() = std::move(data);
+    return std::make_unique<Sim_Port>(std::move(impl));
+}
+
+std::unique_ptr<Sim_Port> Sim_Port::Start(const Sim_Options& options, std::string& error) {
+    auto impl = std::make_unique<Impl>();
+    sim::Profile profile;
+    sim::Data_Set data;
+    if (!Unit_Of(options, profile, data, error)) return nullptr;
     sim::Options unit_options;
     unit_options.mode = options.mode == "nmea"   ? sim::Output_Mode::nmea
                         : options.mode == "text" ? sim::Output_Mode::text

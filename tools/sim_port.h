@@ -10,6 +10,8 @@
 #include <memory>
 #include <string>
 
+#include <trekcom/platform.h>
+
 namespace trekcom::tool {
 
 struct Sim_Options {
@@ -23,6 +25,11 @@ class Sim_Port {
 public:
     // Starts the unit; nullptr with a reason when it cannot.
     static std::unique_ptr<Sim_Port> Start(const Sim_Options& options, std::string& error);
+    // A unit that speaks USB only (the fitness profile) is not put on a pty
+    // but plugged in as the platform's USB receiver: the host opens Port 0.
+    static bool Usb_Only(const std::string& profile);
+    static std::unique_ptr<Sim_Port> Start_Usb(const Sim_Options& options, const std::shared_ptr<Platform>& platform,
+                                               std::string& error);
     ~Sim_Port();
     Sim_Port(const Sim_Port&) = delete;
     Sim_Port& operator=(const Sim_Port&) = delete;

@@ -175,6 +175,17 @@ public:
     // raises ReceiveCounts (-1 for a kind the receiver lacks). Until the next
     // request, completion packets raise no download event.
     void Request_Counts();
+    // Fitness units. Request_Runs fetches the runs, then the laps and the
+    // tracks they name, and raises ReceivedRuns with whole runs (each with its
+    // Laps and Points); Request_Courses likewise raises ReceivedCourses. Both
+    // return when everything has come. Send_Courses uploads courses with
+    // their laps, course points and tracks, after checking them against the
+    // unit's course limits (error 8 and nothing sent when they are too big).
+    void Request_Runs();
+    void Request_Courses();
+    void Send_Courses(const Collection<cCourse>& courses);
+    std::shared_ptr<Collection<cRun>> Runs() const;
+    std::shared_ptr<Collection<cCourse>> Courses() const;
     // An upload: Start_of_Records(n), one Send_* per record, End_of_Records().
     void Start_of_Records(std::int16_t& ocount);
     void End_of_Records();

@@ -9,7 +9,8 @@
 //   5 cError      6 vcError     7 ReceiveCounts   8 ReceivedWaypoints
 //   9 ReceivedRoutes             10 ReceivedTracks 11 ReceivedFlightbook
 //  12 ReceivedLaps             13 ReceiveImage  14 ReceiveIcon
-//  15 vcReceiveIcon
+//  15 vcReceiveIcon          16 ReceivedRuns  17 ReceivedCourses
+//  18 ReceivedRun
 #pragma once
 
 #include <cstdint>
@@ -70,6 +71,11 @@ public:
         (void)Flightbook_records;
     }
     virtual void ReceivedLaps(std::shared_ptr<Collection<cLap>>& Laps) { (void)Laps; }
+    // One run of a runs download, with its laps and track points, as soon as
+    // it is whole (in the order of the runs); then all of them, or the courses.
+    virtual void ReceivedRun(std::shared_ptr<cRun>& Run) { (void)Run; }
+    virtual void ReceivedRuns(std::shared_ptr<Collection<cRun>>& Runs) { (void)Runs; }
+    virtual void ReceivedCourses(std::shared_ptr<Collection<cCourse>>& Courses) { (void)Courses; }
     // Screen capture progress in percent, and the image so far.
     virtual void ReceiveImage(std::int16_t& pct, Picture& Image) {
         (void)pct;

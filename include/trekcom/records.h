@@ -223,4 +223,118 @@ struct cSat {
     std::uint8_t status = 0;
 };
 
+// ---------------------------------------------------------------- fitness units
+//
+// Runs, their laps and track points, and courses, as running and cycling
+// units keep them. Numbers keep the unit's own units and markers, so what
+// comes in goes back out byte for byte: times are seconds since the Garmin
+// epoch, a float of kNo_Value holds nothing, a position the unit marks
+// invalid (0x7FFFFFFF semicircles) reads as NaN degrees and is sent back as
+// that mark.
+
+inline constexpr float kNo_Value = 1.0e25f;
+inline constexpr std::uint32_t kNo_Track = 0xFFFFFFFFu;  // a run without a track
+inline constexpr std::uint8_t kNo_Cadence = 0xFF;        // a heart rate of 0 is none too
+inline constexpr std::uint8_t kNo_Sensor = 0xFF;         // a point that cannot tell (D304 never sends 0xFF)
+
+// A track point with heart rate (D303), distance, cadence and sensor (D304).
+// D303 has no distance, cadence or sensor: they read as kNo_Value,
+// kNo_Cadence and kNo_Sensor.
+struct cFitness_Point {
+    double Lat = 0;  // degrees, NaN when invalid
+    double Lon = 0;
+    std::uint32_t Time = 0;
+    float Alt = 0;       // metres
+    float Distance = 0;  // metres from the start
+    std::uint16_t Track_Index = 0;  // of the track header before it
+    std::uint8_t Heart_Rate = 0;    // beats per minute
+    std::uint8_t Cadence = 0;       // revolutions or strides per minute
+    std::uint8_t Sensor = 0;        // a wheel or foot sensor: 0 absent, else present
+};
+
+// A lap (D1001, D1011, D1015). D1001 has no cadence (kNo_Cadence) and no
+// trigger method (0, manual).
+struct cFitness_Lap {
+    std::uint32_t Index = 0;
+    std::uint32_t Start_Time = 0;
+    std::uint32_t Total_Time = 0;  // hundredths of a second
+    float Total_Dist = 0;          // metres
+    float Max_Speed = 0;           // metres per second
+    double Begin_Lat = 0;  // degrees, NaN when invalid
+    double Begin_Lon = 0;
+    double End_Lat = 0;
+    double End_Lon = 0;
+    std::uint16_t Calories = 0;
+    std::uint16_t Unused = 0;  // the spare word of D1011 and D1015
+    std::uint8_t Avg_Heart_Rate = 0;
+    std::uint8_t Max_Heart_Rate = 0;
+    std::uint8_t Intensity = 0;  // 0 active, 1 rest
+    std::uint8_t Avg_Cadence = 0;
+    std::uint8_t Trigger_Method = 0;  // 0 manual, 1 distance, 2 location, 3 time, 4 heart rate
+    Bytes Extra;  // the bytes D1015 adds, of unknown meaning, sent back as they came
+};
+
+// A run (D1000, D1009, D1010) with the laps and the track it names, once a
+// run download has joined them.
+struct cRun {
+    std::uint32_t Track_Index = 0;  // kNo_Track: none
+    std::uint32_t First_Lap_Index = 0;
+    std::uint32_t Last_Lap_Index = 0;
+    std::uint8_t Sport_Type = 0;    // 0 running, 1 biking, 2 other
+    std::uint8_t Program_Type = 0;  // 0 none, 1 virtual partner, 2 workout, 3 auto multisport
+    std::uint8_t Multisport = 0;    // 0 no, 1 part of a session, 2 its last part
+    std::uint8_t Unused1 = 0;       // spare bytes, passed through
+    std::uint16_t Unused2 = 0;
+    std::uint32_t Partner_Time = 0;  // virtual partner or quick workout
+    float Partner_Distance = 0;
+    Bytes Workout;  // the workout block, whole, as the unit sent it
+    std::shared_ptr<Collection<cFitness_Lap>> Laps;
+    std::shared_ptr<Collection<cFitness_Point>> Points;
+};
+
+// A course lap (D1007).
+struct cCourse_Lap {
+    std::uint16_t Course_Index = 0;
+    std::uint16_t Lap_Index = 0;
+    std::uint32_t Total_Time = 0;  // hundredths of a second
+    float Total_Dist = 0;
+    double Begin_Lat = 0;  // degrees, NaN when invalid
+    double Begin_Lon = 0;
+    double End_Lat = 0;
+    double End_Lon = 0;
+    std::uint8_t Avg_Heart_Rate = 0;
+    std::uint8_t Max_Heart_Rate = 0;
+    std::uint8_t Intensity = 0;
+    std::uint8_t Avg_Cadence = 0;
+};
+
+// A course point (D1012).
+struct cCourse_Point {
+    std::string Name;
+    std::uint8_t Unused1 = 0;
+    std::uint16_t Course_Index = 0;
+    std::uint16_t Unused2 = 0;
+    std::uint32_t Track_Point_Time = 0;
+    std::uint8_t Point_Type = 0;  // 0 generic, 1 summit, ... 15 sprint
+};
+
+// A course (D1006) with its laps, course points and track.
+struct cCourse {
+    std::uint16_t Index = 0;
+    std::uint16_t Unused = 0;
+    std::string Course_Name;
+    std::uint16_t Track_Index = 0;
+    std::shared_ptr<Collection<cCourse_Lap>> Laps;
+    std::shared_ptr<Collection<cCourse_Point>> Course_Points;
+    std::shared_ptr<Collection<cFitness_Point>> Points;
+};
+
+// How much of each course kind the unit can hold (D1013).
+struct cCourse_Limits {
+    std::uint32_t Max_Courses = 0;
+    std::uint32_t Max_Course_Laps = 0;
+    std::uint32_t Max_Course_Pnt = 0;
+    std::uint32_t Max_Course_Trk_Pnt = 0;
+};
+
 }  // namespace trekcom

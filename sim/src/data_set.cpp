@@ -5,6 +5,7 @@
 #include <limits>
 #include <sstream>
 #include <stdexcept>
+#include <tuple>
 
 #include <nlohmann/json.hpp>
 
@@ -365,6 +366,143 @@ const json& List(const json& j, const char* key) {
     return j.at(key);
 }
 
+// ---- fitness records. A position the unit has none of is null; absent
+// numbers take the record's defaults, so a hand-written set stays short.
+
+constexpr std::int32_t kNo_Position = 0x7FFFFFFF;
+
+// Each coordinate on its own: a unit may mark one and not the other.
+void Fit_Pos(json& j, const char* lat, const char* lon, std::int32_t la, std::int32_t lo) {
+    j[lat] = la == kNo_Position ? json(nullptr) : json(Semi_To_Deg(la));
+    j[lon] = lo == kNo_Position ? json(nullptr) : json(Semi_To_Deg(lo));
+}
+void Fit_Pos_From(const json& j, const char* lat, const char* lon, std::int32_t& la, std::int32_t& lo) {
+    for (auto [key, out, limit] : {std::tuple{lat, &la, 90.0}, {lon, &lo, 180.0}}) {
+        if (!j.contains(key)) continue;
+        if (j.at(key).is_null()) {
+            *out = kNo_Position;
+            continue;
+        }
+        const double v = j.at(key).get<double>();
+        if (!(std::fabs(v) <= limit)) throw std::runtime_error("position out of range");
+        *out = Deg_To_Semi(v);
+    }
+}
+std::uint32_t Time_Of(const json& j, const char* key) { return j.contains(key) ? Parse_Time(j.at(key)) : 0; }
+
+json Track_Json(const Fitness_Track& t) {
+    json jt = {{"index", t.index}, {"points", json::array()}};
+    for (const Fitness_Point& p : t.points) {
+        json jp = {{"time", Iso_Time(p.time)}, {"heart_rate", p.heart_rate}, {"cadence", p.cadence}, {"sensor", p.sensor}};
+        Fit_Pos(jp, "lat", "lon", p.lat, p.lon);
+        Put_Float(jp, "alt", p.alt);
+        Put_Float(jp, "distance", p.distance);
+        jt["points"].push_back(jp);
+    }
+    return jt;
+}
+Fitness_Track Track_From(const json& jt) {
+    Fitness_Track t;
+    Num(jt, "index", t.index);
+    for (const json& jp : List(jt, "points")) {
+        Fitness_Point p;
+        Fit_Pos_From(jp, "lat", "lon", p.lat, p.lon);
+        p.time = Time_Of(jp, "time");
+        Num(jp, "alt", p.alt), Num(jp, "distance", p.distance), Num(jp, "heart_rate", p.heart_rate);
+        Num(jp, "cadence", p.cadence), Num(jp, "sensor", p.sensor);
+        t.points.push_back(p);
+    }
+    return t;
+}
+
+void Fitness_To_Json(json& j, const Data_Set& d) {
+    if (d.runs.empty() && d.courses.empty()) return;
+    for (const Run& r : d.runs)
+        j["runs"].push_back({{"track_index", r.track_index}, {"first_lap", r.first_lap}, {"last_lap", r.last_lap},
+                             {"sport", r.sport}, {"program", r.program}, {"multisport", r.multisport},
+                             {"partner_time", r.partner_time}, {"partner_distance", r.partner_distance},
+                             {"workout_name", To_Utf8(r.workout_name)}, {"workout_sport", r.workout_sport}});
+    for (const Fitness_Lap& l : d.fitness_laps) {
+        json jl = {{"index", l.index}, {"start", Iso_Time(l.start_time)}, {"total_time", l.total_time},
+                   {"total_dist", l.total_dist}, {"max_speed", l.max_speed}, {"calories", l.calories},
+                   {"avg_heart_rate", l.avg_heart_rate}, {"max_heart_rate", l.max_heart_rate},
+                   {"intensity", l.intensity}, {"avg_cadence", l.avg_cadence}, {"trigger_method", l.trigger_method},
+                   {"extra", l.extra}};
+        Fit_Pos(jl, "begin_lat", "begin_lon", l.begin_lat, l.begin_lon);
+        Fit_Pos(jl, "end_lat", "end_lon", l.end_lat, l.end_lon);
+        j["fitness_laps"].push_back(jl);
+    }
+    for (const Fitness_Track& t : d.fitness_tracks) j["fitness_tracks"].push_back(Track_Json(t));
+    for (const Course& c : d.courses)
+        j["courses"].push_back({{"index", c.index}, {"name", To_Utf8(c.name)}, {"track_index", c.track_index}});
+    for (const Course_Lap& l : d.course_laps) {
+        json jl = {{"course_index", l.course_index}, {"lap_index", l.lap_index}, {"total_time", l.total_time},
+                   {"total_dist", l.total_dist}, {"avg_heart_rate", l.avg_heart_rate},
+                   {"max_heart_rate", l.max_heart_rate}, {"intensity", l.intensity}, {"avg_cadence", l.avg_cadence}};
+        Fit_Pos(jl, "begin_lat", "begin_lon", l.begin_lat, l.begin_lon);
+        Fit_Pos(jl, "end_lat", "end_lon", l.end_lat, l.end_lon);
+        j["course_laps"].push_back(jl);
+    }
+    for (const Course_Point& p : d.course_points)
+        j["course_points"].push_back({{"name", To_Utf8(p.name)}, {"course_index", p.course_index},
+                                      {"time", Iso_Time(p.time)}, {"type", p.type}});
+    for (const Fitness_Track& t : d.course_tracks) j["course_tracks"].push_back(Track_Json(t));
+    const Course_Limits& m = d.course_limits;
+    j["course_limits"] = {{"courses", m.courses}, {"laps", m.laps}, {"points", m.points}, {"track_points", m.track_points}};
+}
+
+void Fitness_From_Json(const json& j, Data_Set& d) {
+    for (const json& jr : List(j, "runs")) {
+        Run r;
+        Num(jr, "track_index", r.track_index), Num(jr, "first_lap", r.first_lap), Num(jr, "last_lap", r.last_lap);
+        Num(jr, "sport", r.sport), Num(jr, "program", r.program), Num(jr, "multisport", r.multisport);
+        Num(jr, "partner_time", r.partner_time), Num(jr, "partner_distance", r.partner_distance);
+        Text(jr, "workout_name", r.workout_name), Num(jr, "workout_sport", r.workout_sport);
+        d.runs.push_back(r);
+    }
+    for (const json& jl : List(j, "fitness_laps")) {
+        Fitness_Lap l;
+        Num(jl, "index", l.index), l.start_time = Time_Of(jl, "start"), Num(jl, "total_time", l.total_time);
+        Num(jl, "total_dist", l.total_dist), Num(jl, "max_speed", l.max_speed), Num(jl, "calories", l.calories);
+        Fit_Pos_From(jl, "begin_lat", "begin_lon", l.begin_lat, l.begin_lon);
+        Fit_Pos_From(jl, "end_lat", "end_lon", l.end_lat, l.end_lon);
+        Num(jl, "avg_heart_rate", l.avg_heart_rate), Num(jl, "max_heart_rate", l.max_heart_rate);
+        Num(jl, "intensity", l.intensity), Num(jl, "avg_cadence", l.avg_cadence);
+        Num(jl, "trigger_method", l.trigger_method);
+        if (jl.contains("extra")) l.extra = jl.at("extra").get<std::array<std::uint8_t, 5>>();
+        d.fitness_laps.push_back(l);
+    }
+    for (const json& jt : List(j, "fitness_tracks")) d.fitness_tracks.push_back(Track_From(jt));
+    for (const json& jc : List(j, "courses")) {
+        Course c;
+        Num(jc, "index", c.index), Text(jc, "name", c.name), Num(jc, "track_index", c.track_index);
+        d.courses.push_back(c);
+    }
+    for (const json& jl : List(j, "course_laps")) {
+        Course_Lap l;
+        Num(jl, "course_index", l.course_index), Num(jl, "lap_index", l.lap_index);
+        Num(jl, "total_time", l.total_time), Num(jl, "total_dist", l.total_dist);
+        Fit_Pos_From(jl, "begin_lat", "begin_lon", l.begin_lat, l.begin_lon);
+        Fit_Pos_From(jl, "end_lat", "end_lon", l.end_lat, l.end_lon);
+        Num(jl, "avg_heart_rate", l.avg_heart_rate), Num(jl, "max_heart_rate", l.max_heart_rate);
+        Num(jl, "intensity", l.intensity), Num(jl, "avg_cadence", l.avg_cadence);
+        d.course_laps.push_back(l);
+    }
+    for (const json& jp : List(j, "course_points")) {
+        Course_Point p;
+        Text(jp, "name", p.name), Num(jp, "course_index", p.course_index), p.time = Time_Of(jp, "time");
+        Num(jp, "type", p.type);
+        d.course_points.push_back(p);
+    }
+    for (const json& jt : List(j, "course_tracks")) d.course_tracks.push_back(Track_From(jt));
+    if (j.contains("course_limits")) {
+        const json& m = j.at("course_limits");
+        Course_Limits& l = d.course_limits;
+        Num(m, "courses", l.courses), Num(m, "laps", l.laps), Num(m, "points", l.points);
+        Num(m, "track_points", l.track_points);
+    }
+}
+
 }  // namespace
 
 std::string To_Json(const Data_Set& d) {
@@ -438,6 +576,7 @@ std::string To_Json(const Data_Set& d) {
                                 {"arrival_name", To_Utf8(f.arrival_name)},
                                 {"arrival_ident", To_Utf8(f.arrival_ident)},
                                 {"aircraft_id", To_Utf8(f.aircraft_id)}});
+    Fitness_To_Json(j, d);
     return j.dump(1);
 }
 
@@ -541,6 +680,7 @@ bool From_Json(const std::string& text, Data_Set& out, std::string& error) {
             Text(jf, "aircraft_id", f.aircraft_id);
             d.flights.push_back(std::move(f));
         }
+        Fitness_From_Json(j, d);
         out = std::move(d);
         return true;
     } catch (const std::exception& e) {

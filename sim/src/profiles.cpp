@@ -38,7 +38,17 @@ std::vector<std::pair<char, std::uint16_t>> Profile::Capabilities() const {
     one_layout(flightbook, 650, 650);
     one_layout(position, 700, 700);
     one_layout(pvt, 800, 800);
-    one_layout(laps, 906, 906);
+    one_layout(laps, 906, lap_type);
+    if (fitness) {
+        one_layout(true, 1000, run_type);
+        one_layout(true, 1006, 1006);
+        one_layout(true, 1007, 1007);
+        one_layout(true, 1008, 1012);
+        one_layout(true, 1009, 1013);
+        add('A', 1012);
+        add('D', 311);
+        add('D', track_point_type);
+    }
     return c;
 }
 
@@ -161,6 +171,17 @@ Profile Profile::Named(const std::string& name) {
     if (name == "legacy29-400") return Legacy("legacy29-400", 29, 400, 102, 201, 102);
     if (name == "l002") return L002("l002", 20, 550);
     if (name == "l002-d551") return L002("l002-d551", 64, 551);
+    if (name == "fitness") {
+        Profile p = With_Waypoints(Current(), "fitness", 1010, 110, 311, 304);
+        p.descriptions = {"TREKSIM RUN 305 Software Version 2.80"};
+        p.software_version = 280;
+        p.track_protocol = 302;
+        p.laps = true;
+        p.lap_type = 1015;
+        p.fitness = true;
+        p.voltages = false;
+        return p;
+    }
     throw std::invalid_argument("unknown profile \"" + name + "\"");
 }
 

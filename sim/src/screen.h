@@ -19,6 +19,10 @@ std::vector<Bytes> Display_Packets(const Screen& s, bool rows_reversed);
 // width and height are the frame's (the screen turned).
 Bytes Frame_Bytes(const Screen& s, std::size_t& stride, int& width, int& height);
 
+// The ids of the image transfer's requests and answers.
+inline constexpr std::uint16_t kFirst_Image_Id = 875;
+inline constexpr std::uint16_t kLast_Image_Id = 894;
+
 // The image transfer's side of the unit: a table of images (the screen, the
 // custom icons) that a USB host reads and, for icons, writes.
 class Image_Store {

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "deframer.h"
+#include "fitness.h"
 #include "formats.h"
 #include "framer.h"
 #include "nmea.h"
@@ -225,11 +226,12 @@ struct Unit::Impl {
 
     // A packet that waits its turn and its acknowledgement.
     void Queue(int id, Bytes data, int record = -1) {
-        if (id < 0 || id > 255) return;
+        // Ids past a byte only travel over USB.
+        if (id < 0 || id > (usb ? 0xFFFF : 255)) return;
         // An answer asked for during a download waits for the download's end.
         if (record < 0)
             while (source) Refill();
-        if (usb) return Usb_Send(static_cast<std::uint8_t>(id), data, record);
+        if (usb) return Usb_Send(static_cast<std::uint16_t>(id), data, record);
         queue.push_back({frame::Packet(static_cast<std::uint8_t>(id), data), record});
     }
 
@@ -380,8 +382,7 @@ struct Unit::Impl {
 
     // ---------------------------------------------------------------- answers
 
-    void Dispatch(std::uint8_t id, const Bytes& d) {
-        const int pid = id;
+    void Dispatch(int pid, const Bytes& d) {
         if (pid == kProductRequest) {
             Drop_Transfer();
             Product_Data();
@@ -458,6 +459,7 @@ struct Unit::Impl {
         if (cmd == ids.c_wpt) return Download(Kind::waypoints, cmd);
         if (cmd == ids.c_prx && p.proximity_protocol) return Download(Kind::proximity, cmd);
         if (cmd == ids.c_rte && p.route_protocol) return Download(Kind::routes, cmd);
+        if (p.fitness && Fitness_Command(cmd)) return;
         if (cmd == ids.c_trk && p.track_protocol) return Download(Kind::tracks, cmd);
         if (cmd == ids.c_alm && p.almanac_type) return Download(Kind::almanac, cmd);
         if (cmd == ids.c_laps && p.laps) return Download(Kind::laps, cmd);
@@ -613,11 +615,19 @@ struct Unit::Impl {
         } else {
             auto records = Small_Records(kind);
             count = records.size();
-            next = [records = std::move(records), i = std::size_t{0}]() mutable -> std::optional<Record> {
-                if (i == records.size()) return std::nullopt;
-                return std::move(records[i++]);
-            };
+            next = From_List(std::move(records));
         }
+        Serve(count, std::move(next), cmd);
+    }
+
+    static Record_Source From_List(std::vector<Record> records) {
+        return [records = std::move(records), i = std::size_t{0}]() mutable -> std::optional<Record> {
+            if (i == records.size()) return std::nullopt;
+            return std::move(records[i++]);
+        };
+    }
+
+    void Serve(std::size_t count, Record_Source next, int cmd) {
         // The count field holds 16 bits: a bigger log announces the most it can.
         Queue(ids.records, U16_Data(static_cast<std::uint16_t>(std::min<std::size_t>(count, 0xFFFF))), 0);
         // The completion packet follows the last record.
@@ -639,6 +649,75 @@ struct Unit::Impl {
             Queue(o->record.id, std::move(o->record.data), o->index);
         else
             source = nullptr;
+    }
+
+    // ---------------------------------------------------------------- fitness
+
+    void Serve_Tracks(const std::vector<Fitness_Track>& tracks, int hdr, int trk, int cmd) {
+        std::vector<Record> records;
+        for (const Fitness_Track& t : tracks) {
+            records.push_back({hdr, fitness::Encode_Track_Index(t.index)});
+            for (const Fitness_Point& pt : t.points)
+                records.push_back({trk, fitness::Encode_Point(pt, profile.track_point_type)});
+        }
+        const std::size_t count = records.size();
+        Serve(count, From_List(std::move(records)), cmd);
+    }
+
+    template <typename T, typename Encode>
+    void Serve_List(const std::vector<T>& list, int id, int cmd, Encode encode) {
+        std::vector<Record> records;
+        for (const T& item : list) records.push_back({id, encode(item)});
+        Serve(list.size(), From_List(std::move(records)), cmd);
+    }
+
+    bool Fitness_Command(int cmd) {
+        namespace f = fitness;
+        if (cmd == ids.c_laps) {
+            Serve_List(data.fitness_laps, ids.lap, cmd, [&](const auto& l) { return f::Encode_Lap(l, profile.lap_type); });
+        } else if (cmd == ids.c_trk) {
+            Serve_Tracks(data.fitness_tracks, ids.trk_hdr, ids.trk, cmd);
+        } else if (cmd == f::kCmnd_Runs) {
+            Serve_List(data.runs, f::kPid_Run, cmd, [&](const auto& r) { return f::Encode_Run(r, profile.run_type); });
+        } else if (cmd == f::kCmnd_Courses) {
+            Serve_List(data.courses, f::kPid_Course, cmd, f::Encode_Course);
+        } else if (cmd == f::kCmnd_Course_Laps) {
+            Serve_List(data.course_laps, f::kPid_Course_Lap, cmd, f::Encode_Course_Lap);
+        } else if (cmd == f::kCmnd_Course_Points) {
+            Serve_List(data.course_points, f::kPid_Course_Point, cmd, f::Encode_Course_Point);
+        } else if (cmd == f::kCmnd_Course_Tracks) {
+            Serve_Tracks(data.course_tracks, f::kPid_Course_Trk_Hdr, f::kPid_Course_Trk_Data, cmd);
+        } else if (cmd == f::kCmnd_Course_Limits) {
+            Queue(f::kPid_Course_Limits, f::Encode_Limits(data.course_limits));
+        } else {
+            return false;
+        }
+        return true;
+    }
+
+    // Uploaded courses join the stored ones; a course track grows point by point.
+    bool Upload_Fitness(int id, const Bytes& d, bool& ok) {
+        namespace f = fitness;
+        if (id == f::kPid_Course) {
+            Course c;
+            if ((ok = f::Decode_Course(d, c))) uploaded.courses.push_back(c), data.courses.push_back(c);
+        } else if (id == f::kPid_Course_Lap) {
+            Course_Lap l;
+            if ((ok = f::Decode_Course_Lap(d, l))) uploaded.course_laps.push_back(l), data.course_laps.push_back(l);
+        } else if (id == f::kPid_Course_Point) {
+            Course_Point p;
+            if ((ok = f::Decode_Course_Point(d, p))) uploaded.course_points.push_back(p), data.course_points.push_back(p);
+        } else if (id == f::kPid_Course_Trk_Hdr) {
+            Fitness_Track t;
+            if ((ok = f::Decode_Track_Index(d, t.index))) uploaded.course_tracks.push_back(t), data.course_tracks.push_back(t);
+        } else if (id == f::kPid_Course_Trk_Data) {
+            Fitness_Point p;
+            ok = !uploaded.course_tracks.empty() && f::Decode_Point(d, profile.track_point_type, p);
+            if (ok) uploaded.course_tracks.back().points.push_back(p), data.course_tracks.back().points.push_back(p);
+        } else {
+            return false;
+        }
+        return true;
     }
 
     // ---------------------------------------------------------------- uploads
@@ -733,6 +812,7 @@ struct Unit::Impl {
                 uploaded.laps.push_back(l);
                 data.laps.push_back(l);
             }
+        } else if (p.fitness && Upload_Fitness(id, d, ok)) {
         } else if (id == ids.flight && p.flightbook) {
             Flight f;
             ok = formats::Decode_Flight(d, f);
@@ -836,9 +916,9 @@ struct Unit::Impl {
     // transfer is too long for it: the unit announces it there once, with
     // Data Available, and puts the transfer on the bulk pipe, where the host
     // reads until the pipe is empty.
-    void Usb_Send(std::uint8_t id, const Bytes& d, int record) {
+    void Usb_Send(std::uint16_t id, const Bytes& d, int record) {
         if (record >= 0 && Usb_Cut_Here(record)) return;
-        if (trace) trace('U', id, d);
+        if (trace) trace('U', static_cast<std::uint8_t>(id), d);
         Bytes packet = usb::Make_Packet(usb::kApplication, id, d);
         if (record < 0) return Usb_Put(usb_interrupt, std::move(packet));
         if (record == 0) Usb_Put(usb_interrupt, usb::Make_Packet(usb::kProtocol, usb::kDataAvailable, {}));
@@ -899,8 +979,8 @@ struct Unit::Impl {
             }
             return;
         }
-        if (p.id > 255) {
-            // Ids past a byte: the image transfer, which answers on the interrupt pipe.
+        if (p.id >= screen::kFirst_Image_Id && p.id <= screen::kLast_Image_Id) {
+            // The image transfer, which answers on the interrupt pipe.
             if (auto answer = images.Answer(p.id, p.data))
                 Usb_Put(usb_interrupt, usb::Make_Packet(usb::kApplication, answer->first, answer->second));
             else
@@ -908,7 +988,7 @@ struct Unit::Impl {
             return;
         }
         if (trace) trace('H', static_cast<std::uint8_t>(p.id), p.data);
-        Dispatch(static_cast<std::uint8_t>(p.id), p.data);
+        Dispatch(p.id, p.data);
     }
 };
 
@@ -1034,6 +1114,11 @@ Data_Set Unit::Visible_Data() const {
             v.almanac.push_back(out);
         }
     if (p.laps) v.laps = d.laps;
+    if (p.fitness) {
+        v.runs = d.runs, v.fitness_laps = d.fitness_laps, v.fitness_tracks = d.fitness_tracks;
+        v.courses = d.courses, v.course_laps = d.course_laps, v.course_points = d.course_points;
+        v.course_tracks = d.course_tracks, v.course_limits = d.course_limits;
+    }
     if (p.flightbook)
         for (const auto& f : d.flights) {
             Flight out;

@@ -69,6 +69,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     Data_Set data = Builtin_Data();
+    if (profile.fitness) Add_Fitness_Data(data);  // --save-data then writes a fitness set to start from
     std::string error;
     if (!data_file.empty() && !Load_Data(data_file, data, error)) {
         std::cerr << "trekcom-sim: " << error << '\n';

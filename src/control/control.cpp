@@ -143,6 +143,11 @@ void TrekcomCtl::Request_Prox_Waypoints() { impl_->engine.Request_Prox_Waypoints
 void TrekcomCtl::Request_Routes() { impl_->engine.Request_Routes(); }
 void TrekcomCtl::Request_Tracks() { impl_->engine.Request_Tracks(); }
 void TrekcomCtl::Request_Laps() { impl_->engine.Request_Laps(); }
+void TrekcomCtl::Request_Runs() { impl_->engine.Request_Runs(); }
+void TrekcomCtl::Request_Courses() { impl_->engine.Request_Courses(); }
+void TrekcomCtl::Send_Courses(const Collection<cCourse>& courses) { impl_->engine.Send_Courses(courses); }
+std::shared_ptr<Collection<cRun>> TrekcomCtl::Runs() const { return impl_->engine.Runs(); }
+std::shared_ptr<Collection<cCourse>> TrekcomCtl::Courses() const { return impl_->engine.Courses(); }
 void TrekcomCtl::Request_Flightbook() { impl_->engine.Request_Flightbook(); }
 void TrekcomCtl::Request_Counts() { impl_->engine.Request_Counts(); }
 void TrekcomCtl::Start_of_Records(std::int16_t& ocount) { impl_->engine.Start_of_Records(ocount); }

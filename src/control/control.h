@@ -40,6 +40,15 @@ public:
     void Raise_ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>& list) override;
     void Raise_ReceivedRoutes(std::shared_ptr<Collection<cRoute>>& list) override;
     void Raise_ReceivedTracks(std::shared_ptr<Collection<cTrack>>& list) override;
+    void Raise_ReceivedRun(std::shared_ptr<cRun>& run) override {
+        if (sink) sink->ReceivedRun(run);
+    }
+    void Raise_ReceivedRuns(std::shared_ptr<Collection<cRun>>& list) override {
+        if (sink) sink->ReceivedRuns(list);
+    }
+    void Raise_ReceivedCourses(std::shared_ptr<Collection<cCourse>>& list) override {
+        if (sink) sink->ReceivedCourses(list);
+    }
     // Setting Language passes it on to the USB unit's object too, so USB
     // errors are translated alike.
     void Usb_Language(const std::string& language) { usb->SetLanguage(language); }

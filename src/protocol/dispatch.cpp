@@ -20,6 +20,7 @@ void Engine::Dispatch_Packet(const Bytes& packet) {
     if (packet.size() < 2) return;
     const std::uint8_t id = packet[1];
     if (tally_.open && Command_Of_Record(id) != ids_.CMND_Reset_Transfer) ++tally_.received;
+    if (fitness_ && On_Fitness_Packet(packet)) return;
     // The ids are the ones in force, so an L002 unit is routed by its own
     // numbers. Where two of them coincide, the first row wins: the order is
     // part of the behaviour.

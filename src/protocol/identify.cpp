@@ -62,6 +62,7 @@ std::string Entry_Name(char tag, std::int16_t number) {
 }  // namespace
 
 void Engine::Set_Default_Protocols() {
+    shared_.Data_Types.clear();
     shared_.P.Link_Protocol = "L001";
     shared_.P.WayPoint_Transfer_Protocol = "A100";
     shared_.P.Route_Transfer_Protocol = "A200";
@@ -90,6 +91,7 @@ void Engine::Set_Default_Protocols() {
 
 void Engine::Clear_Protocols() {
     // A900_Protocol has no property and is left as it is.
+    shared_.Data_Types.clear();
     shared_.P.Link_Protocol = "   ";
     for (std::string* member :
          {&shared_.P.WayPoint_Transfer_Protocol, &shared_.P.Route_Transfer_Protocol, &shared_.P.Track_Transfer_Protocol,
@@ -220,6 +222,7 @@ void Engine::Parse_Protocol_Array(const Bytes& packet) {
         } else if (tag == 'A') {
             d_count = 0;
             current_a = name;
+            shared_.Data_Types[name];
             if (number == 100) shared_.P.WayPoint_Transfer_Protocol = name;
             else if (number == 200 || number == 201) shared_.P.Route_Transfer_Protocol = name;
             else if (number == 300 || number == 301) shared_.P.Track_Transfer_Protocol = name;
@@ -233,6 +236,7 @@ void Engine::Parse_Protocol_Array(const Bytes& packet) {
             else if (number == 906) shared_.P.Laps_Transfer_Protocol = name;
         } else if (tag == 'D') {
             ++d_count;
+            if (!current_a.empty()) shared_.Data_Types[current_a].push_back(name);
             if (number >= 100 && number <= 199) {
                 // A waypoint layout names whichever transfer it follows.
                 if (current_a == "A100") shared_.P.Waypoint_Data_Format = name;

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "records/codecs/codecs.h"
+#include "records/codecs/fitness.h"
 #include "records/fields.h"
 #include "records/garmin_time.h"
 
@@ -29,6 +30,11 @@ template <typename T>
 std::string Print(const T& value) {  // for comparing and showing
     std::ostringstream o;
     if constexpr (std::is_same_v<T, std::string>) o << '[' << value << ']';
+    else if constexpr (std::is_same_v<T, Bytes>) {
+        o << '[' << std::hex;
+        for (int b : value) o << std::setw(2) << std::setfill('0') << b;
+        o << ']';
+    }
     else o << std::setprecision(17) << +value;
     return o.str();
 }
@@ -49,7 +55,27 @@ Field_List Fields(const cFlightbook_Record& r) { return {F(Takeoff_Time), F(Take
     F(Landing_Seconds), F(Takeoff_Lat), F(Takeoff_Lon), F(Landing_Lat), F(Landing_Lon), F(Night_Time), F(Num_Landings),
     F(Max_Speed), F(Max_Alt), F(Distance), F(Cross_Country), F(Departure_Airport_Name), F(Departure_Airport_Ident),
     F(Arrival_Airport_Name), F(Arrival_Airport_Ident), F(Aircraft_ID)}; }
+Field_List Fields(const cRun& r) { return {F(Track_Index), F(First_Lap_Index), F(Last_Lap_Index), F(Sport_Type),
+    F(Program_Type), F(Multisport), F(Unused1), F(Unused2), F(Partner_Time), F(Partner_Distance), F(Workout)}; }
+Field_List Fields(const cFitness_Lap& r) { return {F(Index), F(Start_Time), F(Total_Time), F(Total_Dist),
+    F(Max_Speed), F(Begin_Lat), F(Begin_Lon), F(End_Lat), F(End_Lon), F(Calories), F(Unused), F(Avg_Heart_Rate),
+    F(Max_Heart_Rate), F(Intensity), F(Avg_Cadence), F(Trigger_Method), F(Extra)}; }
+Field_List Fields(const cFitness_Point& r) { return {F(Lat), F(Lon), F(Time), F(Alt), F(Distance), F(Track_Index),
+    F(Heart_Rate), F(Cadence), F(Sensor)}; }
+Field_List Fields(const cCourse& r) { return {F(Index), F(Unused), F(Course_Name), F(Track_Index)}; }
+Field_List Fields(const cCourse_Lap& r) { return {F(Course_Index), F(Lap_Index), F(Total_Time), F(Total_Dist),
+    F(Begin_Lat), F(Begin_Lon), F(End_Lat), F(End_Lon), F(Avg_Heart_Rate), F(Max_Heart_Rate), F(Intensity),
+    F(Avg_Cadence)}; }
+Field_List Fields(const cCourse_Point& r) { return {F(Name), F(Unused1), F(Course_Index), F(Unused2),
+    F(Track_Point_Time), F(Point_Type)}; }
+Field_List Fields(const cCourse_Limits& r) { return {F(Max_Courses), F(Max_Course_Laps), F(Max_Course_Pnt),
+    F(Max_Course_Trk_Pnt)}; }
 #undef F
+// The fitness records go back out byte for byte as they came, spare and unknown bytes included.
+template <typename R>
+constexpr bool kByte_Exact = std::is_same_v<R, cRun> || std::is_same_v<R, cFitness_Lap> ||
+    std::is_same_v<R, cFitness_Point> || std::is_same_v<R, cCourse> || std::is_same_v<R, cCourse_Lap> ||
+    std::is_same_v<R, cCourse_Point> || std::is_same_v<R, cCourse_Limits>;
 
 // The fields where two records differ, or "".
 template <typename R>
@@ -136,6 +162,25 @@ struct Carry {
     void Time(std::int32_t R::*seconds, std::string R::*text, int at) {
         Same(seconds, at), out.*text = records::Seconds2Time(in.*seconds);
     }
+    // A field narrower on the wire than in the record.
+    template <typename Wire, typename T>
+    void Narrow(T R::*field, int at) { Put(at, static_cast<Wire>(in.*field = out.*field = rng.Value<Wire>())); }
+    // A position or the unit's invalid mark, which reads as NaN.
+    void Marked(double R::*field, int at) {
+        if (rng.Coin()) in.*field = std::nan(""), Put(at, std::int32_t{0x7FFFFFFF});
+        else Position(field, at);
+        if (wire[at + 3] == 0x7F && wire[at] == 0xFF && wire[at + 1] == 0xFF && wire[at + 2] == 0xFF) out.*field = std::nan("");
+    }
+    void Block(Bytes R::*field, int at, int size) {
+        in.*field = out.*field = Bytes(static_cast<std::size_t>(size));
+        for (auto& b : in.*field) b = static_cast<std::uint8_t>(rng.engine());
+        for (int k = 0; k < size; ++k) Put(at + k, (out.*field = in.*field)[static_cast<std::size_t>(k)]);
+    }
+    // A name padded with NULs, case and spaces kept.
+    void Name(std::string R::*field, int at, int width) {
+        const auto text = Draw(field, false, static_cast<std::size_t>(width) + 4, static_cast<std::size_t>(width), 1);
+        for (int k = 0; k < width; ++k) Put(at + k, k < static_cast<int>(text.size()) ? text[k] : std::uint8_t{0});
+    }
     // Fixed-width text: upper-cased unless binary, space-padded, cut to width, read back trimmed.
     void Text(std::string R::*field, int at, int width, bool upper = true) {
         const auto text = Draw(field, upper, 44, static_cast<std::size_t>(width));
@@ -156,12 +201,13 @@ struct Carry {
 
 private:
     // Sets in, and out to the first `kept` letters; returns the wire bytes.
-    std::vector<std::uint8_t> Draw(std::string R::*field, bool upper, std::size_t longest, std::size_t kept) {
+    std::vector<std::uint8_t> Draw(std::string R::*field, bool upper, std::size_t longest, std::size_t kept,
+                                   std::size_t no_nul = 0) {
         const std::size_t length = rng.Coin() ? rng.Pick<std::size_t>({0, 2, 6, longest}) : rng.Below(longest + 1);
         std::vector<std::uint8_t> bytes;
         in.*field = out.*field = "";
         while (bytes.size() < length) {
-            const Letter& l = kAlphabet[rng.Below(std::size(kAlphabet) - (upper ? 1 : 0))];
+            const Letter& l = kAlphabet[rng.Below(std::size(kAlphabet) - (upper ? 1 : no_nul))];
             in.*field += l.lower;
             if (bytes.size() < kept) out.*field += upper ? l.upper : l.lower;
             bytes.push_back(upper ? l.wire_upper : l.wire_lower);
@@ -200,6 +246,14 @@ Packet Encode(const cTrack& t, std::string f) {
 Packet Encode(const cAlmanac& a, const std::string& f) { return Encode_Almanac(a, f, kId); }
 Packet Encode(const cLap& l, const std::string&) { return Encode_Lap(l, kId); }
 Packet Encode(const cFlightbook_Record& r, const std::string&) { return Encode_Flightbook(r, kId); }
+Packet Encode(const cRun& r, const std::string& f) { return Encode_Run(r, f, Id(f)); }
+Packet Encode(const cFitness_Lap& l, const std::string& f) { return Encode_Fitness_Lap(l, f, Id(f)); }
+Packet Encode(const cFitness_Point& t, const std::string& f) { return Encode_Fitness_Point(t, f, Id(f)); }
+Packet Encode(const cCourse& c, const std::string& f) { return Encode_Course(c, Id(f)); }
+Packet Encode(const cCourse_Lap& c, const std::string& f) { return Encode_Course_Lap(c, Id(f)); }
+Packet Encode(const cCourse_Point& c, const std::string& f) { return Encode_Course_Point(c, Id(f)); }
+Packet Encode(const cCourse_Limits& c, const std::string& f) { return Encode_Course_Limits(c, Id(f)); }
+constexpr std::uint16_t kTrack_Index = 7;  // what the last track header named
 
 template <typename R>
 R Decode(link::Data_View d, const std::string& f) {
@@ -212,6 +266,13 @@ R Decode(link::Data_View d, const std::string& f) {
     if constexpr (std::is_same_v<R, cAlmanac>) Decode_Almanac(d, f, r);
     if constexpr (std::is_same_v<R, cLap>) r = Decode_Lap(d);
     if constexpr (std::is_same_v<R, cFlightbook_Record>) r = Decode_Flightbook(d);
+    if constexpr (std::is_same_v<R, cRun>) r = Decode_Run(d, f);
+    if constexpr (std::is_same_v<R, cFitness_Lap>) r = Decode_Fitness_Lap(d, f);
+    if constexpr (std::is_same_v<R, cFitness_Point>) r = Decode_Fitness_Point(d, f, kTrack_Index);
+    if constexpr (std::is_same_v<R, cCourse>) r = Decode_Course(d);
+    if constexpr (std::is_same_v<R, cCourse_Lap>) r = Decode_Course_Lap(d);
+    if constexpr (std::is_same_v<R, cCourse_Point>) r = Decode_Course_Point(d);
+    if constexpr (std::is_same_v<R, cCourse_Limits>) r = Decode_Course_Limits(d);
     return r;
 }
 
@@ -248,6 +309,7 @@ void Check_Formats(const Models<R>& models, Rng& rng) {
             for (const auto& [at, byte] : c.wire)
                 ASSERT_EQ(at < static_cast<int>(packet->data.size()) ? packet->data[at] : -1, byte) << "offset " << at;
             ASSERT_EQ(Differences(Decode<R>(packet->data, f), out), "") << "round " << round;
+            if constexpr (kByte_Exact<R>) { ASSERT_EQ(Encode(Decode<R>(packet->data, f), f)->data, packet->data); }
             // A D450 is told from a D150 by its whole size: a part of one is a D150.
             if (round < 40 && f != "D450") { ASSERT_NO_FATAL_FAILURE(Prefixes<R>(f, packet->data)); }
         }
@@ -398,12 +460,88 @@ const Models<cFlightbook_Record> kFlights{{"D650", [](Carry<cFlightbook_Record>&
                  &F::Arrival_Airport_Ident, &F::Aircraft_ID});
 }}};
 
+using Run = Carry<cRun>;
+void Run_Tail(Run& c, int at) {
+    c.Same(&cRun::Partner_Time, at), c.Same(&cRun::Partner_Distance, at + 4), c.Block(&cRun::Workout, at + 8, 661);
+}
+void Run_Wide(Run& c, bool d1010) {
+    c.Same(&cRun::Track_Index, 0), c.Same(&cRun::First_Lap_Index, 4), c.Same(&cRun::Last_Lap_Index, 8);
+    c.Same(&cRun::Sport_Type, 12), c.Same(&cRun::Program_Type, 13);
+    d1010 ? (c.Same(&cRun::Multisport, 14), c.Same(&cRun::Unused1, 15)) : c.Same(&cRun::Unused2, 14);
+    Run_Tail(c, 16);
+}
+const Models<cRun> kRuns{
+    {"D1000", [](Run& c) { Run_Wide(c, false); }},
+    {"D1010", [](Run& c) { Run_Wide(c, true); }},
+    {"D1009", [](Run& c) {  // 16-bit indices; 0xFFFF, no track, reads as the wide mark
+         c.Narrow<std::uint16_t>(&cRun::Track_Index, 0), c.Narrow<std::uint16_t>(&cRun::First_Lap_Index, 2);
+         if (c.in.Track_Index == 0xFFFF) c.out.Track_Index = kNo_Track;
+         c.Narrow<std::uint16_t>(&cRun::Last_Lap_Index, 4), c.Same(&cRun::Sport_Type, 6);
+         c.Same(&cRun::Program_Type, 7), c.Same(&cRun::Multisport, 8), c.Same(&cRun::Unused1, 9);
+         c.Same(&cRun::Unused2, 10), Run_Tail(c, 12);
+     }},
+};
+
+using FL = cFitness_Lap;
+void Lap_Body(Carry<FL>& c) {
+    c.Same(&FL::Start_Time, 4), c.Same(&FL::Total_Time, 8), c.Same(&FL::Total_Dist, 12), c.Same(&FL::Max_Speed, 16);
+    c.Marked(&FL::Begin_Lat, 20), c.Marked(&FL::Begin_Lon, 24), c.Marked(&FL::End_Lat, 28);
+    c.Marked(&FL::End_Lon, 32), c.Same(&FL::Calories, 36), c.Same(&FL::Avg_Heart_Rate, 38);
+    c.Same(&FL::Max_Heart_Rate, 39), c.Same(&FL::Intensity, 40);
+}
+void D1011(Carry<FL>& c) {
+    c.Narrow<std::uint16_t>(&FL::Index, 0), c.Same(&FL::Unused, 2), Lap_Body(c);
+    c.Same(&FL::Avg_Cadence, 41), c.Same(&FL::Trigger_Method, 42);
+}
+const Models<FL> kFitness_Laps{
+    {"D1001", [](Carry<FL>& c) { c.Same(&FL::Index, 0), Lap_Body(c); }},  // no cadence: none
+    {"D1011", D1011},
+    {"D1015", [](Carry<FL>& c) { D1011(c), c.Block(&FL::Extra, 43, 5); }},
+};
+
+using FP = cFitness_Point;
+void Point_Head(Carry<FP>& c) {
+    c.Marked(&FP::Lat, 0), c.Marked(&FP::Lon, 4), c.Same(&FP::Time, 8), c.Same(&FP::Alt, 12);
+}
+const Models<FP> kFitness_Points{
+    {"D303", [](Carry<FP>& c) { Point_Head(c), c.Same(&FP::Heart_Rate, 16); }},  // no distance, no cadence: none
+    {"D304", [](Carry<FP>& c) {
+         Point_Head(c), c.Same(&FP::Distance, 16), c.Same(&FP::Heart_Rate, 20), c.Same(&FP::Cadence, 21);
+         c.Same(&FP::Sensor, 22);
+     }},
+};
+
+const Models<cCourse> kCourses{{"D1006", [](Carry<cCourse>& c) {
+    c.Same(&cCourse::Index, 0), c.Same(&cCourse::Unused, 2), c.Name(&cCourse::Course_Name, 4, 16);
+    c.Same(&cCourse::Track_Index, 20);
+}}};
+const Models<cCourse_Lap> kCourse_Laps{{"D1007", [](Carry<cCourse_Lap>& c) {
+    using L = cCourse_Lap;
+    c.Same(&L::Course_Index, 0), c.Same(&L::Lap_Index, 2), c.Same(&L::Total_Time, 4), c.Same(&L::Total_Dist, 8);
+    c.Marked(&L::Begin_Lat, 12), c.Marked(&L::Begin_Lon, 16), c.Marked(&L::End_Lat, 20), c.Marked(&L::End_Lon, 24);
+    c.Same(&L::Avg_Heart_Rate, 28), c.Same(&L::Max_Heart_Rate, 29), c.Same(&L::Intensity, 30);
+    c.Same(&L::Avg_Cadence, 31);
+}}};
+const Models<cCourse_Point> kCourse_Points{{"D1012", [](Carry<cCourse_Point>& c) {
+    using P = cCourse_Point;
+    c.Name(&P::Name, 0, 11), c.Same(&P::Unused1, 11), c.Same(&P::Course_Index, 12), c.Same(&P::Unused2, 14);
+    c.Same(&P::Track_Point_Time, 16), c.Same(&P::Point_Type, 20);
+}}};
+const Models<cCourse_Limits> kCourse_Limits{{"D1013", [](Carry<cCourse_Limits>& c) {
+    using L = cCourse_Limits;
+    c.Same(&L::Max_Courses, 0), c.Same(&L::Max_Course_Laps, 4), c.Same(&L::Max_Course_Pnt, 8);
+    c.Same(&L::Max_Course_Trk_Pnt, 12);
+}}};
+
 }  // namespace
 
 TEST(RecordCodecs, EveryRecordComesBackWithEachFieldAtItsOffsetAndAnyPrefixDecodesSafely) {
     Rng rng;
     Check_Formats(kWaypoints, rng), Check_Formats(kRoutes, rng), Check_Formats(kTracks, rng);
     Check_Formats(kAlmanacs, rng), Check_Formats(kLaps, rng), Check_Formats(kFlights, rng);
+    Check_Formats(kRuns, rng), Check_Formats(kFitness_Laps, rng), Check_Formats(kFitness_Points, rng);
+    Check_Formats(kCourses, rng), Check_Formats(kCourse_Laps, rng), Check_Formats(kCourse_Points, rng);
+    Check_Formats(kCourse_Limits, rng);
 }
 
 // Unknown formats, and bytes only a receiver sends.

@@ -126,6 +126,31 @@ public:
                 Any<std::uint16_t>(), Any<std::int16_t>(), Awkward_Word()};
     }
 
+    // Awkward values in every fitness field but the times and indices that tie runs, laps and tracks together.
+    void Stir(Data_Set& d) {
+        const auto place = [&](std::int32_t& lat, std::int32_t& lon) {
+            lat = One_In(6) ? 0x7FFFFFFF : Position(true), lon = One_In(6) ? 0x7FFFFFFF : Position(false);
+        };
+        const auto name = [&](std::size_t width) { return Text(Below(2) ? width : width / 2).substr(0, width); };
+        for (sim::Run& r : d.runs)
+            r = {r.track_index, r.first_lap, r.last_lap, Any<std::uint8_t>(), Any<std::uint8_t>(), Any<std::uint8_t>(),
+                 Awkward_Word(), Value(), name(16), Any<std::uint8_t>()};
+        for (sim::Fitness_Lap& l : d.fitness_laps) {
+            l.total_time = Awkward_Word(), l.total_dist = Value(), l.max_speed = Value(), place(l.begin_lat, l.begin_lon);
+            place(l.end_lat, l.end_lon), l.calories = Any<std::uint16_t>(), l.avg_heart_rate = Any<std::uint8_t>();
+            l.max_heart_rate = Any<std::uint8_t>(), l.avg_cadence = Any<std::uint8_t>(), l.extra[Below(5)] = 16;
+        }
+        for (auto* tracks : {&d.fitness_tracks, &d.course_tracks})
+            for (sim::Fitness_Track& t : *tracks)
+                for (sim::Fitness_Point& p : t.points)
+                    place(p.lat, p.lon), p.alt = Value(), p.distance = Value(), p.heart_rate = Any<std::uint8_t>(),
+                        p.cadence = Any<std::uint8_t>(), p.sensor = Any<std::uint8_t>();
+        for (sim::Course& c : d.courses) c.name = name(16);
+        for (sim::Course_Point& p : d.course_points) p.name = name(11), p.type = Any<std::uint8_t>();
+        for (sim::Course_Lap& l : d.course_laps)
+            l.total_dist = Value(), place(l.begin_lat, l.begin_lon), l.avg_cadence = Any<std::uint8_t>();
+    }
+
     Data_Set Data() {
         Data_Set d;
         d.situation = sim::Builtin_Data().situation;
@@ -205,11 +230,44 @@ sim::Flight To_Sim(const cFlightbook_Record& f) {
             f.Aircraft_ID};
 }
 
+std::int32_t Semi_Or_Mark(double degrees) { return std::isnan(degrees) ? 0x7FFFFFFF : sim::Deg_To_Semi(degrees); }
+
+sim::Fitness_Point To_Sim(const cFitness_Point& p) {
+    return {Semi_Or_Mark(p.Lat), Semi_Or_Mark(p.Lon), p.Time, p.Alt, p.Distance, p.Heart_Rate, p.Cadence, p.Sensor};
+}
+sim::Fitness_Lap To_Sim(const cFitness_Lap& l) {
+    sim::Fitness_Lap s{l.Index, l.Start_Time, l.Total_Time, l.Total_Dist, l.Max_Speed, Semi_Or_Mark(l.Begin_Lat),
+                       Semi_Or_Mark(l.Begin_Lon), Semi_Or_Mark(l.End_Lat), Semi_Or_Mark(l.End_Lon), l.Calories,
+                       l.Avg_Heart_Rate, l.Max_Heart_Rate, l.Intensity, l.Avg_Cadence, l.Trigger_Method, {}};
+    std::copy_n(l.Extra.begin(), std::min<std::size_t>(l.Extra.size(), 5), s.extra.begin());
+    return s;
+}
+sim::Run To_Sim(const cRun& r) {  // the workout's name and sport lie at the end of its block
+    const std::string name(r.Workout.begin() + std::min<std::size_t>(644, r.Workout.size()),
+                           r.Workout.begin() + std::min<std::size_t>(660, r.Workout.size()));
+    return {r.Track_Index, r.First_Lap_Index, r.Last_Lap_Index, r.Sport_Type, r.Program_Type, r.Multisport,
+            r.Partner_Time, r.Partner_Distance, name.substr(0, name.find('\0')),
+            r.Workout.size() > 660 ? r.Workout[660] : std::uint8_t{0}};
+}
+sim::Course To_Sim(const cCourse& c) { return {c.Index, c.Course_Name, c.Track_Index}; }
+sim::Course_Lap To_Sim(const cCourse_Lap& l) {
+    return {l.Course_Index, l.Lap_Index, l.Total_Time, l.Total_Dist, Semi_Or_Mark(l.Begin_Lat), Semi_Or_Mark(l.Begin_Lon),
+            Semi_Or_Mark(l.End_Lat), Semi_Or_Mark(l.End_Lon), l.Avg_Heart_Rate, l.Max_Heart_Rate, l.Intensity,
+            l.Avg_Cadence};
+}
+sim::Course_Point To_Sim(const cCourse_Point& p) { return {p.Name, p.Course_Index, p.Track_Point_Time, p.Point_Type}; }
+
 template <typename T>
 auto To_Sim(const Collection<T>& list) {
     std::vector<decltype(To_Sim(std::declval<const T&>()))> out;
     for (const auto& item : list) out.push_back(To_Sim(*item));
     return out;
+}
+
+std::size_t Points_Count(const std::vector<sim::Fitness_Track>& tracks) {
+    std::size_t n = 0;
+    for (const auto& t : tracks) n += t.points.size();
+    return n;
 }
 
 bool Has_Track_Headers(const sim::Profile& p) { return p.track_protocol != 300 && p.track_header_type != 0; }
@@ -812,6 +870,93 @@ TEST(Identity, NameAndUnitIdComeFromTheUnitOrStayEmptyWithoutAnError) {
             EXPECT_EQ(rig.ctl.Product_Data()->GPS_Name, "TREKSIM 60");
             EXPECT_EQ(rig.ctl.Product_Data()->Unit_ID, answers || over_usb ? "4275878552" : "");
         }
+    }
+}
+
+// ---------------------------------------------------------------- fitness units
+
+// The unit's fitness records as the layouts of its profile carry them.
+Data_Set Fitness_Visible(const sim::Profile& p, Data_Set d) {
+    for (sim::Fitness_Lap& l : d.fitness_laps) {
+        if (p.lap_type != 1015) l.extra = {};
+        if (p.lap_type == 1001) l.avg_cadence = 0xFF, l.trigger_method = 0;
+    }
+    for (auto* tracks : {&d.fitness_tracks, &d.course_tracks})
+        for (sim::Fitness_Track& t : *tracks)
+            for (sim::Fitness_Point& pt : t.points)
+                if (p.track_point_type == 303) pt.distance = sim::kNoValue, pt.cadence = 0xFF, pt.sensor = kNo_Sensor;
+    if (p.run_type == 1000)
+        for (sim::Run& r : d.runs) r.multisport = 0;
+    return d;
+}
+
+// Every layout of runs, laps and points: whole runs and courses come down over USB as the unit holds them (a
+// run's laps those of its index range, its points those of its track), and the courses sent to an empty unit
+// read back equal. Courses too big for the unit's limits are refused before anything is sent.
+TEST(Fitness, RunsAndCoursesComeDownWholeAndCoursesReadBackAfterUpload) {
+    for (const auto& [run, lap, point] : {std::tuple{1009, 1015, 304}, {1000, 1001, 303}, {1010, 1011, 304}})
+        for (const std::uint32_t seed : Seeds(static_cast<std::uint32_t>(run + lap + point) * 10, 3)) {
+        sim::Profile p = sim::Profile::Named("fitness");
+        p.run_type = static_cast<std::uint16_t>(run), p.lap_type = static_cast<std::uint16_t>(lap);
+        p.track_point_type = static_cast<std::uint16_t>(point);
+        SCOPED_TRACE("D" + std::to_string(run) + " D" + std::to_string(lap) + " D" + std::to_string(point) +
+                     " TREKCOM_SEED=" + std::to_string(seed));
+        Data_Set data, loaded;
+        sim::Add_Fitness_Data(data);
+        Generator(seed).Stir(data);
+        std::string error;  // the data file keeps every fitness field
+        ASSERT_TRUE(sim::From_Json(sim::To_Json(data), loaded, error) && loaded == data) << error;
+        const Data_Set want = Fitness_Visible(p, data);
+        Rig r(p, data, true);
+        r.ctl.Request_Runs();
+        const std::size_t after_runs = r.rec.received.size();
+        r.ctl.Request_Courses();
+        ASSERT_EQ(r.rec.runs + r.rec.courses, 2) << Errors(r.rec);
+        EXPECT_TRUE(r.rec.errors.empty()) << Errors(r.rec);
+        Expect_Same(To_Sim(*r.ctl.Runs()), want.runs, "run");
+        EXPECT_TRUE(std::equal(r.rec.each_run.begin(), r.rec.each_run.end(), r.ctl.Runs()->begin(), r.ctl.Runs()->end()))
+            << "each run handed over once, in order";
+        EXPECT_LT(r.rec.run_after.at(0), after_runs - 1) << "the first run before its download is over";
+        for (const auto& got : *r.ctl.Runs()) {
+            const auto first = want.fitness_laps.begin() + got->First_Lap_Index;
+            Expect_Same(To_Sim(*got->Laps), {first, first + (got->Last_Lap_Index - got->First_Lap_Index + 1)}, "lap");
+            std::vector<sim::Fitness_Point> points;
+            for (const auto& t : want.fitness_tracks)
+                if (t.index == got->Track_Index) points = t.points;
+            Expect_Same(To_Sim(*got->Points), points, "point");
+        }
+        Expect_Same(To_Sim(*r.ctl.Courses()), want.courses, "course");
+        std::vector<sim::Course_Lap> laps;
+        std::vector<sim::Course_Point> marks;
+        std::vector<sim::Fitness_Track> tracks;
+        for (const auto& c : *r.ctl.Courses()) {
+            for (const auto& l : *c->Laps) laps.push_back(To_Sim(*l));
+            for (const auto& m : *c->Course_Points) marks.push_back(To_Sim(*m));
+            tracks.push_back({c->Track_Index, To_Sim(*c->Points)});
+        }
+        Expect_Same(laps, want.course_laps, "course lap");
+        Expect_Same(marks, want.course_points, "course point");
+        Expect_Same(tracks, want.course_tracks, "course track");
+
+        Data_Set empty;
+        empty.course_limits = data.course_limits;
+        Rig up(p, empty, true);
+        up.ctl.Send_Courses(*r.ctl.Courses());
+        EXPECT_TRUE(up.rec.errors.empty()) << Errors(up.rec);
+        Data_Set back = up.unit->Uploaded();
+        for (sim::Fitness_Track& t : back.course_tracks)  // the unit keeps no mark for a sensor it cannot tell
+            for (sim::Fitness_Point& pt : t.points) pt.sensor = point == 303 ? kNo_Sensor : pt.sensor;
+        Expect_Same(back.courses, want.courses, "uploaded course");
+        Expect_Same(back.course_laps, want.course_laps, "uploaded course lap");
+        Expect_Same(back.course_points, want.course_points, "uploaded course point");
+        Expect_Same(back.course_tracks, want.course_tracks, "uploaded course track");
+
+        up.unit->Data().course_limits.track_points = static_cast<std::uint32_t>(Points_Count(want.course_tracks) - 1);
+        up.ctl.Send_Courses(*r.ctl.Courses());
+        ASSERT_EQ(up.rec.errors.size(), 1u);
+        EXPECT_EQ(up.rec.errors[0].code, 8) << up.rec.errors[0].message;
+        EXPECT_EQ(up.unit->Uploaded().courses.size(), want.courses.size()) << "nothing more sent";
+        if (HasFailure()) return;  // one seed to replay is enough
     }
 }
 

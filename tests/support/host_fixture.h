@@ -29,7 +29,9 @@ struct Recorder : TrekcomCtlEvents {
     std::vector<std::string> debug;
     std::vector<std::pair<std::string, bool>> nmea;
     std::vector<Counts> counts;
-    int waypoints = 0, routes = 0, tracks = 0, flightbook = 0, laps = 0;
+    int waypoints = 0, routes = 0, tracks = 0, flightbook = 0, laps = 0, runs = 0, courses = 0;
+    std::vector<std::shared_ptr<cRun>> each_run;
+    std::vector<std::size_t> run_after;  // packets received before each run was handed over
     bool twins_match = true;  // vcError repeats what cError was given (off when a handler rewrites it)
 
     void Receive(Bytes& p) override {
@@ -83,6 +85,12 @@ struct Recorder : TrekcomCtlEvents {
     void ReceivedTracks(std::shared_ptr<Collection<cTrack>>&) override { ++tracks; }
     void ReceivedFlightbook(std::shared_ptr<Collection<cFlightbook_Record>>&) override { ++flightbook; }
     void ReceivedLaps(std::shared_ptr<Collection<cLap>>&) override { ++laps; }
+    void ReceivedRun(std::shared_ptr<cRun>& run) override {
+        each_run.push_back(run);
+        run_after.push_back(received.size());
+    }
+    void ReceivedRuns(std::shared_ptr<Collection<cRun>>&) override { ++runs; }
+    void ReceivedCourses(std::shared_ptr<Collection<cCourse>>&) override { ++courses; }
 };
 
 // The errors raised, as one line for a failure message.

@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -72,6 +73,78 @@ protected:
     // As the default unit sends it (its layouts set the first point's segment flag, for one).
     const sim::Data_Set visible = sim::Unit(sim::Profile::Named("current")).Visible_Data();
 };
+
+// gpsbabel's unicsv output as rows of named columns.
+std::vector<std::map<std::string, std::string>> Csv_Rows(const std::string& text) {
+    std::vector<std::vector<std::string>> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        if (line.ends_with('\r')) line.pop_back();
+        lines.emplace_back();
+        std::istringstream cells(line);
+        for (std::string cell; std::getline(cells, cell, ',');) lines.back().push_back(cell);
+    }
+    std::vector<std::map<std::string, std::string>> rows;
+    for (std::size_t i = 1; i < lines.size(); ++i)
+        for (std::size_t k = 0; rows.resize(i), k < lines[0].size() && k < lines[i].size(); ++k)
+            rows[i - 1][lines[0][k]] = lines[i][k];
+    return rows;
+}
+std::string Csv_Time(std::uint32_t garmin) {  // unicsv's date and time columns, "2024/06/02 07:30:00"
+    const std::string iso = Iso_Time(garmin);
+    return iso.substr(0, 4) + "/" + iso.substr(5, 2) + "/" + iso.substr(8, 2) + " " + iso.substr(11, 8);
+}
+
+// A download from the fitness unit read back by an independent reader: the TCX (well formed, as xmllint finds it)
+// and the GPX give gpsbabel every point that has a position, with its time, place and heart rate, and one lap mark
+// at the start of each lap that has points, numbered as the laps are.
+TEST_F(Tool, RunsReadBackByGpsbabelWithTheirLapsPointsTimesPlacesAndHeartRates) {
+    if (std::system("gpsbabel -V > /dev/null 2>&1 && xmllint --version > /dev/null 2>&1") != 0)
+        GTEST_SKIP() << "gpsbabel or xmllint is not installed";
+    sim::Data_Set data;
+    sim::Add_Fitness_Data(data);
+    std::vector<const sim::Fitness_Point*> placed;
+    std::vector<std::pair<std::size_t, std::uint32_t>> marks;  // lap number, time of its first point
+    for (const sim::Run& run : data.runs)
+        for (std::uint32_t k = run.first_lap; k <= run.last_lap; ++k) {
+            const std::uint32_t from = data.fitness_laps[k].start_time;
+            const std::uint32_t to = k < run.last_lap ? data.fitness_laps[k + 1].start_time : UINT32_MAX;
+            for (const auto& t : data.fitness_tracks)
+                for (const auto& p : t.points) {
+                    if (t.index != run.track_index || p.time < from || p.time >= to || p.lat == 0x7FFFFFFF) continue;
+                    if (marks.empty() || marks.back().first != k + 1) marks.emplace_back(k + 1, p.time);
+                    placed.push_back(&p);
+                }
+        }
+    for (const char* file : {"runs.tcx", "runs.gpx"}) {
+        SCOPED_TRACE(file);
+        const std::string path = (scratch / file).string();
+        ASSERT_EQ(Sim({"--sim-profile", "fitness", "get", "runs", "-o", path}).code, 0);
+        EXPECT_EQ(std::system(("xmllint --noout " + path).c_str()), 0);
+        for (const char* none : {">0<", ">255<", "e+25"}) EXPECT_EQ(Read_File(path).find(none), std::string::npos) << none;
+        const std::string format = std::string(file).ends_with("tcx") ? "gtrnctr" : "gpx";
+        ASSERT_EQ(std::system(("gpsbabel -t -i " + format + " -f " + path + " -o unicsv -F " + path + ".csv").c_str()), 0);
+        const auto points = Csv_Rows(Read_File(path + ".csv"));
+        ASSERT_EQ(points.size(), placed.size());
+        for (std::size_t i = 0; i < points.size(); ++i) {
+            const sim::Fitness_Point& want = *placed[i];
+            EXPECT_EQ(points[i].at("Date") + " " + points[i].at("Time"), Csv_Time(want.time)) << i;
+            EXPECT_NEAR(std::stod(points[i].at("Latitude")), sim::Semi_To_Deg(want.lat), 1e-6) << i;
+            EXPECT_NEAR(std::stod(points[i].at("Longitude")), sim::Semi_To_Deg(want.lon), 1e-6) << i;
+            EXPECT_EQ(points[i].at("Heartrate"), want.heart_rate ? std::to_string(want.heart_rate) : "") << i;
+        }
+        if (format == "gpx") continue;
+        ASSERT_EQ(std::system(("gpsbabel -w -i gtrnctr -f " + path + " -o unicsv -F " + path + ".laps").c_str()), 0);
+        const auto laps = Csv_Rows(Read_File(path + ".laps"));
+        ASSERT_EQ(laps.size(), marks.size());
+        for (std::size_t i = 0; i < laps.size(); ++i) {
+            char name[16];
+            std::snprintf(name, sizeof name, "\"LAP%03zu\"", marks[i].first);
+            EXPECT_EQ(laps[i].at("Name"), name);
+            EXPECT_EQ(laps[i].at("Date") + " " + laps[i].at("Time"), Csv_Time(marks[i].second));
+        }
+    }
+}
 
 TEST_F(Tool, InfoShowsTheUnitAndItsProtocols) {
     Sim_Process unit(scratch.path);

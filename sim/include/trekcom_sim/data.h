@@ -126,6 +126,82 @@ struct Flight {
     bool operator==(const Flight&) const = default;
 };
 
+// ---- fitness units: runs with laps and tracks, courses
+
+// A track point with heart rate (D303), distance, cadence and sensor (D304).
+struct Fitness_Point {
+    std::int32_t lat = 0;  // semicircles; 0x7FFFFFFF: no position
+    std::int32_t lon = 0;
+    std::uint32_t time = 0;
+    float alt = kNoValue;
+    float distance = kNoValue;
+    std::uint8_t heart_rate = 0;  // 0: none
+    std::uint8_t cadence = 0xFF;  // 0xFF: none
+    std::uint8_t sensor = 0;
+    bool operator==(const Fitness_Point&) const = default;
+};
+
+struct Fitness_Track {
+    std::uint16_t index = 0;  // D311
+    std::vector<Fitness_Point> points;
+    bool operator==(const Fitness_Track&) const = default;
+};
+
+// A lap (D1001, D1011, D1015).
+struct Fitness_Lap {
+    std::uint32_t index = 0;
+    std::uint32_t start_time = 0;
+    std::uint32_t total_time = 0;  // hundredths of a second
+    float total_dist = 0, max_speed = 0;
+    std::int32_t begin_lat = 0, begin_lon = 0, end_lat = 0, end_lon = 0;
+    std::uint16_t calories = 0;
+    std::uint8_t avg_heart_rate = 0, max_heart_rate = 0, intensity = 0;
+    std::uint8_t avg_cadence = 0xFF, trigger_method = 0;
+    std::array<std::uint8_t, 5> extra{};  // D1015's bytes of unknown meaning
+    bool operator==(const Fitness_Lap&) const = default;
+};
+
+// A run (D1000, D1009, D1010); its workout block carries a name and a sport.
+struct Run {
+    std::uint32_t track_index = 0xFFFFFFFFu;  // all ones: no track
+    std::uint32_t first_lap = 0, last_lap = 0;
+    std::uint8_t sport = 0, program = 0, multisport = 0;
+    std::uint32_t partner_time = 0;
+    float partner_distance = 0;
+    std::string workout_name;
+    std::uint8_t workout_sport = 0;
+    bool operator==(const Run&) const = default;
+};
+
+struct Course {
+    std::uint16_t index = 0;
+    std::string name;  // up to 16 characters
+    std::uint16_t track_index = 0;
+    bool operator==(const Course&) const = default;
+};
+
+struct Course_Lap {
+    std::uint16_t course_index = 0, lap_index = 0;
+    std::uint32_t total_time = 0;
+    float total_dist = 0;
+    std::int32_t begin_lat = 0, begin_lon = 0, end_lat = 0, end_lon = 0;
+    std::uint8_t avg_heart_rate = 0, max_heart_rate = 0, intensity = 0, avg_cadence = 0xFF;
+    bool operator==(const Course_Lap&) const = default;
+};
+
+struct Course_Point {
+    std::string name;  // up to 10 characters
+    std::uint16_t course_index = 0;
+    std::uint32_t time = 0;  // of the track point it marks
+    std::uint8_t type = 0;
+    bool operator==(const Course_Point&) const = default;
+};
+
+struct Course_Limits {
+    std::uint32_t courses = 50, laps = 100, points = 100, track_points = 1000;
+    bool operator==(const Course_Limits&) const = default;
+};
+
 // The unit's own state that is not a record list.
 struct Situation {
     double lat_deg = 0;  // where the unit stands
@@ -146,6 +222,14 @@ struct Data_Set {
     std::vector<Almanac> almanac;
     std::vector<Lap> laps;
     std::vector<Flight> flights;
+    std::vector<Run> runs;
+    std::vector<Fitness_Lap> fitness_laps;
+    std::vector<Fitness_Track> fitness_tracks;
+    std::vector<Course> courses;
+    std::vector<Course_Lap> course_laps;
+    std::vector<Course_Point> course_points;
+    std::vector<Fitness_Track> course_tracks;
+    Course_Limits course_limits;
     Situation situation;
     bool operator==(const Data_Set&) const = default;
 };
@@ -154,6 +238,11 @@ struct Data_Set {
 // tracks with a segment break, an almanac, laps and flights. Text fits the
 // narrowest layouts (six-character upper-case idents), so every profile serves it whole.
 Data_Set Builtin_Data();
+
+// Adds a fitness unit's records: runs of both sports (one of several laps,
+// one without a track), heart rate and cadence present and absent, invalid
+// positions inside a track, and two courses.
+void Add_Fitness_Data(Data_Set& data);
 
 // Appends a track of n points (a walk with altitude and one-second spacing,
 // segment breaks every 500 points), for large logs. Deterministic.

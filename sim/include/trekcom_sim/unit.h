@@ -76,6 +76,11 @@ struct Profile {
     bool position = true;    // A700 / D700
     bool pvt = false;        // A800 / D800
     bool laps = false;       // A906 / D906
+    std::uint16_t lap_type = 906;  // D1001, D1011 or D1015 on a fitness unit
+    // A fitness unit: runs (A1000 with run_type) and courses (A1006..A1009,
+    // A1012), with laps of lap_type and A302 tracks of track_point_type.
+    bool fitness = false;
+    std::uint16_t run_type = 1009;
     bool flightbook = false; // A650 / D650
     bool unit_id = true;     // answers command 14
     bool voltages = false;   // answers command 17
@@ -87,7 +92,9 @@ struct Profile {
     std::vector<std::pair<char, std::uint16_t>> Capabilities() const;
 
     // "current", "d110", "aviator", "legacy25", "legacy29-399", "legacy29-400",
-    // "l002", "l002-d551", "grey-legend". Throws std::invalid_argument for another name.
+    // "l002", "l002-d551", "grey-legend"; Named also knows "fitness", a running
+    // unit that Names leaves out: its ids do not fit a serial frame, it speaks
+    // USB only. Throws std::invalid_argument for another name.
     static Profile Named(const std::string& name);
     static std::vector<std::string> Names();
 };

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -39,6 +40,9 @@ public:
     virtual void Raise_ReceivedWaypoints(std::shared_ptr<Collection<cWaypoint>>& list) = 0;
     virtual void Raise_ReceivedRoutes(std::shared_ptr<Collection<cRoute>>& list) = 0;
     virtual void Raise_ReceivedTracks(std::shared_ptr<Collection<cTrack>>& list) = 0;
+    virtual void Raise_ReceivedRun(std::shared_ptr<cRun>& run) { (void)run; }
+    virtual void Raise_ReceivedRuns(std::shared_ptr<Collection<cRun>>& list) { (void)list; }
+    virtual void Raise_ReceivedCourses(std::shared_ptr<Collection<cCourse>>& list) { (void)list; }
 };
 
 // The transfer protocol and record formats of a receiver. Four characters
@@ -75,6 +79,10 @@ struct Protocols {
 // each upload encodes and each decoder fills or replaces.
 struct State {
     Protocols P;
+    // Every transfer protocol of the capability array ("A1000") with the
+    // record formats that follow it, in order: the fitness transfers read
+    // theirs here.
+    std::map<std::string, std::vector<std::string>> Data_Types;
     // Any A900..A905 entry of the capability array; nothing reads it.
     std::string A900_Protocol;
     bool Protocol_Array_Received = false;
@@ -163,6 +171,20 @@ public:
     // that arrived is not the number announced; nothing when none is open.
     void Close_Tally();
 
+    // ---- fitness units (fitness_transfers.cpp). A runs download also
+    // fetches the laps and the tracks, and delivers whole runs; a course
+    // download its laps, course points and tracks. Both end with their
+    // Received* event; each run is raised on its own as soon as it is whole.
+    std::shared_ptr<Collection<cRun>>& Runs();
+    std::shared_ptr<Collection<cCourse>>& Courses();
+    void Request_Runs();
+    void Request_Courses();
+    // Uploads courses with their laps, course points and tracks, once they
+    // are found to fit the unit's course limits; too big, nothing is sent
+    // and an error tells which limit.
+    void Send_Courses(const Collection<cCourse>& courses);
+    static constexpr std::int16_t kCourse_Too_Big = 8;
+
     // ---- prebuilt packets
     struct Prebuilt {
         link::Packet Records;     // two data bytes: the count of an upload
@@ -249,6 +271,18 @@ private:
     void On_Lap(const Bytes& packet);
     void On_Sats(const Bytes& packet);
     void On_Expanded_Packet(const Bytes& packet);  // expanded form, ids 124 and 125
+    // The fitness transfer in progress takes the packets of its kinds.
+    struct Fitness_Transfer;
+    std::shared_ptr<Fitness_Transfer> fitness_;
+    bool On_Fitness_Packet(const Bytes& packet);
+    void On_Fitness_Track(std::uint16_t index);
+    void Release_Runs(bool all);
+    bool Fetch(std::uint16_t command, std::uint8_t response);
+    bool Has_Protocol(const char* tag);
+    std::string Format_Of(const char* tag, std::size_t k, const std::string& otherwise) const;
+    bool Upload(std::uint16_t command, const std::vector<link::Packet>& records);
+    std::shared_ptr<Collection<cRun>> runs_;
+    std::shared_ptr<Collection<cCourse>> courses_;
     // A decoded record goes to the host's sink when there is one, else into its collection.
     template <typename T>
     void Keep(const std::shared_ptr<T>& record, Collection<T>& list, void (Record_Sink::*sink)(const T&)) {
