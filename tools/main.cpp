@@ -80,11 +80,16 @@ int main(int argc, char** argv) {
                     "of a fitness unit (TCX, or GPX or JSON by the file's name or --json)")
         ->required();
     get->add_option("-o,--output", command.output, "Output file; - for standard output")->capture_default_str();
+    bool no_fast = false;
+    constexpr const char* kNo_Fast = "Stay at the line rate of --settings (on serial, a big transfer otherwise "
+                                     "runs at the fastest rate the receiver accepts)";
+    get->add_flag("--no-fast", no_fast, kNo_Fast);
 
     auto* put = app.add_subcommand("put", "Upload the waypoints, routes and tracks of a GPX file");
     put->add_option("file", command.input, "GPX file")->required();
     put->add_flag("--verify", command.verify, "Download again and check that every record reads back");
     put->add_flag("--courses", command.courses, "Send the file's tracks as courses (a .tcx file always is)");
+    put->add_flag("--no-fast", no_fast, kNo_Fast);
 
     auto* pvt = app.add_subcommand("pvt", "Print live position, velocity and time until Ctrl-C");
     pvt->add_option("-n,--count", command.count, "Stop after N updates");
@@ -138,6 +143,7 @@ int main(int argc, char** argv) {
         return code == 0 ? kOk : kUsage;
     }
     options.progress = !no_progress;
+    options.fast = (get->parsed() || put->parsed()) && !no_fast;
 
     options.platform = trekcom::Default_Platform();
     g_platform = options.platform.get();

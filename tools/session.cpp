@@ -96,6 +96,7 @@ void Session::Open() {
     // Receivers with D301 or D302 track points refuse points that carry the
     // D300 size: the tool always sends the true one.
     ctl_.Track_Point_True_Size(true);
+    ctl_.Auto_Baud_Rate(options_.fast);
     const std::size_t before = errors_.size();
     if (!ctl_.PortOpen()) {
         if (ctl_.Platform()->Interrupted()) throw Failure(kInterrupted, "interrupted: opening " + Port_Text());

@@ -46,6 +46,7 @@ struct Session_Options {
     std::string language;
     std::string trace_file;
     bool progress = true;    // may draw a bar when standard error is a terminal
+    bool fast = false;       // big serial transfers at the fastest rate the receiver accepts
     Sim_Options sim;
     // The loop the control runs on; null: the real one. Interrupting it
     // (Platform::Interrupt) ends whatever the session is waiting for.

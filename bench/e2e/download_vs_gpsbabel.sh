@@ -12,9 +12,16 @@
 # acknowledge (ack_host) shows what the pty itself allows: the kernel's
 # delivery of each frame and each ACK costs time no host can win back.
 #
+# Automatic line rate: a paced unit that starts at 9600 baud, a 20,000-point
+# track; trekcom with its defaults raises the line. gpsbabel with its
+# defaults stays at 9600, where the whole track takes over ten minutes: it is
+# timed on SLOW_POINTS points and its time scaled by the points (the line's
+# time grows with them), beside the line's own limit at 9600, which no host
+# can beat.
+#
 # Prints KEY=VALUE lines for bench/run.sh; the details go to standard error.
 # Settings: POINTS (100000), COMPARE_POINTS (60000), ROUNDS (3),
-# PACED_POINTS (10000), PACED_BAUD (115200).
+# PACED_POINTS (10000), PACED_BAUD (115200), FAST_POINTS (20000), SLOW_POINTS (500).
 set -euo pipefail
 
 build=${1:?usage: download_vs_gpsbabel.sh BUILD_DIR}
@@ -25,6 +32,8 @@ compare_points=${COMPARE_POINTS:-60000}
 rounds=${ROUNDS:-3}
 paced_points=${PACED_POINTS:-10000}
 paced_baud=${PACED_BAUD:-115200}
+fast_points=${FAST_POINTS:-20000}
+slow_points=${SLOW_POINTS:-500}
 builtin_points=65  # the simulator's built-in tracks come along with the generated one
 
 work=$(mktemp -d)
@@ -38,6 +47,9 @@ trap cleanup EXIT
 log() { echo "$*" >&2; }
 
 start_sim() {
+    # Emptied here, not by the redirection below: that one happens in the
+    # background job, after the wait for "ready" may have read the old file.
+    rm -f "$work/sim.out" "$work/sim.err" "$work/gps"
     "$sim" --link "$work/gps" --line-stats "$@" >"$work/sim.out" 2>"$work/sim.err" &
     sim_pid=$!
     for _ in $(seq 100); do
@@ -138,3 +150,20 @@ paced trekcom "$tool" --port "$work/gps" --settings "$paced_baud,N,8,1" --no-pro
 paced ack_host ack_get
 echo "paced_points=$paced_points"
 echo "paced_baud=$paced_baud"
+
+log "paced, the unit starting at 9600 baud:"
+run trekcom "$fast_points" --baud 9600 --pace -- trekcom_get
+echo "fast_points=$fast_points"
+echo "trekcom_fast_s=$WALL"
+echo "trekcom_fast_ok=$OK"
+if [ "$have_gpsbabel" = 1 ]; then
+    run gpsbabel "$slow_points" --baud 9600 --pace -- gpsbabel_get
+    echo "gpsbabel_slow_points=$slow_points"
+    echo "gpsbabel_slow_s=$WALL"
+    echo "gpsbabel_slow_ok=$OK"
+    echo "gpsbabel_fast_s=$(awk -v w="$WALL" -v n="$slow_points" -v f="$fast_points" -v b="$builtin_points" \
+        'BEGIN {printf "%.1f", w * (f + b) / (n + b)}')"
+    # The line's limit at 9600 for the whole track: every byte both ways.
+    echo "slow_line_s=$(awk -v l="$LINE_BYTES" -v n="$slow_points" -v f="$fast_points" -v b="$builtin_points" \
+        'BEGIN {printf "%.1f", l * 10 / 9600 * (f + b) / (n + b)}')"
+fi

@@ -90,6 +90,40 @@ BENCHMARK(BM_Receive)->ArgNames({"points", "chunk", "decode"})
     ->Args({100000, 1 << 20, 0})
     ->Unit(benchmark::kMillisecond);
 
+// What bounds decode 1: the same points handed to the dispatcher as whole
+// packets, without the line (store 1: into Tracks, as in a download), and
+// to the codec alone (store 0: each point decoded and dropped).
+void BM_Decode(benchmark::State& state) {
+    const std::size_t points = static_cast<std::size_t>(state.range(0));
+    const bool store = state.range(1) != 0;
+    std::vector<Bytes> frames;
+    const std::string wire = Stream(points, 34);
+    for (std::size_t at = 0; at < wire.size();) {
+        trekcom::link::Frame_Reader reader;
+        reader.Next(std::string_view(wire).substr(at));
+        at += reader.Length();
+        frames.push_back(std::move(reader.Packet()));
+    }
+    auto vp = std::make_shared<trekcom::VirtualPlatform>();
+    trekcom::TrekcomCtl ctl(vp);
+    auto& c = trekcom::detail::Control::Of(ctl);
+    Identify(c);
+    const trekcom::cTrack current;
+    for (auto _ : state) {
+        ctl.Tracks()->Clear();
+        for (const Bytes& frame : frames) {
+            if (store) {
+                c.engine.Dispatch_Packet(frame);
+            } else {
+                benchmark::DoNotOptimize(trekcom::records::Decode_Track_Point(trekcom::link::Data_Of(frame), "D301", current));
+            }
+        }
+    }
+    state.counters["records_per_s"] =
+        benchmark::Counter(static_cast<double>(frames.size()), benchmark::Counter::kIsIterationInvariantRate);
+}
+BENCHMARK(BM_Decode)->ArgNames({"points", "store"})->Args({100000, 1})->Args({100000, 0})->Unit(benchmark::kMillisecond);
+
 }  // namespace
 
 BENCHMARK_MAIN();

@@ -82,6 +82,14 @@ public:
     // rate the receiver answered at (9600 with an error event when none did).
     std::int32_t FindBaud(std::string& settings);
     bool Change_Baud_Rate(std::int32_t Baud);
+    // Off (the default), transfers run at the rate of Settings. On, a serial
+    // download or upload of enough records to be worth it first asks the
+    // unit to change to the fastest rate of the baud list, and the line goes
+    // back to its rate when the transfer ends, fails or times out, when the
+    // port is closed and when the control is destroyed, an interrupted wait
+    // included. A plain store, read by each transfer.
+    bool Auto_Baud_Rate() const;
+    void Auto_Baud_Rate(bool on);
     // Clears the link state and pings the receiver (error 0 when it does not answer).
     void Reset();
     // Sends a raw packet (DLE, id, size, data, then room for checksum, DLE,

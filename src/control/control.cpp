@@ -19,6 +19,7 @@ Control::Control(std::shared_ptr<Platform> p)
 Control::~Control() { Terminate(); }
 
 void Control::Terminate() {
+    engine.Restore_Line_Rate();
     // Waits still on the stack see the flag and give up.
     link.Detach();  // no USB events from a control being torn down
     link.Shared().Terminating = true;
@@ -64,6 +65,8 @@ void Control::Ask_Error(std::int16_t& code, const std::string& message, const By
     // The link (or the USB transport) has given up: a download still open
     // has ended with it.
     engine.Close_Tally();
+    engine.Forget_Identity();
+    engine.Restore_Line_Rate();
 }
 
 void Control::Raise_HexDebug(const std::string& text) {
@@ -128,8 +131,15 @@ void TrekcomCtl::DebugLog(bool on) { impl_->link.Shared().DebugLog = on; }
 std::int16_t TrekcomCtl::Time_Out() const { return impl_->link.Time_Out(); }
 void TrekcomCtl::Time_Out(std::int16_t ms) { impl_->link.Time_Out(ms); }
 
-bool TrekcomCtl::PortOpen() { return impl_->link.PortOpen(); }
-void TrekcomCtl::PortClose() { impl_->link.PortClose(); }
+bool TrekcomCtl::PortOpen() {
+    impl_->engine.Forget_Identity();
+    return impl_->link.PortOpen();
+}
+void TrekcomCtl::PortClose() {
+    impl_->engine.Forget_Identity();
+    impl_->engine.Restore_Line_Rate();
+    impl_->link.PortClose();
+}
 std::int32_t TrekcomCtl::FindBaud(std::string& settings) { return impl_->link.FindBaud(settings); }
 bool TrekcomCtl::Change_Baud_Rate(std::int32_t Baud) { return impl_->link.Change_Baud_Rate(Baud); }
 void TrekcomCtl::Reset() { impl_->link.Reset(); }

@@ -37,6 +37,8 @@ void TrekcomCtl::Send_Track_Header() { impl_->engine.Send_Track_Header(); }
 void TrekcomCtl::Send_Track() { impl_->engine.Send_Track(); }
 bool TrekcomCtl::Track_Point_True_Size() const { return impl_->engine.Shared().Track_Point_True_Size; }
 void TrekcomCtl::Track_Point_True_Size(bool on) { impl_->engine.Shared().Track_Point_True_Size = on; }
+bool TrekcomCtl::Auto_Baud_Rate() const { return impl_->engine.Shared().Auto_Baud_Rate; }
+void TrekcomCtl::Auto_Baud_Rate(bool on) { impl_->engine.Shared().Auto_Baud_Rate = on; }
 void TrekcomCtl::Send_Almanac_Data() { impl_->engine.Send_Almanac_Data(); }
 void TrekcomCtl::Send_Lap() { impl_->engine.Send_Lap(); }
 void TrekcomCtl::Send_Flightbook_Record() { impl_->engine.Send_Flightbook_Record(); }

@@ -174,4 +174,9 @@ void Link::WaitFor(std::int32_t WaitTime) {
     platform_.Run_Until([this] { return Abandoned(); }, Wait_Period_ms(WaitTime));
 }
 
+bool Link::Wait_Until(const std::function<bool()>& done, double ms) {
+    platform_.Run_Until([&] { return done() || Abandoned(); }, ms);
+    return done();
+}
+
 }  // namespace trekcom::link

@@ -9,9 +9,10 @@ namespace trekcom::link {
 
 std::uint8_t Calc_Checksum(const Bytes& packet) {
     if (packet.size() < kFrameOverhead) return 0;
-    unsigned sum = 0;
-    for (std::size_t i = 1; i + 3 < packet.size(); ++i) sum += packet[i];  // id, size, data
-    return static_cast<std::uint8_t>((0u - sum) & 0xFF);
+    // Summed in bytes, wrapping as the checksum does: the compiler adds many at once.
+    std::uint8_t sum = 0;
+    for (const std::uint8_t b : Data_View(packet).subspan(1, packet.size() - 4)) sum = static_cast<std::uint8_t>(sum + b);  // id, size, data
+    return static_cast<std::uint8_t>(0u - sum);
 }
 
 void Seal_Packet(Bytes& packet) {
@@ -27,31 +28,44 @@ Bytes Make_Packet(std::uint8_t id, const Bytes& data) {
     return Frame_Of(Packet{id, Bytes(data.begin(), data.begin() + std::min<std::size_t>(data.size(), 255)), std::nullopt});
 }
 
+namespace {
+// The stuffing for either kind of byte buffer: the wire is text for the port
+// and bytes for everyone else.
+template <typename Buffer>
+void Stuff(const Bytes& packet, Buffer& wire) {
+    using Byte = typename Buffer::value_type;
+    wire.clear();
+    if (packet.size() < kFrameOverhead) return;
+    wire.reserve(packet.size() * 2);
+    wire.push_back(static_cast<Byte>(DLE));
+    wire.push_back(static_cast<Byte>(packet[1]));
+    for (std::size_t i = 2; i + 2 < packet.size(); ++i) {
+        wire.push_back(static_cast<Byte>(packet[i]));
+        if (packet[i] == DLE) wire.push_back(static_cast<Byte>(DLE));
+    }
+    wire.push_back(static_cast<Byte>(DLE));
+    wire.push_back(static_cast<Byte>(ETX));
+}
+}  // namespace
+
 Bytes Stuff_Packet(const Bytes& packet) {
     Bytes wire;
-    if (packet.size() < kFrameOverhead) return wire;
-    wire.reserve(packet.size() * 2);
-    wire.push_back(DLE);
-    wire.push_back(packet[1]);
-    for (std::size_t i = 2; i + 2 < packet.size(); ++i) {
-        wire.push_back(packet[i]);
-        if (packet[i] == DLE) wire.push_back(DLE);
-    }
-    wire.push_back(DLE);
-    wire.push_back(ETX);
+    Stuff(packet, wire);
     return wire;
 }
+
+void Stuff_Into(const Bytes& packet, std::string& wire) { Stuff(packet, wire); }
 
 Frame_Reader::Status Frame_Reader::Next(std::string_view stream) {
     if (read_ == 0) {
         if (stream.size() < 2) return Status::incomplete;
         packet_.clear();
-        // The size byte (even doubled) gives the packet's size: one allocation.
-        const std::size_t size = stream.size() > 2 ? static_cast<std::uint8_t>(stream[2]) : 255;
-        packet_.reserve(size + kFrameOverhead);
+        // Room for any normal frame, so that recycled storage always fits.
+        packet_.reserve(255 + kFrameOverhead);
         packet_.push_back(DLE);
         packet_.push_back(static_cast<std::uint8_t>(stream[1]));  // the id is never doubled
         read_ = 2;
+        if (Take_Whole(stream)) return Status::frame;
     }
     const char* const data = stream.data();
     while (read_ < stream.size()) {
@@ -75,10 +89,7 @@ Frame_Reader::Status Frame_Reader::Next(std::string_view stream) {
         // Copy the run up to the next DLE in one go: most bytes are plain.
         const void* hit = std::memchr(data + read_, DLE, stream.size() - read_);
         const std::size_t run_end = hit ? static_cast<std::size_t>(static_cast<const char*>(hit) - data) : stream.size();
-        if (run_end == read_ + 1)
-            packet_.push_back(static_cast<std::uint8_t>(data[read_]));
-        else
-            packet_.insert(packet_.end(), data + read_, data + run_end);
+        Append_Run(data + read_, run_end - read_);
         read_ = run_end;
         if (hit) {
             dle_ = true;
@@ -86,6 +97,33 @@ Frame_Reader::Status Frame_Reader::Next(std::string_view stream) {
         }
     }
     return Status::incomplete;
+}
+
+// A plain copy: the frame's room is already there, and vector::insert's
+// general case costs more than the few bytes it moves.
+void Frame_Reader::Append_Run(const char* bytes, std::size_t n) {
+    const std::size_t at = packet_.size();
+    packet_.resize(at + n);
+    std::memcpy(packet_.data() + at, bytes, n);
+}
+
+// Most frames hold no doubled DLE and lie whole in the stream: then the
+// size byte says where the frame ends, and its bytes are the packet.
+bool Frame_Reader::Take_Whole(std::string_view stream) {
+    if (stream.size() < 3) return false;
+    const std::size_t end = static_cast<std::uint8_t>(stream[2]) + kFrameOverhead;
+    if (stream.size() < end || static_cast<std::uint8_t>(stream[end - 2]) != DLE ||
+        static_cast<std::uint8_t>(stream[end - 1]) != ETX || std::memchr(stream.data() + 2, DLE, end - 4))
+        return false;
+    Append_Run(stream.data() + 2, end - 2);
+    read_ = end;
+    return true;
+}
+
+void Frame_Reader::Recycle(Bytes&& storage) {
+    if (read_ != 0 || storage.capacity() <= packet_.capacity()) return;
+    storage.clear();
+    packet_ = std::move(storage);
 }
 
 void Frame_Reader::Reset() {

@@ -9,6 +9,11 @@
 
 namespace trekcom::link {
 
+namespace {
+// An ACK on the line at the slowest rate, 4800 baud, and a margin (30 is
+// the shortest wait counted in milliseconds).
+constexpr std::int32_t kAck_Drain_ms = 30;
+}  // namespace
 
 std::int32_t Link::Baud_Of(const std::string& settings) {
     std::size_t begin = settings.find_first_not_of(' ');
@@ -71,6 +76,9 @@ bool Link::Change_Baud_Rate(std::int32_t Baud) {
     std::uint8_t response = ids_.PID_Baud_Reply;
     if (!Send_Packet(baud_, response, 0)) return false;
 
+    // The ACK of the reply leaves at the old rate: closing the port at once
+    // may cut it off, and a unit that never hears it never changes.
+    WaitFor(kAck_Drain_ms);
     PortClose();
     shared_.Settings = std::to_string(Baud) + ",N,8,1";
     if (PortOpen()) {
@@ -81,6 +89,19 @@ bool Link::Change_Baud_Rate(std::int32_t Baud) {
     shared_.Settings = saved;
     PortOpen();
     return false;
+}
+
+void Link::Restore_Settings(const std::string& settings) {
+    const bool interrupted = platform_.Interrupted();
+    platform_.Clear_Interrupt();
+    if (Change_Baud_Rate(Baud_Of(settings))) {
+        shared_.Settings = settings;  // the same rate, in the host's own words
+    } else {
+        PortClose();
+        shared_.Settings = settings;
+        PortOpen();
+    }
+    if (interrupted) platform_.Interrupt();
 }
 
 }  // namespace trekcom::link

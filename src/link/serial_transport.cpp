@@ -16,7 +16,9 @@ constexpr std::string_view kCrLf("\r\n", 2);
 constexpr std::size_t kMaxLine = 83;
 constexpr int kMaxNaks = 6;
 constexpr std::int16_t kBufferSize = 8192;
-constexpr std::int32_t kSettleMs = 50;  // lets the line settle after opening
+// Lets the line settle after opening: a USB serial adapter may still be
+// starting, and a unit may send a byte of noise as its lines come up.
+constexpr double kSettle_ms = 10;
 // A frame with 255 data bytes, all of them doubled, is about 520 bytes on the
 // wire; a frame start with no end after this many bytes is not a frame.
 constexpr std::size_t kMaxFrame = 4096;
@@ -25,6 +27,9 @@ constexpr std::size_t kMaxFrame = 4096;
 // ---------------------------------------------------------------- Receive_Buffer
 
 void Receive_Buffer::Append(std::string_view bytes) {
+    // Compacted only when bytes come: the parser's calls with nothing new
+    // would otherwise move what is left of a large chunk again and again.
+    if (bytes.empty()) return;
     if (head_ > 0 && head_ >= data_.size() / 2) {
         data_.erase(0, head_);
         head_ = 0;
@@ -80,7 +85,7 @@ bool Serial_Transport::Open() {
         host_.Raise_Error(0, host_.xLate("Unable to open port ") + std::to_string(link_.Port()), {});
         return false;
     }
-    link_.WaitFor(kSettleMs);
+    link_.Wait_Until([] { return false; }, kSettle_ms);
     receive_.Clear();
     port_.InBufferCount(0);
     port_.RThreshold(1);
@@ -265,29 +270,27 @@ void Serial_Transport::Packet_Path() {
             continue;
         }
         // The frame leaves the buffer before it is processed: handlers that
-        // run from here may parse again.
-        const Bytes packet = std::move(reader.Packet());
+        // run from here may parse again. Its storage goes back to the reader
+        // afterwards, so a stream of frames reads into one heap block.
+        Bytes packet = std::move(reader.Packet());
         receive_.Consume(reader.Length());
         // A frame with no data (Size 0, or shorter) carries nothing to answer:
         // thrown away, and the search goes on behind it.
-        if (packet.size() <= kFrameOverhead) {
-            if (receive_.empty()) return;
-            continue;
-        }
-        if (Process_Packet(packet) && !Shared().RawSuppressed) host_.Raise_Receive(packet);
-        return;
+        const bool empty = packet.size() <= kFrameOverhead;
+        if (!empty && Process_Packet(packet) && !Shared().RawSuppressed) host_.Raise_Receive(packet);
+        receive_.Reader().Recycle(std::move(packet));
+        if (!empty || receive_.empty()) return;
     }
 }
 
 // ---------------------------------------------------------------- one packet
 
 bool Serial_Transport::Multi_Record(std::uint8_t id) const {
-    for (std::uint8_t multi :
-         {ids_.PID_Records, ids_.PID_Rte_Hdr, ids_.PID_Rte_Link, ids_.PID_Rte_Wpt_Data, ids_.PID_Trk_Hdr,
-          ids_.PID_Trk_Data, ids_.PID_Wpt_Data, ids_.PID_Prx_Wpt_Data, ids_.PID_Flightbook_Record, ids_.PID_Lap,
-          ids_.PID_Almanac_Data})
-        if (id == multi) return true;
-    return false;
+    // The track and waypoint ids first: they come by the thousand.
+    return id == ids_.PID_Trk_Data || id == ids_.PID_Wpt_Data || id == ids_.PID_Records || id == ids_.PID_Rte_Hdr ||
+           id == ids_.PID_Rte_Link || id == ids_.PID_Rte_Wpt_Data || id == ids_.PID_Trk_Hdr ||
+           id == ids_.PID_Prx_Wpt_Data || id == ids_.PID_Flightbook_Record || id == ids_.PID_Lap ||
+           id == ids_.PID_Almanac_Data;
 }
 
 bool Serial_Transport::Streamed(std::uint8_t id) const {
@@ -406,8 +409,8 @@ void Serial_Transport::Write_Wire(const Packet& packet) {
     Frame_Into(packet, frame_);
     link_.Trace_Packet(frame_, "O");
     if (!open) return;
-    const Bytes wire = Stuff_Packet(frame_);
-    port_.Output(std::string(wire.begin(), wire.end()));
+    Stuff_Into(frame_, wire_);
+    port_.Output(wire_);
 }
 
 }  // namespace trekcom::link

@@ -107,7 +107,8 @@ private:
     std::int32_t nak_count_ = 0;
     Packet ack_;
     Packet nak_;
-    Bytes frame_;  // the frame being written, kept to spare an allocation each
+    Bytes frame_;       // the frame being written, kept to spare an allocation each
+    std::string wire_;  // and its stuffed form
     // The waits in progress, innermost last: a packet that arrives is marked
     // in each that awaits its id, so a wait nested in a handler cannot steal
     // an outer wait's answer.

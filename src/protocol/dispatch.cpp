@@ -82,6 +82,7 @@ void Engine::Complete_Transfer(const Bytes& packet) {
     // The data names the command the transfer answered; only its low byte counts.
     if (packet.size() < 4 || packet[2] < 1) return;
     Close_Tally();
+    Restore_Line_Rate();
     const std::uint8_t command = packet[3];
     if (command == ids_.CMND_Transfer_Wpt || command == ids_.CMND_Transfer_Prx) {
         // Proximity waypoints share the waypoint collection and event.

@@ -13,8 +13,7 @@ namespace trekcom::protocol {
 namespace {
 
 constexpr std::uint8_t kAsync_Off = 28;  // asynchronous-message switch, data 0, 0: all off
-constexpr int kArray_Polls = 10;
-constexpr std::int32_t kArray_Poll_ms = 50;
+constexpr double kArray_Wait_ms = 500;
 constexpr std::int32_t kAfter_Wait = 500;
 
 const std::string kBlank = "    ";
@@ -138,17 +137,13 @@ void Engine::Request_Product_Data() {
     shared_.Error_Latch = false;
     if (!link_.Start_Session()) return;
     shared_.Protocol_Array_Received = false;
+    Forget_Identity();
     if (!Exchange({ids_.PID_Product_Rqst, {}, std::nullopt}, ids_.PID_Product_Data, 0)) return;
+    identified_ms_ = link_.Now_ms();
 
-    // The capability array, if the unit has one, follows its product data.
-    bool array_came = false;
-    for (int poll = 0; poll < kArray_Polls; ++poll) {
-        if (shared_.Protocol_Array_Received) {
-            array_came = true;
-            break;
-        }
-        link_.WaitFor(kArray_Poll_ms);
-    }
+    // The capability array, if the unit has one, follows its product data
+    // at once; older units send none, and only they wait the whole time.
+    const bool array_came = link_.Wait_Until([this] { return shared_.Protocol_Array_Received; }, kArray_Wait_ms);
     if (!array_came) return;  // older units: no unit id to ask for either
 
     // Some units never answer the unit-id request: their silence is no error.

@@ -17,6 +17,8 @@ constexpr std::uint8_t kCmnd_Voltages = 17;
 constexpr std::int32_t kDownload_Wait = 2;
 constexpr std::int32_t kCount_Wait = 500;
 constexpr std::int32_t kUpload_Wait = 2;
+// Too short a time to swap a unit on an open port.
+constexpr double kIdentity_Fresh_ms = 1000;
 
 bool Blank(const std::string& protocol) { return protocol.find_first_not_of(' ') == std::string::npos; }
 
@@ -98,8 +100,9 @@ void Engine::Begin_Request() {
     shared_.Error_Latch = false;
     // A new request ends what the unit was sending: the host chose to stop it.
     tally_ = {};
-    // Every download identifies the unit again: it may have been swapped.
-    Request_Product_Data();
+    // Every download identifies the unit again, as it may have been
+    // swapped, unless it has only just said who it is.
+    if (!identified_ms_ || link_.Now_ms() - *identified_ms_ > kIdentity_Fresh_ms) Request_Product_Data();
 }
 
 void Engine::Download(Transfer_Kind kind, link::Packet Prebuilt::*command) {
@@ -114,6 +117,7 @@ void Engine::Download(Transfer_Kind kind, link::Packet Prebuilt::*command) {
         case Transfer_Kind::Flightbook: Flightbook_Records()->Clear(); break;
     }
     // Read only now: identification may have rebuilt the packet for L002.
+    if (Could_Raise_Line()) Raise_Line_For(Announced_Count(command));
     Exchange(packets_.*command, ids_.PID_Records, kDownload_Wait);
     // The records arrive through Dispatch_Packet and end at Complete_Transfer.
 }
@@ -185,6 +189,7 @@ void Engine::Close_Tally() {
 
 void Engine::Start_of_Records(std::int16_t& ocount) {
     shared_.Error_Latch = false;
+    Raise_Line_For(static_cast<std::uint16_t>(ocount));
     link::Put_LE<std::int16_t>(packets_.Records.data, 0, ocount);
     Exchange(packets_.Records, ids_.PID_Ack_Byte, kUpload_Wait);
 }
@@ -195,6 +200,7 @@ void Engine::End_of_Records() {
     // while we upload), and its id tells which transfer this closes.
     Name_Transfer(packets_.Xfer_Cmplt, Command_Of_Record(link_.Last_Sent().id));
     Exchange(packets_.Xfer_Cmplt, ids_.PID_Ack_Byte, kUpload_Wait);
+    Restore_Line_Rate();
 }
 
 std::uint8_t Engine::Command_Of_Record(std::uint16_t pid) const {

@@ -520,5 +520,59 @@ TEST(Exchange, EveryRequestEndsExactlyOnce) { Every_Request_Ends_Once(7000, 150,
 // end: no watchdog re-send, no "No response" after it.
 TEST(Exchange, EveryExchangeEndsOnceWhenTheLinkGivesUp) { Every_Request_Ends_Once(9000, 60, true); }
 
+// ---------------------------------------------------------------- the raised line
+
+// A big download with the automatic line rate: raised to the fastest rate
+// before it, and back at the host's rate, at both ends, however it ends.
+// The end is armed once the records flow, so that it is the raised line
+// that fails.
+struct Line_End {
+    const char* name;
+    void (*end)(sim::Unit&, VirtualPlatform&, std::optional<TrekcomCtl>&);
+};
+
+const Line_End kLine_Ends[] = {
+    {"completed", [](sim::Unit&, VirtualPlatform&, std::optional<TrekcomCtl>&) {}},
+    {"time_out", [](sim::Unit& u, VirtualPlatform&, std::optional<TrekcomCtl>&) { u.Fault_Knobs().stall_after_record = 500; }},
+    {"refused_packets", [](sim::Unit& u, VirtualPlatform&, std::optional<TrekcomCtl>&) { u.Fault_Knobs().corrupt_every = 1; }},
+    {"interrupted_then_closed",
+     [](sim::Unit&, VirtualPlatform& vp, std::optional<TrekcomCtl>& ctl) {
+         vp.Interrupt();
+         ctl->PortClose();
+     }},
+    // A host that goes away mid-transfer.
+    {"control_destroyed", [](sim::Unit&, VirtualPlatform&, std::optional<TrekcomCtl>& ctl) { ctl.reset(); }},
+};
+
+class Raised_Line : public ::testing::TestWithParam<Line_End> {};
+
+TEST_P(Raised_Line, EndsAtTheHostsRateAtBothEnds) {
+    auto vp = std::make_shared<VirtualPlatform>();
+    std::optional<TrekcomCtl> ctl(std::in_place, vp);
+    sim::Data_Set data = sim::Builtin_Data();
+    sim::Add_Generated_Track(data, 2000);
+    sim::Options paced;  // the records take line time: the end comes among them
+    paced.pace = true;
+    auto unit = std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current"), data, paced);
+    vp->Attach(1, unit);
+    ctl->Settings("9600,N,8,1");
+    ctl->Auto_Baud_Rate(true);
+    ASSERT_TRUE(ctl->PortOpen());
+    ctl->Request_Tracks();
+    EXPECT_EQ(unit->Sim().Baud(), 115200);
+    vp->Advance(100);
+    ASSERT_LT(ctl->Tracks()->Count(), 500);
+    GetParam().end(unit->Sim(), *vp, ctl);
+    vp->Clear_Interrupt();
+    vp->Advance(60000);
+    EXPECT_EQ(unit->Sim().Baud(), 9600);
+    if (ctl) {
+        EXPECT_EQ(ctl->Settings(), "9600,N,8,1");
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, Raised_Line, ::testing::ValuesIn(kLine_Ends),
+                         [](const auto& info) { return std::string(info.param.name); });
+
 }  // namespace
 }  // namespace trekcom::testing

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "link/packet.h"
@@ -36,6 +37,8 @@ Bytes Make_Packet(std::uint8_t id, const Bytes& data);
 // The wire form: size, data and checksum with each 16 doubled; id and the
 // framing DLE ETX as they are.
 Bytes Stuff_Packet(const Bytes& packet);
+// The same into a buffer the caller keeps, as the port takes it.
+void Stuff_Into(const Bytes& packet, std::string& wire);
 
 // Reads the frame at the front of a byte stream, a byte at a time. After the
 // opening DLE and the id (taken as it is, whatever its value), a DLE is
@@ -61,8 +64,16 @@ public:
     // DLE, id, the unstuffed bytes between the id and the end, DLE, ETX.
     Bytes& Packet() { return packet_; }
     void Reset();
+    // Hands back the storage of a frame taken with Packet(), so that the next
+    // frame is read into it instead of a new heap block. An idle reader with
+    // no storage of its own takes it; one that a nested parse has started on
+    // keeps what it has.
+    void Recycle(Bytes&& storage);
 
 private:
+    bool Take_Whole(std::string_view stream);
+    void Append_Run(const char* bytes, std::size_t n);
+
     std::size_t read_ = 0;  // wire bytes consumed so far
     bool dle_ = false;      // the last byte read was a DLE inside the frame
     Bytes packet_;

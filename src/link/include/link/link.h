@@ -9,6 +9,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -118,6 +119,10 @@ public:
     void Send(const Bytes& frame, std::uint8_t Response, std::int32_t WaitTime);
     void Reset();
     void WaitFor(std::int32_t WaitTime);
+    // Runs the loop until `done` (true) or `ms` have passed (false), or the
+    // waits are abandoned.
+    bool Wait_Until(const std::function<bool()>& done, double ms);
+    double Now_ms() const { return platform_.Now_ms(); }
 
     // ---- transport
     // Readies the unit to be identified (the USB session).
@@ -133,6 +138,11 @@ public:
     void PortClose();
     std::int32_t FindBaud(std::string& isettings);
     bool Change_Baud_Rate(std::int32_t Baud);
+    // Back to `settings` after a raised transfer, however it ended: the unit
+    // is asked to change back, and whether it answers or not the port ends
+    // at those settings. A host's interrupt is held back meanwhile (the unit
+    // must be left where the next program finds it) and stands again after.
+    void Restore_Settings(const std::string& settings);
 
     // A wait value in milliseconds: below 30 is seconds, else milliseconds.
     static double Wait_Period_ms(std::int32_t WaitTime);

@@ -111,6 +111,9 @@ struct State {
     bool Track_Point_True_Size = false;
     // Where downloaded records go instead of the collections; null: the collections.
     Record_Sink* Sink = nullptr;
+    // The host's choice: big serial transfers run at the fastest rate the
+    // unit accepts, and the line goes back to its rate afterwards.
+    bool Auto_Baud_Rate = false;
 };
 
 // The six multi-record kinds, each with its support test.
@@ -144,6 +147,9 @@ public:
 
     // ---- identification
     void Request_Product_Data();
+    // What the unit said of itself no longer stands for the next request:
+    // the port was opened or closed, or something failed.
+    void Forget_Identity() { identified_ms_.reset(); }
     void Process_Product_Data(const Bytes& packet);
     void Process_Ext_Product_Data(const Bytes& packet);
     void Parse_Protocol_Array(const Bytes& packet);
@@ -170,6 +176,12 @@ public:
     // link or the USB transport gave up). Error 7 when the number of records
     // that arrived is not the number announced; nothing when none is open.
     void Close_Tally();
+    // Puts a line raised for a transfer back to the rate it had: the
+    // transfer ended, failed, or the host closes the port. Nothing when the
+    // line was not raised. A unit left fast is a unit that the next program,
+    // opening at the usual rate, cannot find.
+    void Restore_Line_Rate();
+    bool Line_Raised() const { return !raised_from_.empty(); }
 
     // ---- fitness units (fitness_transfers.cpp). A runs download also
     // fetches the laps and the tracks, and delivers whole runs; a course
@@ -237,6 +249,16 @@ private:
     };
     Tally tally_;
     void Open_Tally(const Bytes& records_packet);
+    // Raises the serial line before a transfer of `records` records that
+    // is worth it; the count of a download comes from asking the unit.
+    void Raise_Line_For(std::uint32_t records);
+    bool Could_Raise_Line() const;
+    std::uint32_t Announced_Count(link::Packet Prebuilt::*command);
+    // When the unit last told who it is. A download right after that (a
+    // host that identifies, checks what the unit offers, then asks for it)
+    // does not ask again.
+    std::optional<double> identified_ms_;
+    std::string raised_from_;  // the line settings before the raise; empty: not raised
     std::uint8_t Command_Of_Record(std::uint16_t pid) const;
     // What every request does first: clear the flags, identify the unit again.
     void Begin_Request();
