@@ -18,9 +18,9 @@ JOBS ?= 2
 # Warnings become errors only when asked (CI: make test WERROR=ON).
 WERROR ?= OFF
 # What the demo builds and runs needs only these: the library, the simulated
-# receiver and the tool.
+# receiver and the tool (libpng: its screenshots).
 DEMO_PACKAGES := cmake g++ make pkg-config libasio-dev libusb-1.0-0-dev libpugixml-dev libcli11-dev \
-                 nlohmann-json3-dev
+                 nlohmann-json3-dev libpng-dev
 # The tests add GoogleTest, Google Benchmark, gpsbabel (interoperability),
 # xmllint (libxml2-utils: written TCX is well formed), the MinGW compiler (the
 # Windows driver's compile check) and umockdev (an emulated USB bus); the

@@ -354,6 +354,7 @@ int Run_Command(Command run, Session_Options& s, const Command_Options& c, std::
 
 int Run_Info(Session_Options& s, const Command_Options& c) {
     Opened o(s);
+    o.ctl().Request_GPS_Name();  // the unit id also where identification did not ask for it
     const cProduct_Data& pd = *o.ctl().Product_Data();
     std::vector<std::string> descriptions;
     for (const auto* d : {&pd.Product_Description_1, &pd.Product_Description_2, &pd.Product_Description_3,

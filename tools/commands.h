@@ -22,6 +22,13 @@ struct Command_Options {
     bool nmea_out = false;
     std::int32_t rate = 0;
     std::string sentence;
+    std::string image = "screen.png";  // screenshot output
+    std::string palette;               // GIMP palette for units without colours
+    std::string rotate = "auto";       // auto, none, left, right, half, mirror
+    std::string new_name;              // name: the rename asked for
+    std::string icon_action;           // icon: get or put
+    std::int32_t icon = 0;             // icon: custom symbol N
+    std::string icon_file = "icon.png";  // icon get: output
 };
 
 int Run_Info(Session_Options& s, const Command_Options& c);
@@ -37,6 +44,11 @@ int Run_Baud(Session_Options& s, const Command_Options& c);
 int Run_Off(Session_Options& s, const Command_Options& c);
 int Run_Nmea(Session_Options& s, const Command_Options& c);
 int Run_Replay(Session_Options& s, const Command_Options& c);
+int Run_Screenshot(Session_Options& s, const Command_Options& c);
+// The unit's name and id; asked to rename, it says why it cannot.
+int Run_Name(Session_Options& s, const Command_Options& c);
+// icon get N -o FILE, icon put N FILE: custom symbol N as PNG.
+int Run_Icon(Session_Options& s, const Command_Options& c);
 // The serial ports and the Garmin receivers on USB, each USB one by name.
 int Run_List(Session_Options& s, const Command_Options& c);
 

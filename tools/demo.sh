@@ -1,7 +1,7 @@
 #!/bin/sh
 # The main job, on the built-in simulated receiver: identify it, download
 # everything it holds, then upload that file to an empty receiver and read it
-# back. Each step is the command a user would type.
+# back, and capture its screen. Each step is the command a user would type.
 set -e
 tool="$1/tools/trekcom"
 out="$1/demo.gpx"
@@ -14,4 +14,5 @@ run --port sim info
 run --port sim get all -o "$out"
 run --port sim --sim-empty put "$out" --verify
 run --port sim pvt -n 3
-printf '\nDone. The download is in %s; docs/trekcom.md lists every command.\n' "$out"
+run --port sim screenshot -o "$1/screen.png"
+printf '\nDone. The download is in %s, the screen in %s; docs/trekcom.md lists every command.\n' "$out" "$1/screen.png"

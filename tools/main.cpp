@@ -110,6 +110,22 @@ int main(int argc, char** argv) {
     auto* replay = app.add_subcommand("replay", "Replay a saved packet trace through the control");
     replay->add_option("log", command.input, "Trace file (the lines --trace writes)")->required();
 
+    auto* screenshot = app.add_subcommand("screenshot", "Capture the receiver's screen as a PNG picture");
+    screenshot->add_option("-o,--output", command.image, "PNG file")->capture_default_str();
+    screenshot->add_option("--palette", command.palette, "GIMP palette (.gpl) for units that send no colours")
+        ->check(CLI::ExistingFile);
+    screenshot->add_option("--rotate", command.rotate, "How to turn the frame: auto (the model's way), none, left, "
+                                                       "right, half or mirror")
+        ->check(CLI::IsMember({"auto", "none", "left", "right", "half", "mirror"}))
+        ->capture_default_str();
+    auto* icon = app.add_subcommand("icon", "Read (get) or write (put) custom waypoint symbol N as PNG (USB only)");
+    icon->add_option("action", command.icon_action, "get or put")->required()->check(CLI::IsMember({"get", "put"}));
+    icon->add_option("n", command.icon, "Custom symbol number (symbol 7680 + N)")->required()->check(CLI::NonNegativeNumber);
+    icon->add_option("file", command.input, "put: the PNG to write (magenta or transparent pixels are not drawn)");
+    icon->add_option("-o,--output", command.icon_file, "get: the PNG file")->capture_default_str();
+    auto* name = app.add_subcommand("name", "Print the receiver's name and unit id");
+    name->add_option("new_name", command.new_name, "A new name: no receiver has a documented way to take one");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -137,7 +153,8 @@ int main(int argc, char** argv) {
         {info, Run_Info},   {get, Run_Get},         {put, Run_Put},   {pvt, Run_Pvt},
         {time, Run_Time},   {position, Run_Position}, {sats, Run_Sats}, {voltages, Run_Voltages},
         {counts, Run_Counts}, {baud, Run_Baud},     {off, Run_Off},   {nmea, Run_Nmea},
-        {list, Run_List},   {replay, Run_Replay}};
+        {list, Run_List},   {replay, Run_Replay},   {screenshot, Run_Screenshot}, {name, Run_Name},
+        {icon, Run_Icon}};
     for (const auto& [sub, run] : kCommands)
         if (sub->parsed()) return Run_Command(run, options, command, std::cerr);
     return kUsage;

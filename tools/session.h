@@ -99,6 +99,8 @@ public:
     std::function<void(const Bytes&)> On_Packet;
     std::function<void(const std::string&, bool)> On_Nmea;
     std::function<void(std::int16_t, std::int16_t, std::int16_t, std::int16_t)> On_Counts;
+    std::function<void(std::int16_t, const Picture&)> On_Image;
+    std::function<void(const Picture&)> On_Icon;
 
     const std::vector<std::string>& Errors() const { return errors_; }
     int Timeout_ms() const { return options_.timeout_ms; }
@@ -116,6 +118,12 @@ private:
     void NMEA(std::string& sentence, bool& good) override;
     void cError(std::int16_t& code, std::string& message, Bytes& packet) override;
     void ReceiveCounts(std::int16_t& w, std::int16_t& p, std::int16_t& r, std::int16_t& t) override;
+    void ReceiveImage(std::int16_t& pct, Picture& image) override {
+        if (On_Image) On_Image(pct, image);
+    }
+    void ReceiveIcon(std::int16_t&, Picture& image, Bytes&) override {
+        if (On_Icon) On_Icon(image);
+    }
     void ReceivedRun(std::shared_ptr<cRun>& run) override {
         if (on_run_) on_run_(*run);
     }

@@ -115,7 +115,8 @@ public:
     // chkerr false). Plain store.
     bool IgnoreCheckSum() const;
     void IgnoreCheckSum(bool on);
-    // The colour palette file for screen captures. Plain store.
+    // A GIMP palette (.gpl) whose colours screen captures use for units that
+    // send none (docs/screen.md); empty: the unit's grey levels.
     std::string Palette_File() const;
     void Palette_File(const std::string& path);
     // The library's version text.
@@ -131,14 +132,24 @@ public:
     // a '*' before its end it goes as it is. `message` receives what was sent
     // (without CR LF).
     void NMEA_Send(std::string& message);
-    // The screen, icons and unit name. This library cannot capture the screen,
-    // transfer icons or read or change the unit name: each reports error 0
-    // with a translated message (cError, vcError) and does nothing else.
-    // Request_Display first offers to replay a saved trace log (the lines of
-    // HexDebug): the platform's file dialog callback picks it, and the
-    // receiver's packets in it go through the receive path as if they had
-    // just arrived (Receive, vcReceive and the records they carry); the error
-    // is reported only when no log was replayed.
+    // The screen, icons and unit name. Request_Display first offers to replay
+    // a saved trace log (the lines of HexDebug): the platform's file dialog
+    // callback picks it, and the receiver's packets in it go through the
+    // receive path as if they had just arrived. When no log is chosen it
+    // captures the screen: ReceiveImage reports the percentage as the frame
+    // arrives and carries the finished picture at 100, and Display() holds
+    // the frame's size, depth and bytes. A capture that stalls or loses a
+    // packet ends with error 7 and no picture. Frames without colours of
+    // their own take those of Palette_File (a GIMP palette, docs/screen.md)
+    // or else the unit's grey levels. Request_Icon(N) reads custom symbol N
+    // (7680 + N) and raises ReceiveIcon with the picture and an 8-bit bitmap
+    // file; Send_Icon(N, BMP) writes a bitmap file (8-bit, 24- or 32-bit)
+    // of the slot's size, in the unit's colours, magenta as transparent.
+    // Icons travel over USB only; a serial port reports error 0 and sends
+    // nothing. Request_GPS_Name fills Product_Data().GPS_Name and Unit_ID
+    // (empty when the unit does not tell). Change_GPS_Name sends nothing:
+    // no receiver has a documented way to be renamed, so it reports error 0
+    // and says so.
     void Request_Display();
     void Request_Icon(std::int32_t seq);
     void Send_Icon(std::int32_t seq, const Bytes& BMP);
@@ -147,6 +158,9 @@ public:
     // The record a screen capture fills.
     std::shared_ptr<cDisplay> Display() const;
     void Display(std::shared_ptr<cDisplay> value);
+    // How captured frames are turned into pictures (default Automatic).
+    Screen_Turn Display_Turn() const;
+    void Display_Turn(Screen_Turn turn);
 
     // ---- identification and transfers
     // Asks the receiver who it is and what it speaks, and refreshes every

@@ -164,6 +164,8 @@ public:
     // The driver's answers to the session start's queries.
     std::uint32_t Driver_Version() const { return driver_version_; }
     std::uint32_t Max_Packet_Size() const { return max_packet_size_; }
+    // The unit id the last Session Started carried (0: none yet).
+    std::uint32_t Session_Unit_ID() const { return session_unit_id_; }
 
     // Monotonic counters, for tests and diagnostics.
     struct Counters {
@@ -211,6 +213,7 @@ private:
     int exchanges_ = 0;
     bool second_came_ = false;
     std::uint32_t driver_version_ = 0;
+    std::uint32_t session_unit_id_ = 0;
     std::uint32_t max_packet_size_ = 0;
     Counters stats_;
 };

@@ -13,4 +13,17 @@ struct Picture {
     std::vector<std::uint32_t> Pixels;
 };
 
+// How a receiver's screen frame becomes the picture its user sees. Models lay
+// their frames out differently: some send it turned a quarter, some upside
+// down or mirrored. Automatic takes the model's own way where it is known
+// (none otherwise).
+enum class Screen_Turn {
+    Automatic = -1,
+    Upright = 0,
+    Quarter_Left = 1,   // 90 degrees anticlockwise
+    Quarter_Right = 2,  // 90 degrees clockwise
+    Half = 3,           // 180 degrees
+    Mirror = 4,         // left and right swapped
+};
+
 }  // namespace trekcom

@@ -76,6 +76,7 @@ Profile Current() {
     p.laps = true;
     p.voltages = true;
     p.satellites = true;
+    p.screen = Screen::Pattern(4, 150, 100, 0, true);
     return p;
 }
 
@@ -143,6 +144,9 @@ Profile Profile::Named(const std::string& name) {
         Profile p = With_Waypoints(Current(), "d110", 1001, 110, 312, 302);
         p.descriptions = {"TREKSIM 76 Software Version 2.70"};
         p.software_version = 270;
+        p.screen = Screen::Pattern(8, 120, 90, 0, true);
+        p.screen.image_transfer = true;
+        p.icon_slots = 24;
         return p;
     }
     if (name == "aviator") {
@@ -151,6 +155,15 @@ Profile Profile::Named(const std::string& name) {
         p.software_version = 410;
         p.flightbook = true;
         p.voltages = false;
+        return p;
+    }
+    if (name == "grey-legend") {
+        // A 2-bpp grey handheld whose frame lies a quarter turn from its screen.
+        Profile p = With_Waypoints(Current(), "grey-legend", 411, 108, 310, 301);
+        p.descriptions = {"eTrex Legend Software Version 3.70"};
+        p.pvt = false;
+        p.satellites = false;
+        p.screen = Screen::Pattern(2, 160, 288, 1, false);
         return p;
     }
     if (name == "legacy25") return Legacy("legacy25", 25, 300, 100, 200, 400);
@@ -173,7 +186,7 @@ Profile Profile::Named(const std::string& name) {
 }
 
 std::vector<std::string> Profile::Names() {
-    return {"current", "d110", "aviator", "legacy25", "legacy29-399", "legacy29-400", "l002", "l002-d551"};
+    return {"current", "d110", "aviator", "legacy25", "legacy29-399", "legacy29-400", "l002", "l002-d551", "grey-legend"};
 }
 
 }  // namespace trekcom::sim

@@ -18,6 +18,7 @@
 #include "formats.h"
 #include "framer.h"
 #include "nmea.h"
+#include "screen.h"
 #include "trekcom_sim/unit.h"
 #include "usb_packet.h"
 #include "wire.h"
@@ -34,6 +35,8 @@ constexpr std::uint8_t kAck = 6;
 constexpr std::uint8_t kNak = 21;
 constexpr std::uint8_t kAsyncOff = 28;
 constexpr std::uint8_t kUnitId = 38;
+constexpr std::uint8_t kDisplay = 69;
+constexpr int kScreen_Dump = 32;
 constexpr std::uint8_t kVoltages = 40;
 constexpr std::uint8_t kBaudRequest = 48;
 constexpr std::uint8_t kBaudReply = 49;
@@ -161,6 +164,7 @@ struct Unit::Impl {
     bool usb_cutting = false;
     Usb_Cut usb_after_read = Usb_Cut::none;
 
+    screen::Image_Store images{profile.screen, profile.icon_slots};
     Deframer deframer;
     std::function<void(char, std::uint8_t, const Bytes&)> trace;
 
@@ -314,6 +318,8 @@ struct Unit::Impl {
     }
 
     void On_Ack(const Bytes& d) {
+        // Some hosts acknowledge the screen stream, which waits for nothing.
+        if (!d.empty() && d[0] == kDisplay && (!waiting || waiting->packet[1] != kDisplay)) return;
         if (!waiting || (!d.empty() && d[0] != waiting->packet[1])) {
             ++counters.stray_acks;
             return;
@@ -480,6 +486,7 @@ struct Unit::Impl {
             w.U32(data.situation.unit_id);
             return Queue(kUnitId, w.Take());
         }
+        if (cmd == kScreen_Dump && p.screen.bpp) return Send_Screen();
         if (cmd == ids.c_voltages && p.voltages) {
             wire::Writer w;
             w.I16(static_cast<std::int16_t>(std::lround(std::clamp(data.situation.internal_v, 0.0f, 300.0f) * 100)));
@@ -487,6 +494,20 @@ struct Unit::Impl {
             return Queue(kVoltages, w.Take());
         }
         ++counters.unknown_packets;
+    }
+
+    // The frame goes out unasked once the command is acknowledged: on serial
+    // without waiting for the host's ACKs, on USB as one bulk transfer.
+    void Send_Screen() {
+        const std::vector<Bytes> packets = screen::Display_Packets(profile.screen, faults.display_rows_reversed);
+        const int drop = std::exchange(faults.drop_display_packet, 0);
+        for (std::size_t i = 0; i < packets.size(); ++i) {
+            if (static_cast<int>(i) + 1 == drop) continue;
+            if (usb)
+                Usb_Send(kDisplay, packets[i], static_cast<int>(i));
+            else
+                Stream(kDisplay, packets[i]);
+        }
     }
 
     void Power_Off() {
@@ -956,6 +977,14 @@ struct Unit::Impl {
             } else {
                 ++counters.unknown_packets;
             }
+            return;
+        }
+        if (p.id >= screen::kFirst_Image_Id && p.id <= screen::kLast_Image_Id) {
+            // The image transfer, which answers on the interrupt pipe.
+            if (auto answer = images.Answer(p.id, p.data))
+                Usb_Put(usb_interrupt, usb::Make_Packet(usb::kApplication, answer->first, answer->second));
+            else
+                ++counters.unknown_packets;
             return;
         }
         if (trace) trace('H', static_cast<std::uint8_t>(p.id), p.data);

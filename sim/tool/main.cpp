@@ -50,6 +50,9 @@ int main(int argc, char** argv) {
     app.add_flag("--dle-etx-noise", dle_etx_noise, "Write noise holding DLE ETX before every packet (after --garbage)");
     app.add_option("--stall-after", faults.stall_after_record, "Go silent after record K of the next transfer");
     app.add_option("--hang-up-after", faults.hang_up_after_record, "Close the line after record K of the next transfer");
+    app.add_option("--drop-screen-packet", faults.drop_display_packet,
+                   "Leave out the Kth packet (1-based) of the next screen capture");
+    app.add_flag("--screen-rows-reversed", faults.display_rows_reversed, "Send the screen's rows last first");
     app.add_option("--off-after", faults.off_after_record,
                    "Switch off after record K of the next transfer (see --power-on-after)");
     CLI11_PARSE(app, argc, argv);

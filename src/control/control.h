@@ -10,6 +10,8 @@
 #include "link/packet_ids.h"
 #include "protocol/engine.h"
 #include "protocol/realtime.h"
+#include "protocol/icons.h"
+#include "protocol/screen.h"
 #include "trekcom/TrekcomCtl.h"
 #include "trekcom/cSAK.h"
 #include "trekcom/cUSB.h"
@@ -80,6 +82,16 @@ public:
     std::unique_ptr<cSAK> sak = std::make_unique<cSAK>(platform);
     std::string Palette_File;
     std::shared_ptr<cDisplay> Display = std::make_shared<cDisplay>();
+    Screen_Turn Display_Turn = Screen_Turn::Automatic;
+    // ---- the screen capture and the unit's identity (ctl_screen.cpp)
+    protocol::Screen_Capture screen{engine, link, ids, *this, *platform, Screen_Side()};
+    protocol::Screen_Capture::Host_Side Screen_Side();
+    protocol::Icons icons{engine, link, screen.Images(), *this, [this](std::int16_t& seq, Picture& image, Bytes& bmp) {
+                              Raise_Icon(seq, image, bmp);
+                          }};
+    void Raise_Icon(std::int16_t& seq, Picture& image, Bytes& bmp);
+    void Request_GPS_Name();
+    void Change_GPS_Name();
     // Stores the language and hands it to everything that translates.
     void Set_Language(const std::string& language);
     // Completes the sentence's checksum and writes it with CR LF.
@@ -91,7 +103,7 @@ public:
     // when no log could be read.
     bool Replay_Log(const std::string& path);
     // The screen capture request: it replays a trace log chosen in the file
-    // dialog; the capture itself is not available and is reported so.
+    // dialog, or else captures the screen.
     void Request_Display();
     // cError/vcError 0 with the translated phrase: the operation is not available.
     void Not_Supported(const std::string& phrase);

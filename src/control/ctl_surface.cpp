@@ -20,7 +20,7 @@ void Control::Request_Display() {
     link.Shared().RawSuppressed = false;
     engine.Shared().Error_Latch = false;
     if (Replay_Log(platform->Open_File_Dialog(replay::kLog_Filter))) return;
-    Not_Supported("Screen capture is not supported");
+    screen.Capture();
 }
 
 }  // namespace trekcom::detail
@@ -49,13 +49,13 @@ std::string TrekcomCtl::NMEA_Checksum(const std::string& msg) { return detail::n
 void TrekcomCtl::NMEA_Send(std::string& message) { impl_->NMEA_Send(message); }
 
 void TrekcomCtl::Request_Display() { impl_->Request_Display(); }
-void TrekcomCtl::Request_Icon(std::int32_t) { impl_->Not_Supported("Icon transfer is not supported"); }
-void TrekcomCtl::Send_Icon(std::int32_t, const Bytes&) { impl_->Not_Supported("Icon transfer is not supported"); }
-void TrekcomCtl::Request_GPS_Name() { impl_->Not_Supported("Reading the unit name is not supported"); }
-void TrekcomCtl::Change_GPS_Name(const std::string&) {
-    impl_->Not_Supported("Changing the unit name is not supported");
-}
+void TrekcomCtl::Request_Icon(std::int32_t seq) { impl_->icons.Request_Icon(seq); }
+void TrekcomCtl::Send_Icon(std::int32_t seq, const Bytes& BMP) { impl_->icons.Send_Icon(seq, BMP); }
+void TrekcomCtl::Request_GPS_Name() { impl_->Request_GPS_Name(); }
+void TrekcomCtl::Change_GPS_Name(const std::string&) { impl_->Change_GPS_Name(); }
 std::shared_ptr<cDisplay> TrekcomCtl::Display() const { return impl_->Display; }
 void TrekcomCtl::Display(std::shared_ptr<cDisplay> value) { impl_->Display = std::move(value); }
+Screen_Turn TrekcomCtl::Display_Turn() const { return impl_->Display_Turn; }
+void TrekcomCtl::Display_Turn(Screen_Turn turn) { impl_->Display_Turn = turn; }
 
 }  // namespace trekcom

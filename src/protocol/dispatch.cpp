@@ -5,6 +5,7 @@
 #include "protocol/engine.h"
 #include "records/codecs/codecs.h"
 #include "protocol/realtime.h"
+#include "protocol/screen.h"
 #include "records/fields.h"
 
 namespace trekcom::protocol {
@@ -138,7 +139,9 @@ void Engine::On_Route_Link(const Bytes& packet) { records::Decode_Route_Link(lin
 void Engine::On_Voltages(const Bytes& packet) {
     if (live_) live_->Decode_Voltages(packet);
 }
-void Engine::On_Display_Data(const Bytes& packet) { (void)packet; }
+void Engine::On_Display_Data(const Bytes& packet) {
+    if (screen_) screen_->On_Packet(packet);
+}
 void Engine::On_Flightbook_Record(const Bytes& packet) {
     shared_.Flightbook_Record = std::make_shared<cFlightbook_Record>(records::Decode_Flightbook(link::Data_Of(packet)));
     Keep(shared_.Flightbook_Record, *Flightbook_Records(), &Record_Sink::Flightbook_Record);
@@ -150,6 +153,8 @@ void Engine::On_Lap(const Bytes& packet) {
 void Engine::On_Sats(const Bytes& packet) {
     if (live_) live_->Decode_Sats(packet);
 }
-void Engine::On_Expanded_Packet(const Bytes& packet) { (void)packet; }
+void Engine::On_Expanded_Packet(const Bytes& packet) {
+    if (screen_) screen_->On_Expanded(packet);
+}
 
 }  // namespace trekcom::protocol

@@ -146,7 +146,10 @@ void Engine::Request_Product_Data() {
     const bool array_came = link_.Wait_Until([this] { return shared_.Protocol_Array_Received; }, kArray_Wait_ms);
     if (!array_came) return;  // older units: no unit id to ask for either
 
-    Exchange(packets_.Unit_ID_Request, ids_.PID_Unit_ID, kAfter_Wait);
+    // Some units never answer the unit-id request: their silence is no error.
+    std::uint8_t unit_id = ids_.PID_Unit_ID;
+    link_.Send_Packet(packets_.Unit_ID_Request, unit_id, kAfter_Wait);
+    link_.Stop_Watchdog();
     Exchange({kAsync_Off, {0, 0}, std::nullopt}, ids_.PID_Ack_Byte, kAfter_Wait);
 }
 

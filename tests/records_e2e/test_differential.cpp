@@ -15,10 +15,12 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <random>
 
 #include "support/host_fixture.h"
+#include "support/scratch.h"
 #include "trekcom/trekcom.h"
 #include "trekcom_sim/unit.h"
 #include "usb/sim_usb_driver.h"
@@ -681,6 +683,194 @@ TEST(Downloads, HundredThousandTrackPointsArriveInOrder) {
     EXPECT_EQ(got.tracks[0].points.size(), 100000u);
     EXPECT_EQ(As_Unit_Reads(r.profile, got).tracks[0].points, visible.tracks[0].points);
     EXPECT_TRUE(r.rec.errors.empty()) << Errors(r.rec);
+}
+
+
+// ---------------------------------------------------------------- screens
+
+// The screen as its user sees it, in the colours the unit gives its indices
+// (a grey unit's brightness levels run 0..15).
+Picture Seen(const sim::Screen& s) {
+    Picture p{s.width, s.height, {}};
+    for (const std::uint8_t i : s.pixels)
+        p.Pixels.push_back(s.palette.empty() ? 0x010101u * 17u * s.grey_levels[i] : s.palette[i]);
+    return p;
+}
+
+void Expect_Same(const Picture& got, const Picture& want) {
+    ASSERT_EQ(got.Width, want.Width);
+    ASSERT_EQ(got.Height, want.Height);
+    const auto diff = std::mismatch(got.Pixels.begin(), got.Pixels.end(), want.Pixels.begin(), want.Pixels.end());
+    if (diff.first == got.Pixels.end() && diff.second == want.Pixels.end()) return;
+    const auto at = diff.first - got.Pixels.begin();
+    ADD_FAILURE() << "pixel (" << at % got.Width << ", " << at / got.Width << ") of " << got.Pixels.size();
+}
+
+// Random screens of random sizes, their frames turned any way the unit may
+// lay them (the grey unit keeps its model's own quarter turn, which the
+// control must know), pixel packets in order or last row first.
+class Screens : public ::testing::TestWithParam<std::tuple<std::string, bool>> {};
+
+TEST_P(Screens, CapturesEqualTheUnitsScreenPixelForPixel) {
+    const auto& [name, over_usb] = GetParam();
+    const Scratch_Folder scratch;
+    static constexpr Screen_Turn kUndo[] = {Screen_Turn::Upright, Screen_Turn::Quarter_Left, Screen_Turn::Half,
+                                            Screen_Turn::Quarter_Right};
+    for (const std::uint32_t seed : Seeds(7000 + static_cast<std::uint32_t>(name.size() * 2 + over_usb), 4)) {
+        SCOPED_TRACE("TREKCOM_SEED=" + std::to_string(seed));
+        Generator g(seed);
+        sim::Profile profile = sim::Profile::Named(name);
+        sim::Screen& s = profile.screen;
+        const bool model_turn = name == "grey-legend";
+        if (!model_turn) s.frame_quarters = static_cast<int>(g.Below(4));
+        s.frame_mirrored = !model_turn && s.frame_quarters == 0 && g.One_In(2);
+        if (name == "current" && !over_usb) {  // every depth, each with its palette
+            s.bpp = 1 << seed % 4;
+            s.palette = sim::Screen::Pattern(s.bpp, 1, 1, 0, true).palette;
+        }
+        s.width = 1 + static_cast<int>(g.Below(200));
+        s.height = 1 + static_cast<int>(g.Below(120));
+        s.pixels.clear();
+        for (int i = 0; i < s.width * s.height; ++i)
+            s.pixels.push_back(static_cast<std::uint8_t>(g.Below(1u << s.bpp)));
+        Rig rig(profile, sim::Builtin_Data(), over_usb);
+        rig.unit->Fault_Knobs().display_rows_reversed = g.One_In(2);
+        if (!model_turn) rig.ctl.Display_Turn(s.frame_mirrored ? Screen_Turn::Mirror : kUndo[s.frame_quarters]);
+        // A grey unit's colours can come from a GIMP palette instead.
+        Picture want = Seen(s);
+        if (s.palette.empty() && g.One_In(2)) {
+            std::ofstream gpl(scratch / "greys.gpl");
+            gpl << "GIMP Palette\nName: test\n#\n";
+            for (std::uint32_t i = 0; i < 4; ++i) gpl << 60 * i << ' ' << 7 * i << ' ' << 255 - i << "\tlevel\n";
+            for (std::size_t i = 0; i < s.pixels.size(); ++i)
+                want.Pixels[i] = 60u * s.pixels[i] << 16 | 7u * s.pixels[i] << 8 | (255u - s.pixels[i]);
+            rig.ctl.Palette_File((scratch / "greys.gpl").string());
+        }
+        rig.ctl.Request_Display();
+        ASSERT_FALSE(rig.rec.image_pcts.empty()) << Errors(rig.rec);
+        ASSERT_EQ(rig.rec.image_pcts.back(), 100) << Errors(rig.rec);
+        EXPECT_TRUE(std::is_sorted(rig.rec.image_pcts.begin(), rig.rec.image_pcts.end(), std::less_equal<>()));
+        Expect_Same(rig.rec.image, want);
+        EXPECT_EQ(rig.ctl.Display()->Bits_Per_Pixel, s.bpp);
+        if (HasFailure()) return;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Units, Screens,
+                         ::testing::Values(std::tuple{"current", false}, std::tuple{"grey-legend", false},
+                                           std::tuple{"d110", true}, std::tuple{"current", true}),
+                         [](const auto& info) {
+                             std::string n = std::get<0>(info.param) + (std::get<1>(info.param) ? "_usb" : "");
+                             std::replace(n.begin(), n.end(), '-', '_');
+                             return n;
+                         });
+
+// A lost screen packet ends the capture with error 7 and no picture within
+// a few seconds, and the next capture works.
+TEST(Screens, ALostPacketEndsTheCaptureAndTheControlGoesOn) {
+    for (const bool over_usb : {false, true}) {
+        for (const std::uint32_t seed : Seeds(7100 + over_usb, 3)) {
+            SCOPED_TRACE("TREKCOM_SEED=" + std::to_string(seed) + (over_usb ? " usb" : " serial"));
+            Rig rig(sim::Profile::Named("current"), sim::Builtin_Data(), over_usb);
+            rig.unit->Fault_Knobs().drop_display_packet = 1 + static_cast<int>(Generator(seed).Below(117));
+            const double start = rig.vp->Now_ms();
+            rig.ctl.Request_Display();
+            EXPECT_LT(rig.vp->Now_ms() - start, 10000);
+            ASSERT_EQ(rig.rec.errors.size(), 1u) << Errors(rig.rec);
+            EXPECT_EQ(rig.rec.errors[0].code, 7);
+            EXPECT_TRUE(rig.rec.image_pcts.empty() || rig.rec.image_pcts.back() < 100);
+            rig.ctl.Request_Display();
+            EXPECT_EQ(rig.rec.errors.size(), 1u) << Errors(rig.rec);
+            ASSERT_FALSE(rig.rec.image_pcts.empty());
+            EXPECT_EQ(rig.rec.image_pcts.back(), 100);
+        }
+    }
+}
+
+// ---------------------------------------------------------------- icons
+
+// A 24-bit bitmap file of a picture.
+Bytes Bmp24(const Picture& p) {
+    const std::size_t row = (static_cast<std::size_t>(p.Width) * 3 + 3) / 4 * 4, h = static_cast<std::size_t>(p.Height);
+    Bytes f(54 + row * h, 0);
+    const auto put = [&](std::size_t at, std::size_t v) {
+        for (std::size_t i = 0; i < 4; ++i) f[at + i] = static_cast<std::uint8_t>(v >> 8 * i);
+    };
+    f[0] = 'B', f[1] = 'M', f[26] = 1, f[28] = 24;
+    put(2, f.size()), put(10, 54), put(14, 40), put(18, static_cast<std::size_t>(p.Width)), put(22, h);
+    for (std::size_t i = 0; i < p.Pixels.size(); ++i)
+        for (std::size_t k = 0; k < 3; ++k)
+            f[54 + (h - 1 - i / p.Width) * row + i % p.Width * 3 + k] = static_cast<std::uint8_t>(p.Pixels[i] >> 8 * k);
+    return f;
+}
+
+std::uint32_t Nearest(std::uint32_t c, const std::vector<std::uint32_t>& palette) {
+    const auto distance = [c](std::uint32_t p) {
+        int d = 0;
+        for (const int s : {0, 8, 16}) d += (int(c >> s & 255) - int(p >> s & 255)) * (int(c >> s & 255) - int(p >> s & 255));
+        return d;
+    };
+    return *std::min_element(palette.begin(), palette.end(),
+                             [&](std::uint32_t a, std::uint32_t b) { return distance(a) < distance(b); });
+}
+
+std::vector<std::uint32_t> Green_Pixels(std::size_t n) { return std::vector<std::uint32_t>(n, 0x00FF00); }
+
+// An icon written then read back is the icon in the unit's palette: its
+// colours and magenta unchanged, any other colour the nearest. The bitmap a
+// read gives goes back up as it is.
+TEST(Icons, AWrittenIconReadsBackInTheUnitsPalette) {
+    Rig rig(sim::Profile::Named("d110"), sim::Builtin_Data(), true);
+    const std::vector<std::uint32_t> palette = sim::Icon_Palette();
+    for (const std::uint32_t seed : Seeds(7200, 4)) {
+        SCOPED_TRACE("TREKCOM_SEED=" + std::to_string(seed));
+        Generator g(seed);
+        Picture icon{16, 16, {}}, want{16, 16, {}};
+        for (int i = 0; i < 256; ++i) {
+            const std::uint32_t c = g.One_In(4) ? g.Below(1u << 24) : palette[g.Below(256)];
+            icon.Pixels.push_back(c);
+            want.Pixels.push_back(Nearest(c, palette));
+        }
+        const auto slot = static_cast<std::int32_t>(g.Below(24));
+        rig.ctl.Send_Icon(slot, Bmp24(icon));
+        rig.ctl.Request_Icon(slot);
+        ASSERT_TRUE(rig.rec.errors.empty()) << Errors(rig.rec);
+        Expect_Same(rig.rec.icon, want);
+        const Bytes read = rig.rec.icon_bmp;
+        rig.rec.icon = {};
+        rig.ctl.Send_Icon((slot + 1) % 24, read);
+        rig.ctl.Request_Icon((slot + 1) % 24);
+        Expect_Same(rig.rec.icon, want);
+        // An icon of another size is refused before anything is written.
+        rig.ctl.Send_Icon(slot, Bmp24(Picture{16, 15, Green_Pixels(15 * 16)}));
+        ASSERT_EQ(rig.rec.errors.size(), 1u);
+        rig.rec.errors.clear();
+        rig.ctl.Request_Icon(slot);
+        Expect_Same(rig.rec.icon, want);
+        if (HasFailure()) return;
+    }
+}
+
+// ---------------------------------------------------------------- identity
+
+// The name is the model; the id is the unit's answer, read unsigned, or over
+// USB its session's id; a unit that gives none leaves it empty, quietly.
+TEST(Identity, NameAndUnitIdComeFromTheUnitOrStayEmptyWithoutAnError) {
+    for (const bool answers : {true, false}) {
+        for (const bool over_usb : {false, true}) {
+            SCOPED_TRACE(std::string(answers ? "answers" : "silent") + (over_usb ? " usb" : " serial"));
+            sim::Profile profile = sim::Profile::Named("current");
+            profile.unit_id = answers;
+            Data_Set data = sim::Builtin_Data();
+            data.situation.unit_id = 0xFEDCBA98;
+            Rig rig(profile, data, over_usb);
+            rig.ctl.Product_Data()->Unit_ID = "stale";
+            rig.ctl.Request_GPS_Name();
+            EXPECT_TRUE(rig.rec.errors.empty()) << Errors(rig.rec);
+            EXPECT_EQ(rig.ctl.Product_Data()->GPS_Name, "TREKSIM 60");
+            EXPECT_EQ(rig.ctl.Product_Data()->Unit_ID, answers || over_usb ? "4275878552" : "");
+        }
+    }
 }
 
 // ---------------------------------------------------------------- fitness units

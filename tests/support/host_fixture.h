@@ -69,6 +69,18 @@ struct Recorder : TrekcomCtlEvents {
         order.push_back("ReceivedWaypoints");
         ++waypoints;
     }
+    std::vector<std::int16_t> image_pcts;  // ReceiveImage, in order
+    Picture image;                         // the last one
+    void ReceiveImage(std::int16_t& pct, Picture& p) override {
+        image_pcts.push_back(pct);
+        image = p;
+    }
+    Picture icon;
+    Bytes icon_bmp;
+    void ReceiveIcon(std::int16_t&, Picture& p, Bytes& bmp) override {
+        icon = p;
+        icon_bmp = bmp;
+    }
     void ReceivedRoutes(std::shared_ptr<Collection<cRoute>>&) override { ++routes; }
     void ReceivedTracks(std::shared_ptr<Collection<cTrack>>&) override { ++tracks; }
     void ReceivedFlightbook(std::shared_ptr<Collection<cFlightbook_Record>>&) override { ++flightbook; }

@@ -9,7 +9,9 @@
 
 #include "commands.h"
 #include "files.h"
+#include "png_file.h"
 #include "progress.h"
+#include "support/scratch.h"
 
 namespace trekcom::tool {
 namespace {
@@ -234,6 +236,26 @@ TEST(Text, ProgressLineShowsCountsRateAndTimeLeft) {
     EXPECT_EQ(Progress::Line("tracks", 1000, 1000, 10.0, 4), "tracks     [####] 1000/1000  100/s");
     // A count the receiver never announced draws an empty bar, not a division by zero.
     EXPECT_EQ(Progress::Line("laps", 3, 0, 1.0, 4), "laps       [....] 3/0  3/s");
+}
+
+// Any picture survives a PNG file: few colours in a packed palette of any
+// depth (odd widths leave part of a byte), many as RGB.
+TEST(Png, PicturesReadBackAsWritten) {
+    const testing::Scratch_Folder scratch;
+    for (std::uint32_t seed = 0; seed < 24; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937 rng(seed);
+        const std::uint32_t colours = 1 + rng() % (seed % 3 == 0 ? 400 : 16);
+        Picture p{static_cast<std::int32_t>(1 + rng() % 37), static_cast<std::int32_t>(1 + rng() % 9), {}};
+        for (std::int32_t i = 0; i < p.Width * p.Height; ++i) p.Pixels.push_back(rng() % colours * 0x2F0B07u & 0xFFFFFF);
+        std::string error;
+        Picture back;
+        const std::string path = (scratch / "p.png").string();
+        ASSERT_TRUE(Write_Png(path, p, 1 << rng() % 4, error)) << error;
+        ASSERT_TRUE(Read_Png(path, back, error)) << error;
+        EXPECT_EQ(back.Width, p.Width);
+        EXPECT_EQ(back.Pixels, p.Pixels);
+    }
 }
 
 }  // namespace

@@ -160,6 +160,22 @@ TEST_F(Tool, InfoShowsTheUnitAndItsProtocols) {
     EXPECT_EQ(j["Protocols"]["Routes"]["Formats"], nlohmann::json({"D202", "D108", "D210"}));
 }
 
+// The grey unit's frame lies a quarter turn from its 160 x 288 screen; the
+// PNG is the screen, and a rename is refused without a word to the unit.
+TEST_F(Tool, ScreenshotWritesThePngAndNameRefusesARename) {
+    const fs::path png = scratch / "screen.png";
+    const Result r = Sim({"--sim-profile", "grey-legend", "screenshot", "-o", png.string()});
+    ASSERT_EQ(r.code, 0) << r.err;
+    const std::string file = Read_File(png);
+    ASSERT_GE(file.size(), 24u);
+    EXPECT_EQ(file.substr(1, 3), "PNG");
+    EXPECT_EQ(file.substr(16, 8), std::string("\0\0\0\xA0\0\0\x01\x20", 8));  // width, height
+    const Result rename = Sim({"name", "NEW NAME"});
+    EXPECT_EQ(rename.code, 5);
+    EXPECT_NE(rename.out.find("Unit id:      3456789012"), std::string::npos) << rename.out;
+    EXPECT_NE(rename.err.find("nothing was sent"), std::string::npos) << rename.err;
+}
+
 TEST_F(Tool, GetAllWritesGpxAndSkipsWhatTheUnitLacks) {
     const fs::path out = scratch / "all.gpx";
     const Result r = Sim({"get", "all", "-o", out.string()});

@@ -25,6 +25,32 @@
 
 namespace trekcom::sim {
 
+// The unit's screen: what its user sees, and how the unit lays the frame out
+// when a host asks for it (command 32, answered by a stream of Pid 69 packets).
+struct Screen {
+    int bpp = 0;  // 1, 2, 4 or 8 bits per pixel; 0: the unit has no screen to send
+    int width = 0, height = 0;  // as the user sees it
+    // Palette indices, width × height, row after row from the top as the user sees it.
+    std::vector<std::uint8_t> pixels;
+    // 0xRRGGBB per index, 2^bpp of them; empty: a grey unit, whose header
+    // carries its brightness levels (0..15) instead.
+    std::vector<std::uint32_t> palette;
+    std::vector<std::uint8_t> grey_levels{15, 10, 5, 0};
+    // The frame the unit sends is the screen turned clockwise by this many
+    // quarters; a host turns it back.
+    int frame_quarters = 0;
+    bool frame_mirrored = false;  // then its rows run right to left as well
+    // Over USB the frame is also offered through the image transfer (ids 875
+    // and up), as image 0, its rows last first.
+    bool image_transfer = false;
+
+    // An asymmetric test picture: a turn or a mirror shows in any corner.
+    static Screen Pattern(int bpp, int width, int height, int frame_quarters, bool colour);
+};
+
+// The 256 colours of a unit's custom icons (16 x 16, 8 bpp); the last, magenta, is not drawn.
+std::vector<std::uint32_t> Icon_Palette();
+
 // What a unit is: identity and the protocols and record layouts it speaks.
 // Layouts are D numbers (108 for D108); 0 means the unit lacks the transfer.
 struct Profile {
@@ -59,13 +85,16 @@ struct Profile {
     bool unit_id = true;     // answers command 14
     bool voltages = false;   // answers command 17
     bool satellites = false; // sends the satellite table with each PVT record
+    Screen screen;           // answers command 32 when it has one
+    int icon_slots = 0;      // custom symbols 0..N-1, 16 x 16 at 8 bpp, through the image transfer on USB
 
     // The capability array the unit sends (tag, number), built from the fields above.
     std::vector<std::pair<char, std::uint16_t>> Capabilities() const;
 
     // "current", "d110", "aviator", "legacy25", "legacy29-399", "legacy29-400",
-    // "l002", "l002-d551"; Named also knows "fitness", a running unit that
-    // Names leaves out: its ids do not fit a serial frame, it speaks USB only. Throws std::invalid_argument for another name.
+    // "l002", "l002-d551", "grey-legend"; Named also knows "fitness", a running
+    // unit that Names leaves out: its ids do not fit a serial frame, it speaks
+    // USB only. Throws std::invalid_argument for another name.
     static Profile Named(const std::string& name);
     static std::vector<std::string> Names();
 };
@@ -90,6 +119,10 @@ struct Faults {
     int hang_up_after_record = -1;
     int off_after_record = -1;
     bool usb_zero_length = false;  // USB: every packet on either pipe is followed by a zero-length packet
+    // The next screen capture, once: the Kth Pid 69 packet (1-based) is not sent.
+    int drop_display_packet = 0;
+    // Screen pixel packets go out last row first (their offsets place them).
+    bool display_rows_reversed = false;
 };
 
 // Line noise that holds DLE ETX: a bare one, and a frame start whose stuffed

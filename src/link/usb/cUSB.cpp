@@ -436,6 +436,8 @@ void cUSB::Deliver(const std::vector<Bytes>& blocks, std::uint16_t expected, std
             return;
         }
         usb.resize(whole);
+        if (h.type == kProtocol_Layer && h.id == kSession_Started && h.size >= 4)
+            session_unit_id_ = Le32(usb, kHeader_Size);
         Bytes packet = Serial_Form(h.id, usb.data() + kHeader_Size, h.size);
         if (h.id == expected || (expected == link::kExpanded_Id && packet[1] == link::kExpanded_Id)) came = true;
         if (h.id == second) second_came_ = true;

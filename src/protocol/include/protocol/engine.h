@@ -228,6 +228,8 @@ public:
     // its lifetime so the dispatcher can hand it the real-time packets, which
     // are dropped while nothing is registered. It sends through Exchange.
     friend class Realtime;
+    // The screen capture (screen.h) registers the same way for Pid 69.
+    friend class Screen_Capture;
 
 private:
     // (Re)builds the prebuilt packets from the ids and codes in force.
@@ -319,6 +321,7 @@ private:
 
     State shared_;
     class Realtime* live_ = nullptr;  // the registered real-time part, if any
+    class Screen_Capture* screen_ = nullptr;
     link::Link& link_;
     link::Packet_Ids& ids_;
     Engine_Host& host_;
