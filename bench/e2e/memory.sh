@@ -23,38 +23,7 @@ points=${POINTS:-1000000}
 compare_points=${COMPARE_POINTS:-60000}
 gpsbabel_timeout=${GPSBABEL_TIMEOUT:-900}
 
-work=$(mktemp -d)
-sim_pid=
-cleanup() {
-    [ -n "$sim_pid" ] && kill -TERM "$sim_pid" 2>/dev/null && wait "$sim_pid" 2>/dev/null || true
-    rm -rf "$work"
-}
-trap cleanup EXIT
-
-log() { echo "$*" >&2; }
-
-if [ ! -x /usr/bin/time ]; then
-    log "memory.sh: /usr/bin/time is missing (make setup installs the time package)"
-    exit 1
-fi
-
-start_sim() {  # start_sim POINTS
-    rm -f "$work/sim.out"
-    "$sim" --link "$work/gps" --gen-track "$1" >"$work/sim.out" 2>"$work/sim.err" &
-    sim_pid=$!
-    for _ in $(seq 100); do
-        grep -q ready "$work/sim.out" 2>/dev/null && return 0
-        sleep 0.1
-    done
-    log "trekcom-sim did not start: $(cat "$work/sim.err")"
-    exit 1
-}
-
-stop_sim() {
-    kill -TERM "$sim_pid" 2>/dev/null || true
-    wait "$sim_pid" 2>/dev/null || true
-    sim_pid=
-}
+. "$(dirname "$0")/sim_process.sh"
 
 # peak NAME POINTS COMMAND...: one download of a generated track under GNU
 # time, writing $work/NAME.gpx. Sets MB (peak resident size) and WHOLE (1
@@ -62,7 +31,7 @@ stop_sim() {
 peak() {
     local name=$1 n=$2
     shift 2
-    start_sim "$n"
+    start_sim --gen-track "$n"
     local status=0
     /usr/bin/time -v -o "$work/$name.time" "$@" "$work/$name.gpx" >"$work/$name.log" 2>&1 || status=$?
     stop_sim
