@@ -106,6 +106,12 @@ void Engine::On_Track_Header(const Bytes& packet) {
     Keep(shared_.Track, *Tracks(), &Record_Sink::Track_Header);
 }
 void Engine::On_Track_Point(const Bytes& packet) {
+    // A host taking points as they come keeps none: each is decoded into the
+    // current record, in place, and lent to its sink.
+    if (shared_.Sink) {
+        records::Decode_Track_Point_Into(link::Data_Of(packet), shared_.P.Track_Point_Format, *Created(shared_.Track));
+        return shared_.Sink->Track_Point(*shared_.Track);
+    }
     // Each point carries the name, colour and display flag of the record
     // before it, so a whole track carries its header's.
     shared_.Track = track_pool_.Make(records::Decode_Track_Point(link::Data_Of(packet), shared_.P.Track_Point_Format, *Created(shared_.Track)));

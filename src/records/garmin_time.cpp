@@ -1,6 +1,7 @@
 #include "garmin_time.h"
 
 #include <chrono>
+#include <cstring>
 #include <limits>
 #include <optional>
 
@@ -77,7 +78,11 @@ std::optional<std::int64_t> Parse_Clock(std::string_view s) {
 
 }  // namespace
 
-std::string Seconds2Time(std::int32_t seconds) {
+namespace {
+
+using Time_Chars = char[20];
+
+void Time_Text(std::int32_t seconds, Time_Chars& text) {
     // Floor division, so times before the epoch land on the previous day.
     std::int64_t days = seconds / kSecondsPerDay;
     std::int64_t rest = seconds % kSecondsPerDay;
@@ -94,16 +99,29 @@ std::string Seconds2Time(std::int32_t seconds) {
     }
     const year_month_day& ymd = last_ymd;
 
-    // Built in place and copied once, so the text's heap block is exactly
-    // its size: track points keep one each, by the hundred thousand.
-    char text[] = "yyyy/mm/dd-hh:mm:ss";
+    std::memcpy(text, "yyyy/mm/dd-hh:mm:ss", sizeof text);
     Put_Digits(text + 4, static_cast<int>(ymd.year()), 4);
     Put_Digits(text + 7, static_cast<long>(static_cast<unsigned>(ymd.month())), 2);
     Put_Digits(text + 10, static_cast<long>(static_cast<unsigned>(ymd.day())), 2);
     Put_Digits(text + 13, static_cast<long>(rest / 3600), 2);
     Put_Digits(text + 16, static_cast<long>(rest / 60 % 60), 2);
     Put_Digits(text + 19, static_cast<long>(rest % 60), 2);
+}
+
+}  // namespace
+
+std::string Seconds2Time(std::int32_t seconds) {
+    // Made at its size, so the text's heap block is exactly that: track
+    // points keep one each, by the hundred thousand.
+    Time_Chars text;
+    Time_Text(seconds, text);
     return std::string(text, sizeof text - 1);
+}
+
+void Seconds2Time(std::int32_t seconds, std::string& out) {
+    Time_Chars text;
+    Time_Text(seconds, text);
+    out.assign(text, sizeof text - 1);
 }
 
 std::int32_t Time2Seconds(std::string_view text) {

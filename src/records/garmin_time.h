@@ -16,6 +16,9 @@ namespace trekcom::records {
 // the "no value" pattern FFFFFFFF is -1 and gives "1989/12/30-23:59:59";
 // every Long gives a valid text (1921 .. 2058).
 std::string Seconds2Time(std::int32_t seconds);
+// The same into `text`, whose buffer is reused: a stream of points decoded
+// into one record allocates nothing for their times.
+void Seconds2Time(std::int32_t seconds, std::string& text);
 
 // Seconds since the epoch of a time text. The first 10 characters are the
 // date "yyyy/mm/dd" ('-' also accepted as the date separator, one-digit month

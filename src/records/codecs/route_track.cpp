@@ -119,6 +119,26 @@ std::optional<link::Packet> Encode_Track_Header(const cTrack& header, std::strin
     return link::Packet{packet_id, std::move(p), std::nullopt};
 }
 
+namespace {
+
+// What a point's packet holds, read over `point`; false when the format has no points.
+bool Read_Point(link::Data_View data, std::string_view format, cTrack& point) {
+    const int segment_at = Segment_Offset(format);
+    if (segment_at == 0) return false;
+    point.Lat = Position_At(data, 0);
+    point.Lon = Position_At(data, 4);
+    point.Seconds = Data_Long(data, 8);
+    if (format != "D300") {
+        point.Alt = Data_Single(data, 12);
+        point.Dpth = Data_Single(data, 16);
+    }
+    if (format == "D302") point.Temp = Data_Single(data, 20);
+    point.New_Segment = Data_Byte(data, segment_at) == 1;
+    return true;
+}
+
+}  // namespace
+
 cTrack Decode_Track_Point(link::Data_View data, std::string_view format, const cTrack& current) {
     cTrack point;
     // Points carry their track's name, colour and display flag, whatever
@@ -126,19 +146,21 @@ cTrack Decode_Track_Point(link::Data_View data, std::string_view format, const c
     point.Ident = current.Ident;
     point.Color = current.Color;
     point.Dspl = current.Dspl;
-    const int segment_at = Segment_Offset(format);
-    if (segment_at == 0) return point;
-    point.Lat = Position_At(data, 0);
-    point.Lon = Position_At(data, 4);
-    point.Seconds = Data_Long(data, 8);
-    point.Time = Seconds2Time(point.Seconds);
-    if (format != "D300") {
-        point.Alt = Data_Single(data, 12);
-        point.Dpth = Data_Single(data, 16);
-    }
-    if (format == "D302") point.Temp = Data_Single(data, 20);
-    point.New_Segment = Data_Byte(data, segment_at) == 1;
+    if (Read_Point(data, format, point)) point.Time = Seconds2Time(point.Seconds);
     return point;
+}
+
+void Decode_Track_Point_Into(link::Data_View data, std::string_view format, cTrack& point) {
+    // The track's name, colour and display flag stay, and the text buffers
+    // are reused; every other field is this point's or its default.
+    const cTrack fresh;
+    point.Datum.clear();
+    point.Time.clear();
+    point.Lat = fresh.Lat, point.Lon = fresh.Lon, point.Seconds = fresh.Seconds;
+    point.Alt = fresh.Alt, point.Dpth = fresh.Dpth, point.Temp = fresh.Temp;
+    point.Index = fresh.Index;
+    point.New_Segment = fresh.New_Segment;
+    if (Read_Point(data, format, point)) Seconds2Time(point.Seconds, point.Time);
 }
 
 std::optional<link::Packet> Encode_Track_Point(const cTrack& point, std::string_view format, std::uint16_t packet_id) {

@@ -114,6 +114,9 @@ std::optional<link::Packet> Encode_Track_Header(const cTrack& header, std::strin
 // `current`, the current Track (the last header or point), whatever the
 // format.
 cTrack Decode_Track_Point(link::Data_View data, std::string_view format, const cTrack& current);
+// The same into the point before, which becomes this one (a stream of
+// points decoded into one record reuses its text buffers).
+void Decode_Track_Point_Into(link::Data_View data, std::string_view format, cTrack& point);
 // D301 and D302 go out with their full data but announcing 13 data bytes,
 // the D300 size; receivers that check the size against the frame refuse
 // them. A caller that wants the true size clears `announced`.
