@@ -12,7 +12,10 @@
 //
 // The almanac, which fills the one Almanac record in place and no
 // collection, is read there as before. A record is lent for the call only:
-// copy what must outlive it.
+// copy what must outlive it. Track points are decoded into the current
+// Track record itself, so with a sink that one object is rewritten for each
+// point and nothing is allocated for it: a host that keeps the Track() it
+// was given sees it change.
 #pragma once
 
 #include "trekcom/records.h"
