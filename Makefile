@@ -15,18 +15,25 @@ FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := receive framing decoders identify nmea usb translate replay gpx product_table dispatch screen
 MAKEFLAGS += --no-print-directory
 JOBS ?= 2
+# The Python the package is built and tested for: Debian's.
+PYTHON ?= /usr/bin/python3
 # Warnings become errors only when asked (CI: make test WERROR=ON).
 WERROR ?= OFF
 # What the demo builds and runs needs only these: the library, the simulated
 # receiver and the tool (libpng: its screenshots).
 DEMO_PACKAGES := cmake g++ make pkg-config libasio-dev libusb-1.0-0-dev libpugixml-dev libcli11-dev \
                  nlohmann-json3-dev libpng-dev
-# The tests add GoogleTest, Google Benchmark, gpsbabel (interoperability),
+# The tests add the Python package's needs (pybind11, Python's headers,
+# setuptools and wheel for pip, venv, pytest; the package is built for
+# Debian's /usr/bin/python3, whatever python3 comes first on PATH),
+# GoogleTest, Google Benchmark, gpsbabel (interoperability),
 # xmllint (libxml2-utils: written TCX is well formed), the MinGW compiler (the
 # Windows driver's compile check) and umockdev (an emulated USB bus); the
 # benchmarks, GNU time (peak resident sizes).
 DEB_PACKAGES := $(DEMO_PACKAGES) libgtest-dev libgmock-dev libbenchmark-dev libfmt-dev gpsbabel libxml2-utils \
-                g++-mingw-w64-x86-64 umockdev time
+                g++-mingw-w64-x86-64 umockdev time \
+                pybind11-dev python3-pybind11 python3-dev python3-setuptools python3-wheel python3-pip python3-venv \
+                python3-pytest
 FUZZ_PACKAGES := clang-14 libclang-rt-14-dev
 COVERAGE_PACKAGES := gcovr
 
@@ -49,7 +56,8 @@ setup-demo:
 
 # $(call configure,TESTS): configures $(BUILD) with or without the tests and benchmarks.
 configure = mkdir -p $(BUILD) && cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTREKCOM_WERROR=$(WERROR) \
-	  -DBUILD_TESTING=$(1) -DTREKCOM_BUILD_BENCH=$(1) > $(BUILD)/configure.log || (cat $(BUILD)/configure.log; exit 1)
+	  -DBUILD_TESTING=$(1) -DTREKCOM_BUILD_BENCH=$(1) -DTREKCOM_PYTHON=$(1) -DPython_EXECUTABLE=$(PYTHON) \
+	  > $(BUILD)/configure.log || (cat $(BUILD)/configure.log; exit 1)
 
 configure: setup
 	@$(call configure,ON)

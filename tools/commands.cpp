@@ -164,29 +164,6 @@ private:
 
 // ---------------------------------------------------------------- info
 
-struct Protocol_Row {
-    const char* label;
-    std::string protocol;
-    std::vector<std::string> formats;
-};
-
-std::vector<Protocol_Row> Protocol_Table(const TrekcomCtl& c) {
-    return {
-        {"Link", c.Link_Protocol(), {}},
-        {"Waypoints", c.WayPoint_Transfer_Protocol(), {c.Waypoint_Data_Format()}},
-        {"Routes", c.Route_Transfer_Protocol(),
-         {c.Route_Header_Format(), c.Route_Wpt_Data_Format(), c.Route_Link_Format()}},
-        {"Tracks", c.Track_Transfer_Protocol(), {c.Track_Header_Format(), c.Track_Point_Format()}},
-        {"Proximity", c.Prox_Wpt_Transfer_Protocol(), {c.Prox_Wpt_Data_Format()}},
-        {"Almanac", c.Almanac_Transfer_Protocol(), {c.Almanac_Data_Format()}},
-        {"Date and time", c.Date_Transfer_Protocol(), {c.Date_Data_Format()}},
-        {"Position", c.Posn_Transfer_Protocol(), {c.Posn_Data_Format()}},
-        {"PVT", c.Pvt_Transfer_Protocol(), {c.Pvt_Data_Format()}},
-        {"Laps", c.Laps_Transfer_Protocol(), {c.Laps_Data_Format()}},
-        {"Flightbook", c.Flightbook_Transfer_Protocol(), {c.Flightbook_Data_Format()}},
-    };
-}
-
 std::string Trim(std::string s) {
     while (!s.empty() && (std::isspace(static_cast<unsigned char>(s.back())) || s.back() == 0)) s.pop_back();
     std::size_t start = 0;
@@ -296,6 +273,23 @@ double Course(const cPvtData& p) {
 }
 
 }  // namespace
+
+std::vector<Protocol_Row> Protocol_Table(const TrekcomCtl& c) {
+    return {
+        {"Link", c.Link_Protocol(), {}},
+        {"Waypoints", c.WayPoint_Transfer_Protocol(), {c.Waypoint_Data_Format()}},
+        {"Routes", c.Route_Transfer_Protocol(),
+         {c.Route_Header_Format(), c.Route_Wpt_Data_Format(), c.Route_Link_Format()}},
+        {"Tracks", c.Track_Transfer_Protocol(), {c.Track_Header_Format(), c.Track_Point_Format()}},
+        {"Proximity", c.Prox_Wpt_Transfer_Protocol(), {c.Prox_Wpt_Data_Format()}},
+        {"Almanac", c.Almanac_Transfer_Protocol(), {c.Almanac_Data_Format()}},
+        {"Date and time", c.Date_Transfer_Protocol(), {c.Date_Data_Format()}},
+        {"Position", c.Posn_Transfer_Protocol(), {c.Posn_Data_Format()}},
+        {"PVT", c.Pvt_Transfer_Protocol(), {c.Pvt_Data_Format()}},
+        {"Laps", c.Laps_Transfer_Protocol(), {c.Laps_Data_Format()}},
+        {"Flightbook", c.Flightbook_Transfer_Protocol(), {c.Flightbook_Data_Format()}},
+    };
+}
 
 std::string Summary(const Data& d) {
     Record_Tally tally;

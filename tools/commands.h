@@ -57,6 +57,14 @@ using Command = int (*)(Session_Options&, const Command_Options&);
 // its exit code, and any failure once the platform was interrupted is kInterrupted.
 int Run_Command(Command run, Session_Options& s, const Command_Options& c, std::ostream& err);
 
+// What the receiver announced: per capability its protocol and its record layouts.
+struct Protocol_Row {
+    const char* label;
+    std::string protocol;
+    std::vector<std::string> formats;
+};
+std::vector<Protocol_Row> Protocol_Table(const TrekcomCtl& ctl);
+
 // "12 waypoints, 2 routes (9 points), ...": what a set holds.
 std::string Summary(const Data& data);
 // The sentences a PVT record gives: GGA and RMC, each with its checksum.

@@ -220,6 +220,7 @@ void Session::Download(const std::vector<Kind>& kinds, bool skip_unsupported, Re
             s.writer_ = nullptr;
         }
     } streaming(*this, out);
+    shortfall_.clear();
     out.Begin(Describe());
     for (Kind k : kinds) {
         if (!Supports(k)) {

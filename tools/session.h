@@ -73,7 +73,7 @@ public:
     // Downloads the kinds; a kind the receiver lacks fails with kUnsupported
     // unless skip_unsupported, which leaves it out. A kind that came short of
     // its announced count keeps what arrived and ends the downloads there;
-    // Shortfall() then says what was short.
+    // Shortfall() then says what was short, until the next download.
     Data Download(const std::vector<Kind>& kinds, bool skip_unsupported);
     // The same download, each record handed to `out` as it arrives; the
     // session keeps none. `out` is finished unless the download fails.
@@ -103,6 +103,8 @@ public:
     std::function<void(const Picture&)> On_Icon;
 
     const std::vector<std::string>& Errors() const { return errors_; }
+    // The control's number for each of Errors().
+    const std::vector<std::int16_t>& Error_Codes() const { return error_codes_; }
     int Timeout_ms() const { return options_.timeout_ms; }
 
 private:
