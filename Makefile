@@ -21,11 +21,12 @@ WERROR ?= OFF
 # receiver and the tool (libpng: its screenshots).
 DEMO_PACKAGES := cmake g++ make pkg-config libasio-dev libusb-1.0-0-dev libpugixml-dev libcli11-dev \
                  nlohmann-json3-dev libpng-dev
-# The tests add GoogleTest, Google Benchmark, gpsbabel (interoperability),
+# The tests add GoogleTest, Google Benchmark, gpsbabel and python3-gps (gpsd's
+# client library; interoperability),
 # xmllint (libxml2-utils: written TCX is well formed), the MinGW compiler (the
 # Windows driver's compile check) and umockdev (an emulated USB bus); the
 # benchmarks, GNU time (peak resident sizes).
-DEB_PACKAGES := $(DEMO_PACKAGES) libgtest-dev libgmock-dev libbenchmark-dev libfmt-dev gpsbabel libxml2-utils \
+DEB_PACKAGES := $(DEMO_PACKAGES) libgtest-dev libgmock-dev libbenchmark-dev libfmt-dev gpsbabel python3-gps libxml2-utils \
                 g++-mingw-w64-x86-64 umockdev time
 FUZZ_PACKAGES := clang-14 libclang-rt-14-dev
 COVERAGE_PACKAGES := gcovr

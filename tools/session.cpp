@@ -129,6 +129,12 @@ std::string Session::Describe() const {
     return text;
 }
 
+std::string Session::Device() const {
+    if (Usb()) return options_.port == "usb" ? "usb:0" : options_.port;
+    if (sim_) return sim_->Path();
+    return ctl_.Port_Name();
+}
+
 bool Session::Supports(Kind k) const {
     switch (k) {
         case Kind::Waypoints: return !Blank(ctl_.WayPoint_Transfer_Protocol());
