@@ -6,6 +6,8 @@
 
 #include "commands.h"
 #include "gpsd.h"
+#include "trekcom/trekcom.h"
+#include "trekcom_sim/unit.h"
 
 namespace trekcom::tool {
 namespace {
@@ -81,6 +83,32 @@ TEST(Gpsd, ADateHalfARolloverBehindTheClockMovesOnByWholeRollovers) {
     EXPECT_EQ(Pvt_Garmin_Seconds(p, t + 511 * kWeek), t);
     EXPECT_EQ(Pvt_Garmin_Seconds(p, t + 513 * kWeek), t + 1024 * kWeek);
     EXPECT_EQ(Pvt_Garmin_Seconds(p, t + 1600 * kWeek), t + 2048 * kWeek);
+}
+
+// Port 1 with the simulated unit on it, on the virtual platform (the unit
+// sends each satellite table after its PVT record): the device is named by
+// the platform, and nothing follows the Nth update.
+TEST(Gpsd, PvtNamesThePortAndStopsAtTheNthUpdate) {
+    auto vp = std::make_shared<VirtualPlatform>();
+    vp->Attach(1, std::make_shared<sim::Virtual_Unit>(sim::Profile::Named("current"), sim::Builtin_Data()));
+    Session_Options options;
+    options.platform = vp;
+    options.progress = false;
+    options.port = "1";
+    Command_Options cmd;
+    cmd.gpsd = true;
+    cmd.count = 2;
+    ::testing::internal::CaptureStdout();
+    const int code = Run_Pvt(options, cmd);
+    const std::string out = ::testing::internal::GetCapturedStdout();
+    ASSERT_EQ(code, kOk);
+    std::vector<std::string> classes;
+    for (std::size_t at = 0, end; (end = out.find("\r\n", at)) != std::string::npos; at = end + 2) {
+        const auto j = nlohmann::json::parse(out.substr(at, end - at));
+        EXPECT_EQ(j["device"], "/dev/ttyS0");
+        classes.push_back(j["class"]);
+    }
+    EXPECT_EQ(classes, (std::vector<std::string>{"TPV", "SKY", "TPV"})) << out;
 }
 
 }  // namespace
