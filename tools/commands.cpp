@@ -3,8 +3,8 @@
 #include <unistd.h>
 
 #include <cctype>
-#include <cmath>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -291,7 +291,6 @@ const char* Fix_Name(std::int16_t fix) {
     return fix >= 0 && fix <= 5 ? kNames[fix] : "?";
 }
 
-
 }  // namespace
 
 std::string Summary(const Data& d) {
@@ -524,15 +523,16 @@ void Print_Pvt(const cPvtData& v, const Command_Options& c, const std::string& d
 int Run_Pvt(Session_Options& s, const Command_Options& c) {
     Opened o(s, false);
     TrekcomCtl& ctl = o.ctl();
+    const std::string device = o.session.Device();
     long seen = 0;
     // Records count from the moment the port is open: a receiver may be streaming already.
     o.session.On_Packet = [&](const Bytes& p) {
         if (c.count > 0 && seen >= c.count) return;
         if (p[1] == ctl.PID_Sats() && c.gpsd) {
-            Write_Gpsd(std::cout, Gpsd_Sky(*ctl.Sats(), o.session.Device()));
+            Write_Gpsd(std::cout, Gpsd_Sky(*ctl.Sats(), device));
         } else if (p[1] == ctl.PID_Pvt_Data()) {
             ++seen;
-            Print_Pvt(*ctl.PvtData(), c, o.session.Device());
+            Print_Pvt(*ctl.PvtData(), c, device);
         }
     };
     try {

@@ -15,7 +15,7 @@ using nlohmann::ordered_json;
 constexpr double kRad_To_Deg = 180.0 / std::numbers::pi;
 
 // The receiver's floats carry about seven digits: printing more only shows
-// the conversion to double. Positions keep nine decimals (a millimetre).
+// the conversion to double. Positions keep nine decimals (a tenth of a millimetre).
 double Rounded(double x, int decimals) {
     const double scale = std::pow(10.0, decimals);
     return std::round(x * scale) / scale + 0.0;  // + 0.0: no "-0" for a rounded-away value
