@@ -26,11 +26,12 @@ DEMO_PACKAGES := cmake g++ make pkg-config libasio-dev libusb-1.0-0-dev libpugix
 # The tests add the Python package's needs (pybind11, Python's headers,
 # setuptools and wheel for pip, venv, pytest; the package is built for
 # Debian's /usr/bin/python3, whatever python3 comes first on PATH),
-# GoogleTest, Google Benchmark, gpsbabel (interoperability),
+# GoogleTest, Google Benchmark, gpsbabel and python3-gps (gpsd's client
+# library; interoperability),
 # xmllint (libxml2-utils: written TCX is well formed), the MinGW compiler (the
 # Windows driver's compile check) and umockdev (an emulated USB bus); the
 # benchmarks, GNU time (peak resident sizes).
-DEB_PACKAGES := $(DEMO_PACKAGES) libgtest-dev libgmock-dev libbenchmark-dev libfmt-dev gpsbabel libxml2-utils \
+DEB_PACKAGES := $(DEMO_PACKAGES) libgtest-dev libgmock-dev libbenchmark-dev libfmt-dev gpsbabel python3-gps libxml2-utils \
                 g++-mingw-w64-x86-64 umockdev time \
                 pybind11-dev python3-pybind11 python3-dev python3-setuptools python3-wheel python3-pip python3-venv \
                 python3-pytest

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cctype>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -14,6 +15,7 @@
 
 #include "devices.h"
 #include "files.h"
+#include "gpsd.h"
 #include "tcx.h"
 
 namespace trekcom::tool {
@@ -266,12 +268,6 @@ const char* Fix_Name(std::int16_t fix) {
     return fix >= 0 && fix <= 5 ? kNames[fix] : "?";
 }
 
-double Speed(const cPvtData& p) { return std::hypot(p.east, p.north); }
-double Course(const cPvtData& p) {
-    double c = std::atan2(p.east, p.north) * kRad_To_Deg;
-    return c < 0 ? c + 360 : c;
-}
-
 }  // namespace
 
 std::vector<Protocol_Row> Protocol_Table(const TrekcomCtl& c) {
@@ -297,10 +293,21 @@ std::string Summary(const Data& d) {
     return tally.Summary();
 }
 
-double Pvt_Garmin_Seconds(const cPvtData& p) {
+double Pvt_Garmin_Seconds(const cPvtData& p, double host_garmin_seconds) {
     // The week's start in days since the epoch, plus the time of week, less
     // the leap seconds GPS time runs ahead of UTC.
-    return static_cast<double>(p.wn_days) * 86400.0 + p.tow - p.leap_scnds;
+    double t = static_cast<double>(p.wn_days) * 86400.0 + p.tow - p.leap_scnds;
+    // The week number a receiver counts is ten bits wide; a unit that wraps
+    // it early reports dates 1024 weeks behind. No receiver's fix is half
+    // that span older than the host's clock, so such a date is one of those.
+    constexpr double kWeek = 7 * 86400.0;
+    while (host_garmin_seconds - t > 512 * kWeek) t += 1024 * kWeek;
+    return t;
+}
+
+double Pvt_Garmin_Seconds(const cPvtData& p) {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return Pvt_Garmin_Seconds(p, std::chrono::duration<double>(now).count() - kGarmin_Epoch_Unix);
 }
 
 std::vector<std::string> Pvt_Sentences(const cPvtData& p) {
@@ -319,8 +326,8 @@ std::vector<std::string> Pvt_Sentences(const cPvtData& p) {
                           std::to_string(quality) + ",,," + Format("%.1f", msl) + ",M," +
                           Format("%.1f", -p.msl_hght) + ",M,,"),
             With_Checksum("GPRMC," + hms + "," + (fixed ? "A" : "V") + "," + Nmea_Angle(lat, true) + "," +
-                          Nmea_Angle(lon, false) + "," + Format("%.1f", Speed(p) * 3600.0 / 1852.0) + "," +
-                          Format("%.1f", Course(p)) + "," + dmy + ",,," + (fixed ? "A" : "N"))};
+                          Nmea_Angle(lon, false) + "," + Format("%.1f", Pvt_Speed(p) * 3600.0 / 1852.0) + "," +
+                          Format("%.1f", Pvt_Track(p)) + "," + dmy + ",,," + (fixed ? "A" : "N"))};
 }
 
 // ---------------------------------------------------------------- the commands
@@ -479,32 +486,56 @@ int Run_Put(Session_Options& s, const Command_Options& c) {
     return kOk;
 }
 
+namespace {
+
+// One PVT record in the output form asked for.
+void Print_Pvt(const cPvtData& v, const Command_Options& c, const std::string& device) {
+    const double t = Pvt_Garmin_Seconds(v);
+    const double lat = v.Lat * kRad_To_Deg, lon = v.Lon * kRad_To_Deg;
+    if (c.gpsd) {
+        Write_Gpsd(std::cout, Gpsd_Tpv(v, t, device));
+    } else if (c.nmea_out) {
+        for (const auto& line : Pvt_Sentences(v)) std::cout << line << "\r\n";
+    } else if (c.json) {
+        std::cout << json{{"Time", Iso_Time(static_cast<std::int64_t>(std::floor(t)))},
+                          {"Lat", lat}, {"Lon", lon}, {"Alt", v.Alt}, {"Alt_MSL", v.Alt + v.msl_hght},
+                          {"Fix", Fix_Name(v.pfix)},
+                          {"east", v.east}, {"north", v.north}, {"up", v.up}, {"epe", v.epe}}
+                         .dump()
+                  << '\n';
+    } else {
+        std::cout << Iso_Time(static_cast<std::int64_t>(std::floor(t)))
+                  << Format("  %10.6f %11.6f  %7.1f m  %-7s %5.1f m/s  epe %.1f m", lat, lon, v.Alt + v.msl_hght,
+                            Fix_Name(v.pfix), Pvt_Speed(v), v.epe)
+                  << '\n';
+    }
+    std::cout.flush();
+}
+
+}  // namespace
+
 int Run_Pvt(Session_Options& s, const Command_Options& c) {
-    Opened o(s);
+    Opened o(s, false);
     TrekcomCtl& ctl = o.ctl();
+    const std::string device = o.session.Device();
     long seen = 0;
+    // Records count from the moment the port is open: a receiver may be streaming already.
     o.session.On_Packet = [&](const Bytes& p) {
-        if (p[1] != ctl.PID_Pvt_Data() || (c.count > 0 && seen >= c.count)) return;
-        ++seen;
-        const cPvtData& v = *ctl.PvtData();
-        const double lat = v.Lat * kRad_To_Deg, lon = v.Lon * kRad_To_Deg;
-        if (c.nmea_out) {
-            for (const auto& line : Pvt_Sentences(v)) std::cout << line << "\r\n";
-        } else if (c.json) {
-            std::cout << json{{"Time", Iso_Time(static_cast<std::int64_t>(std::floor(Pvt_Garmin_Seconds(v))))},
-                              {"Lat", lat}, {"Lon", lon}, {"Alt", v.Alt}, {"Alt_MSL", v.Alt + v.msl_hght},
-                              {"Fix", Fix_Name(v.pfix)},
-                              {"east", v.east}, {"north", v.north}, {"up", v.up}, {"epe", v.epe}}
-                             .dump()
-                      << '\n';
-        } else {
-            std::cout << Iso_Time(static_cast<std::int64_t>(std::floor(Pvt_Garmin_Seconds(v))))
-                      << Format("  %10.6f %11.6f  %7.1f m  %-7s %5.1f m/s  epe %.1f m", lat, lon, v.Alt + v.msl_hght,
-                                Fix_Name(v.pfix), Speed(v), v.epe)
-                      << '\n';
+        if (c.count > 0 && seen >= c.count) return;
+        if (p[1] == ctl.PID_Sats() && c.gpsd) {
+            Write_Gpsd(std::cout, Gpsd_Sky(*ctl.Sats(), device));
+        } else if (p[1] == ctl.PID_Pvt_Data()) {
+            ++seen;
+            Print_Pvt(*ctl.PvtData(), c, device);
         }
-        std::cout.flush();
     };
+    try {
+        o.session.Identify();
+    } catch (const Failure& f) {
+        // A unit set to stream PVT by itself (a GPS 18x in binary output)
+        // may not say who it is: its records are answer enough.
+        if (f.code != kTimeout || seen == 0) throw;
+    }
     ctl.Pvt_Data_Start();
     try {
         o.session.Wait("the PVT stream", [&] { return c.count > 0 && seen >= c.count; });

@@ -20,6 +20,7 @@ struct Command_Options {
     bool courses = false;  // put: the file's tracks go up as courses
     long count = 0;  // 0: until interrupted
     bool nmea_out = false;
+    bool gpsd = false;  // pvt: gpsd's TPV and SKY objects
     std::int32_t rate = 0;
     std::string sentence;
     std::string image = "screen.png";  // screenshot output
@@ -69,7 +70,11 @@ std::vector<Protocol_Row> Protocol_Table(const TrekcomCtl& ctl);
 std::string Summary(const Data& data);
 // The sentences a PVT record gives: GGA and RMC, each with its checksum.
 std::vector<std::string> Pvt_Sentences(const cPvtData& pvt);
-// Seconds since the receiver's epoch of a PVT record's time (UTC).
+// Seconds since the receiver's epoch of a PVT record's time (UTC). A date
+// more than 512 weeks before the host's clock (host_garmin_seconds, the same
+// scale) is one of a receiver whose week count wrapped early: it is moved on
+// by 1024 weeks until it is not. Without a clock, the system's.
+double Pvt_Garmin_Seconds(const cPvtData& pvt, double host_garmin_seconds);
 double Pvt_Garmin_Seconds(const cPvtData& pvt);
 
 }  // namespace trekcom::tool

@@ -93,7 +93,11 @@ int main(int argc, char** argv) {
 
     auto* pvt = app.add_subcommand("pvt", "Print live position, velocity and time until Ctrl-C");
     pvt->add_option("-n,--count", command.count, "Stop after N updates");
-    pvt->add_flag("--nmea", command.nmea_out, "Print NMEA 0183 GGA and RMC sentences instead");
+    auto* pvt_nmea = pvt->add_flag("--nmea", command.nmea_out, "Print NMEA 0183 GGA and RMC sentences instead");
+    pvt->add_flag("--gpsd", command.gpsd,
+                  "Print gpsd's JSON instead: a TPV object per update and a SKY object per satellite table, "
+                  "one a line (-n counts the TPV objects)")
+        ->excludes(pvt_nmea);
 
     auto* time = app.add_subcommand("time", "Print the receiver's date and time (UTC)");
     auto* position = app.add_subcommand("position", "Print the receiver's position");

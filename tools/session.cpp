@@ -129,6 +129,16 @@ std::string Session::Describe() const {
     return text;
 }
 
+std::string Session::Device() const {
+    if (Usb()) return options_.port == "usb" ? "usb:0" : options_.port;
+    if (sim_) return sim_->Path();
+    if (!ctl_.Port_Name().empty()) return ctl_.Port_Name();
+    // A port given by number: the platform's own name for it.
+    const auto port = ctl_.Platform()->Create_Serial_Port();
+    port->CommPort(ctl_.Port());
+    return port->Device_Name();
+}
+
 bool Session::Supports(Kind k) const {
     switch (k) {
         case Kind::Waypoints: return !Blank(ctl_.WayPoint_Transfer_Protocol());

@@ -68,6 +68,8 @@ public:
     // Asks the receiver who it is; a receiver that does not answer is kTimeout.
     void Identify();
     std::string Describe() const;  // product description and version, one line
+    // The port's path once open (the simulated receiver's pty for "sim"; usb:N over USB).
+    std::string Device() const;
 
     bool Supports(Kind k) const;
     // Downloads the kinds; a kind the receiver lacks fails with kUnsupported

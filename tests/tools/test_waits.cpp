@@ -82,6 +82,14 @@ TEST_F(Waits, UsbSearchWithNothingPluggedInGivesUpAfterTheTimeout) {
     }
 }
 
+// A port where nothing streams: pvt gives up as any command does.
+TEST_F(Waits, PvtOnASilentPortTimesOut) {
+    options.timeout_ms = 3000;
+    const Outcome r = Run(Run_Pvt);
+    EXPECT_EQ(r.code, kTimeout) << r.err;
+    EXPECT_EQ(r.err.find("trekcom: timeout: no receiver answers"), 0u) << r.err;
+}
+
 // Each kind of wait, interrupted well inside it, ends within a second with 130.
 TEST_F(Waits, AnInterruptEndsEveryWaitWithinASecond) {
     struct Case {
@@ -111,6 +119,8 @@ TEST_F(Waits, AnInterruptEndsEveryWaitWithinASecond) {
         // Nothing answers at any rate.
         {"baud search", [](Waits&) {}, Run_Baud},
         {"identify, nobody there", [](Waits&) {}, Run_Time},
+        // pvt listens for a unit that streams unasked while it asks who is there.
+        {"pvt, nobody there", [](Waits&) {}, Run_Pvt},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
