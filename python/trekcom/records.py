@@ -206,8 +206,17 @@ class PvtData:
 
     @property
     def datetime(self) -> _dt.datetime:
-        """The report's UTC time."""
-        return GARMIN_EPOCH + _dt.timedelta(days=self.wn_days, seconds=self.tow - self.leap_scnds)
+        """The report's UTC time.
+
+        A unit whose ten-bit week count wrapped early reports dates 1024
+        weeks behind; no fix is half that span older than the host's clock,
+        so such a date is moved on, as the trekcom tool does.
+        """
+        t = GARMIN_EPOCH + _dt.timedelta(days=self.wn_days, seconds=self.tow - self.leap_scnds)
+        now = _dt.datetime.now(_dt.timezone.utc)
+        while now - t > _dt.timedelta(weeks=512):
+            t += _dt.timedelta(weeks=1024)
+        return t
 
     @property
     def has_fix(self) -> bool:

@@ -6,9 +6,13 @@ import ast
 import dataclasses
 import inspect
 import pathlib
+import subprocess
 
 import trekcom
 from trekcom import _trekcom
+from conftest import run_python
+
+EXAMPLES = pathlib.Path(__file__).resolve().parents[2] / "examples" / "python"
 
 
 def stub_names(tree):
@@ -39,3 +43,28 @@ def test_every_record_field_is_read_from_a_unit():
     assert {f.name for f in dataclasses.fields(waypoint)} >= {"Ident", "Lat", "Lon", "Smbl", "Time_Seconds"}
     assert product.Product_ID and product.Software_Version and product.Protocols[0] == "L001"
     assert str(product).startswith("TREKSIM")
+
+
+def test_the_backup_example_writes_a_gpx_the_tool_restores(tmp_path, tool):
+    backup = tmp_path / "unit.gpx"
+    script = run_python(open(EXAMPLES / "backup_to_gpx.py").read(), "sim", str(backup))
+    out, err = script.communicate(timeout=60)
+    assert script.returncode == 0, err
+    assert out.startswith(f"{backup}: 12 waypoints, 2 proximity, 2 routes, 2 tracks, 3 laps, 31 almanac")
+    with trekcom.open("sim") as gps:
+        held = gps.get_all()
+    loaded = trekcom.load(str(backup))
+    for kind in ("waypoints", "proximity", "routes"):  # what a GPX file gives back
+        assert [r.Ident for r in loaded[kind]] == [r.Ident for r in held[kind]], kind
+    assert [len(t.Points) for t in loaded["tracks"]] == [len(t.Points) for t in held["tracks"]]
+    restored = subprocess.run([tool, "--port", "sim", "--sim-empty", "put", str(backup), "--verify"],
+                              capture_output=True, text=True)
+    assert restored.returncode == 0, restored.stderr
+
+
+def test_the_live_example_prints_positions():
+    script = run_python(open(EXAMPLES / "live_positions.py").read(), "sim", "2")
+    out, err = script.communicate(timeout=60)
+    assert script.returncode == 0, err
+    lines = out.splitlines()
+    assert len(lines) == 2 and all(" 46.635600    6.282200 " in line for line in lines), out

@@ -154,16 +154,3 @@ def test_a_list_of_points_goes_up_as_one_nameless_track():
     back = put_and_get_back("current", {"tracks": points})
     assert [(round(p.Lat, 6), p.Seconds) for t in back["tracks"] for p in t.Points] == \
            [(round(p.Lat, 6), p.Seconds) for p in points]
-
-
-def test_saved_files_load_back_and_the_tool_reads_them(tmp_path, gps, tool):
-    data = gps.get_all()
-    for name in ("unit.gpx", "unit.json"):
-        trekcom.save(str(tmp_path / name), data)
-        loaded = trekcom.load(str(tmp_path / name))
-        assert [(w.Ident, round(w.Lat, 6)) for w in loaded["waypoints"]] == \
-               [(w.Ident, round(w.Lat, 6)) for w in data["waypoints"]]
-        assert sum(len(t.Points) for t in loaded["tracks"]) == sum(len(t.Points) for t in data["tracks"])
-    done = subprocess.run([tool, "--port", "sim", "--sim-empty", "put", str(tmp_path / "unit.gpx"), "--verify"],
-                          capture_output=True, text=True)
-    assert done.returncode == 0, done.stderr
