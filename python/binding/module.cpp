@@ -57,15 +57,13 @@ PYBIND11_MODULE(_trekcom, m) {
     py::class_<Receiver>(m, "Receiver")
         .def(py::init([](const std::string& port, const std::string& sim_profile, const std::string& sim_data,
                          bool sim_empty, int timeout_ms, bool fast, const std::string& trace_file) {
-                 Receiver_Options o;
-                 o.port = port;
-                 o.sim_profile = sim_profile;
-                 o.sim_data = sim_data;
-                 o.sim_empty = sim_empty;
-                 o.timeout_ms = timeout_ms;
-                 o.fast = fast;
-                 o.trace_file = trace_file;
-                 return std::make_unique<Receiver>(std::move(o));
+                 return std::make_unique<Receiver>(Receiver_Options{.port = port,
+                                                                    .sim_profile = sim_profile,
+                                                                    .sim_data = sim_data,
+                                                                    .sim_empty = sim_empty,
+                                                                    .timeout_ms = timeout_ms,
+                                                                    .fast = fast,
+                                                                    .trace_file = trace_file});
              }),
              py::arg("port"), py::arg("sim_profile") = "current", py::arg("sim_data") = "", py::arg("sim_empty") = false,
              py::arg("timeout_ms") = 5000, py::arg("fast") = true, py::arg("trace_file") = "")

@@ -85,8 +85,8 @@ class Route:
 
 
 @dataclass
-class TrackPoint:
-    """One point of a track."""
+class _Track_Fields:
+    # One C++ record carries a track's header and each of its points.
     Lat: float = 0.0
     Lon: float = 0.0
     Time: str = ""
@@ -100,6 +100,11 @@ class TrackPoint:
     New_Segment: bool = False
     Dspl: bool = False
     Color: int = 0
+
+
+@dataclass
+class TrackPoint(_Track_Fields):
+    """One point of a track."""
 
     @property
     def datetime(self) -> _dt.datetime:
@@ -107,24 +112,11 @@ class TrackPoint:
 
 
 @dataclass
-class Track:
+class Track(_Track_Fields):
     """A track: its header's fields (Ident, Color, Dspl, Index) and its points.
 
     A unit without track headers gives one nameless track holding every point.
     """
-    Lat: float = 0.0
-    Lon: float = 0.0
-    Time: str = ""
-    Ident: str = ""
-    Datum: str = ""
-    Seconds: int = 0
-    Alt: float = 0.0
-    Dpth: float = 0.0
-    Temp: float = 0.0
-    Index: int = 0
-    New_Segment: bool = False
-    Dspl: bool = False
-    Color: int = 0
     Points: List[TrackPoint] = field(default_factory=list)
 
 
