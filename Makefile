@@ -24,7 +24,7 @@ WERROR ?= OFF
 DEMO_PACKAGES := cmake g++ make pkg-config libasio-dev libusb-1.0-0-dev libpugixml-dev libcli11-dev \
                  nlohmann-json3-dev libpng-dev
 # The tests add the Python package's needs (pybind11, Python's headers,
-# setuptools and wheel for pip, venv, pytest; the package is built for
+# setuptools and wheel for pip, venv, pytest, mypy; the package is built for
 # Debian's /usr/bin/python3, whatever python3 comes first on PATH),
 # GoogleTest, Google Benchmark, gpsbabel and python3-gps (gpsd's client
 # library; interoperability),
@@ -34,7 +34,7 @@ DEMO_PACKAGES := cmake g++ make pkg-config libasio-dev libusb-1.0-0-dev libpugix
 DEB_PACKAGES := $(DEMO_PACKAGES) libgtest-dev libgmock-dev libbenchmark-dev libfmt-dev gpsbabel python3-gps libxml2-utils \
                 g++-mingw-w64-x86-64 umockdev time \
                 pybind11-dev python3-pybind11 python3-dev python3-setuptools python3-wheel python3-pip python3-venv \
-                python3-pytest
+                python3-pytest python3-mypy
 FUZZ_PACKAGES := clang-14 libclang-rt-14-dev
 COVERAGE_PACKAGES := gcovr
 

@@ -7,11 +7,12 @@ FILE: default backup.gpx. `trekcom put FILE` restores it.
 """
 
 import sys
+from typing import List
 
 import trekcom
 
 
-def main(argv):
+def main(argv: List[str]) -> int:
     port = argv[1] if len(argv) > 1 else "sim"
     path = argv[2] if len(argv) > 2 else "backup.gpx"
     try:

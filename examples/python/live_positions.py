@@ -7,11 +7,12 @@ PORT: a serial device (/dev/ttyUSB0), usb, or sim (a simulated receiver); defaul
 
 import math
 import sys
+from typing import List
 
 import trekcom
 
 
-def main(argv):
+def main(argv: List[str]) -> int:
     port = argv[1] if len(argv) > 1 else "sim"
     count = int(argv[2]) if len(argv) > 2 else None
     try:

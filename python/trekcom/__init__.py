@@ -19,7 +19,7 @@ Receivers share one event loop: their waits take turns, one at a time.
 
 from __future__ import annotations
 
-from typing import Any, Dict, Iterator, List, Literal, Optional, Sequence, Union, overload
+from typing import Any, Dict, Iterator, List, Literal, Mapping, Optional, Sequence, Union, overload
 
 from . import _trekcom
 from .errors import (Error, FileFormatError, IncompleteError, NoDeviceError, RefusedError, TimeoutError,
@@ -119,7 +119,7 @@ class Receiver:
                 continue
         return out
 
-    def put(self, records: Union[Sequence[Any], Dict[str, Sequence[Any]]], kind: Optional[str] = None) -> None:
+    def put(self, records: Union[Sequence[Any], Mapping[str, Sequence[Any]]], kind: Optional[str] = None) -> None:
         """Uploads records: a list of one kind, or a {kind: records} mapping such as get_all() gives.
 
         The kind is that of the first record's class unless given; waypoints
@@ -127,7 +127,7 @@ class Receiver:
         UnsupportedError when the receiver takes no such records, RefusedError
         when it refuses them, TypeError when a field holds the wrong type.
         """
-        if isinstance(records, dict):
+        if isinstance(records, Mapping):
             for k in KINDS:
                 if k in records and records[k]:
                     self._native.put(k, list(records[k]))
@@ -195,7 +195,7 @@ def load(path: str) -> Dict[str, List[Any]]:
     return _trekcom.load(path)
 
 
-def save(path: str, records: Dict[str, Sequence[Any]], source: str = "") -> None:
+def save(path: str, records: Mapping[str, Sequence[Any]], source: str = "") -> None:
     """Writes {kind: records} to a GPX file (JSON when the name ends in .json), as the trekcom tool does.
 
     GPX holds waypoints, routes and tracks in its own elements and the other
