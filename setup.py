@@ -48,7 +48,7 @@ setup(
     description="Talk to Garmin GPS receivers over serial and USB",
     long_description=(ROOT / "python" / "README.md").read_text(encoding="utf-8"),
     long_description_content_type="text/markdown",
-    python_requires=">=3.8",
+    python_requires=">=3.10",
     packages=["trekcom"],
     package_dir={"": "python"},
     package_data={"trekcom": ["py.typed", "*.pyi"]},

@@ -94,6 +94,12 @@ if [ -x "$here/e2e/memory.sh" ] || [ -f "$here/e2e/memory.sh" ]; then
         [ -n "$figure" ] && line "$figure" "$measured" "$target" "$(dash "$gpsbabel")" ""
     done
 fi
+if [ -d "$build/python/trekcom" ]; then
+    echo "the Python package on a large track ..." >&2
+    bash "$here/e2e/python.sh" "$build" 2>"$logs/python.log" | while IFS=$'\t' read -r figure measured target gpsbabel; do
+        [ -n "$figure" ] && line "$figure" "$measured" "$target" "$(dash "$gpsbabel")" ""
+    done
+fi
 echo
 [ -n "$(kv gpsbabel_fast_s)" ] &&
     echo "(*) gpsbabel with its defaults stays at 9600: timed on $(kv gpsbabel_slow_points) points ($(kv gpsbabel_slow_s) s), scaled by the points"

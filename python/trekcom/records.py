@@ -38,7 +38,7 @@ def _time_of(seconds: int) -> _dt.datetime:
     return GARMIN_EPOCH + _dt.timedelta(seconds=seconds & 0xFFFFFFFF)
 
 
-@dataclass
+@dataclass(slots=True)
 class Waypoint:
     """A waypoint, a route's waypoint or a proximity waypoint."""
     Ident: str = ""
@@ -72,7 +72,7 @@ class Waypoint:
     Wpt_Category: int = 0
 
 
-@dataclass
+@dataclass(slots=True)
 class Route:
     """A route: its header's fields and its waypoints, in order."""
     Number: int = 0
@@ -84,7 +84,7 @@ class Route:
     Waypoints: List[Waypoint] = field(default_factory=list)
 
 
-@dataclass
+@dataclass(slots=True)
 class _Track_Fields:
     # One C++ record carries a track's header and each of its points.
     Lat: float = 0.0
@@ -102,7 +102,7 @@ class _Track_Fields:
     Color: int = 0
 
 
-@dataclass
+@dataclass(slots=True)
 class TrackPoint(_Track_Fields):
     """One point of a track."""
 
@@ -111,7 +111,7 @@ class TrackPoint(_Track_Fields):
         return _time_of(self.Seconds)
 
 
-@dataclass
+@dataclass(slots=True)
 class Track(_Track_Fields):
     """A track: its header's fields (Ident, Color, Dspl, Index) and its points.
 
@@ -120,7 +120,7 @@ class Track(_Track_Fields):
     Points: List[TrackPoint] = field(default_factory=list)
 
 
-@dataclass
+@dataclass(slots=True)
 class Lap:
     """A lap of a unit that keeps laps beside its track log."""
     Start_Time: str = ""
@@ -136,7 +136,7 @@ class Lap:
     Unused: int = 0
 
 
-@dataclass
+@dataclass(slots=True)
 class FlightbookRecord:
     """An aviation unit's flightbook entry."""
     Takeoff_Time: str = ""
@@ -160,7 +160,7 @@ class FlightbookRecord:
     Aircraft_ID: str = ""
 
 
-@dataclass
+@dataclass(slots=True)
 class Almanac:
     """One satellite's almanac entry."""
     svid: int = 0
@@ -178,7 +178,7 @@ class Almanac:
     hlth: float = 0.0
 
 
-@dataclass
+@dataclass(slots=True)
 class PvtData:
     """One position, velocity and time report. Lat and Lon are degrees here."""
     Alt: float = 0.0
@@ -216,13 +216,13 @@ class PvtData:
         return 2 <= self.pfix <= 5
 
 
-@dataclass
+@dataclass(slots=True)
 class Position:
     Lat: float = 0.0
     Lon: float = 0.0
 
 
-@dataclass
+@dataclass(slots=True)
 class DateTime:
     month: int = 0
     day: int = 0
@@ -237,7 +237,7 @@ class DateTime:
                             tzinfo=_dt.timezone.utc)
 
 
-@dataclass
+@dataclass(slots=True)
 class ProductData:
     """Who the receiver is, and the protocols and record layouts it announced."""
     Product_ID: int = 0
@@ -258,13 +258,13 @@ class ProductData:
         return f"{text} (product {self.Product_ID}, software {version}; {' '.join(self.Protocols)})"
 
 
-@dataclass
+@dataclass(slots=True)
 class Voltages:
     Internal_Voltage: float = 0.0
     External_Voltage: float = 0.0
 
 
-@dataclass
+@dataclass(slots=True)
 class Sat:
     """One satellite in view: snr in hundredths of a dB, status bit 2 (value 4) used in the fix."""
     svid: int = 0
@@ -274,7 +274,7 @@ class Sat:
     status: int = 0
 
 
-@dataclass
+@dataclass(slots=True)
 class FitnessPoint:
     """A fitness unit's track point; Lat and Lon are NaN where the unit marks them invalid."""
     Lat: float = 0.0
@@ -288,7 +288,7 @@ class FitnessPoint:
     Sensor: int = 0
 
 
-@dataclass
+@dataclass(slots=True)
 class FitnessLap:
     Index: int = 0
     Start_Time: int = 0
@@ -309,7 +309,7 @@ class FitnessLap:
     Extra: bytes = b""
 
 
-@dataclass
+@dataclass(slots=True)
 class Run:
     """A fitness unit's run, with the laps and the track points it names."""
     Track_Index: int = 0
@@ -327,7 +327,7 @@ class Run:
     Points: List[FitnessPoint] = field(default_factory=list)
 
 
-@dataclass
+@dataclass(slots=True)
 class CourseLap:
     Course_Index: int = 0
     Lap_Index: int = 0
@@ -343,7 +343,7 @@ class CourseLap:
     Avg_Cadence: int = 0
 
 
-@dataclass
+@dataclass(slots=True)
 class CoursePoint:
     Name: str = ""
     Unused1: int = 0
@@ -353,7 +353,7 @@ class CoursePoint:
     Point_Type: int = 0
 
 
-@dataclass
+@dataclass(slots=True)
 class Course:
     """A course, with its laps, course points and track."""
     Index: int = 0
