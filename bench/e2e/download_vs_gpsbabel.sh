@@ -66,7 +66,6 @@ run() {
 ack_get() { "$build/bench/e2e/ack_host" "$work/gps"; }
 trekcom_get() { "$tool" --port "$work/gps" --no-progress get tracks -o "$1"; }
 gpsbabel_get() { gpsbabel -t -i garmin -f "$work/gps" -o gpx -F "$1"; }
-median() { printf '%s\n' "$@" | sort -g | awk '{v[NR] = $1} END {print v[int((NR + 1) / 2)]}'; }
 
 have_gpsbabel=0
 command -v gpsbabel >/dev/null && have_gpsbabel=1

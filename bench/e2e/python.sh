@@ -20,7 +20,6 @@ here=$(cd "$(dirname "$0")" && pwd)
 
 . "$here/sim_process.sh"
 
-median() { printf '%s\n' "$@" | sort -g | awk '{v[NR] = $1} END {print v[int((NR + 1) / 2)]}'; }
 py_s=() tool_s=() py_mb=0 py_points=0
 for _ in $(seq "$rounds"); do
     start_sim --gen-track "$points"

@@ -10,6 +10,7 @@ cleanup() {
 trap cleanup EXIT
 
 log() { echo "$*" >&2; }
+median() { printf '%s\n' "$@" | sort -g | awk '{v[NR] = $1} END {print v[int((NR + 1) / 2)]}'; }
 
 # start_sim SIM_ARGS...: the unit on $work/gps, once it says it is ready.
 start_sim() {
