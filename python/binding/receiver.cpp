@@ -2,6 +2,7 @@
 
 #include <signal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <optional>
@@ -97,9 +98,11 @@ std::vector<std::string> Protocols(const TrekcomCtl& ctl) {
 }  // namespace
 
 [[noreturn]] void Raise_Error(const char* cls, const std::string& message, std::optional<int> number,
-                              const std::string& text) {
-    const py::object error = py::module_::import("trekcom.errors")
-                                 .attr(cls)(message, number ? py::object(py::int_(*number)) : py::none(), text);
+                              const std::string& text, const py::object& received) {
+    const py::object number_or_none = number ? py::object(py::int_(*number)) : py::none();
+    const py::object error_class = py::module_::import("trekcom.errors").attr(cls);
+    const py::object error = received ? error_class(message, number_or_none, text, received)
+                                      : error_class(message, number_or_none, text);
     PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(error.ptr())), error.ptr());
     throw py::error_already_set();
 }
@@ -249,11 +252,13 @@ py::list Receiver::Get(const std::string& kind) {
     });
     py::list records = Kind_To_Python(data, k);
     if (!session_->Shortfall().empty()) {
-        // What did arrive is not lost: it rides on the error.
-        const py::object error = py::module_::import("trekcom.errors")
-                                     .attr("IncompleteError")(session_->Shortfall(), 7, session_->Shortfall(), records);
-        PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(error.ptr())), error.ptr());
-        throw py::error_already_set();
+        // What did arrive is not lost: it rides on the error, with the control's count error.
+        constexpr std::int16_t kIncomplete_Transfer = 7;
+        const auto& codes = session_->Error_Codes();
+        const auto at = std::find(codes.rbegin(), codes.rend(), kIncomplete_Transfer);
+        const std::size_t i = static_cast<std::size_t>(codes.rend() - at) - 1;
+        Raise_Error("IncompleteError", session_->Shortfall(), kIncomplete_Transfer,
+                    at == codes.rend() ? session_->Shortfall() : session_->Errors()[i], records);
     }
     return records;
 }
@@ -300,11 +305,13 @@ void Receiver::Pvt_Start() {
     Blocking([&] {
         Ensure_Identified();
         TrekcomCtl& ctl = session_->Ctl();
+        // A unit without PVT leaves the protocol blank (spaces or NULs).
         if (ctl.Pvt_Transfer_Protocol().find_first_not_of(" \0", 0, 2) == std::string::npos)
             throw tool::Failure(tool::kUnsupported, "unsupported kind: " + session_->Describe() + " sends no PVT data");
         fixes_.clear();
         session_->On_Packet = [this, &ctl](const Bytes& p) {
             if (p[1] == ctl.PID_Pvt_Data() && ctl.PvtData()) fixes_.push_back(*ctl.PvtData());
+            if (p[1] == ctl.PID_Sats()) ++sat_tables_;
         };
         ctl.Pvt_Data_Start();
     });
@@ -332,23 +339,9 @@ void Receiver::Pvt_Stop() {
 py::list Receiver::Satellites() {
     const bool was_streaming = streaming_;
     if (!was_streaming) Pvt_Start();
+    const long before = sat_tables_;
     try {
-        Blocking([&] {
-            TrekcomCtl& ctl = session_->Ctl();
-            bool got = false;
-            auto pvt = session_->On_Packet;
-            session_->On_Packet = [&](const Bytes& p) {
-                got = got || p[1] == ctl.PID_Sats();
-                if (pvt) pvt(p);
-            };
-            try {
-                session_->Wait("waiting for the satellite table", [&] { return got; });
-            } catch (...) {
-                session_->On_Packet = pvt;
-                throw;
-            }
-            session_->On_Packet = pvt;
-        });
+        Blocking([&] { session_->Wait("waiting for the satellite table", [&] { return sat_tables_ > before; }); });
     } catch (...) {
         if (!was_streaming) Pvt_Stop();
         throw;

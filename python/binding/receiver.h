@@ -70,12 +70,14 @@ private:
     bool sim_ = false;
     bool streaming_ = false;      // between Pvt_Start and Pvt_Stop
     std::deque<cPvtData> fixes_;  // arrived and not yet taken
+    long sat_tables_ = 0;         // satellite tables that arrived while streaming
     std::ostringstream notes_;    // the device search's notes: a library prints nothing
 };
 
 // Raises trekcom.errors.<cls>(message, number, text).
 // number: the control's, or none when the failure was found around it.
+// received: what a download that came short did bring (IncompleteError).
 [[noreturn]] void Raise_Error(const char* cls, const std::string& message, std::optional<int> number,
-                              const std::string& text);
+                              const std::string& text, const py::object& received = py::object());
 
 }  // namespace trekcom::python
