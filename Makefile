@@ -2,7 +2,8 @@
 #   make demo   installs what is missing, builds, runs the main job on the built-in simulated receiver
 #   make test   installs what is missing, builds, runs every test (ctest)
 #   make test-asan  the same suite in a second tree under AddressSanitizer and
-#               UndefinedBehaviorSanitizer (build-asan); CI runs both
+#               UndefinedBehaviorSanitizer (build-asan), the Python package's
+#               pytest suite included; CI runs both
 #   make coverage  the suite in an instrumented tree (build-coverage), then the
 #               line and branch coverage of src/ (gcovr)
 #   make fuzz   builds the libFuzzer targets with clang (build-fuzz), runs each FUZZ_SECONDS
@@ -79,7 +80,8 @@ test: build
 # made it (the sanitizers abort; leaks are reported at exit).
 test-asan: setup
 	@mkdir -p $(ASAN_BUILD) && cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTREKCOM_SANITIZE=ON -DTREKCOM_WERROR=$(WERROR) \
-	  -DTREKCOM_BUILD_BENCH=OFF > $(ASAN_BUILD)/configure.log || (cat $(ASAN_BUILD)/configure.log; exit 1)
+	  -DTREKCOM_BUILD_BENCH=OFF -DTREKCOM_PYTHON=ON -DPython_EXECUTABLE=$(PYTHON) \
+	  > $(ASAN_BUILD)/configure.log || (cat $(ASAN_BUILD)/configure.log; exit 1)
 	@cmake --build $(ASAN_BUILD) -j $(JOBS)
 	@cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 ctest --output-on-failure -j $(JOBS)
