@@ -56,6 +56,9 @@ public:
     Sigint_Guard(const Sigint_Guard&) = delete;
     Sigint_Guard& operator=(const Sigint_Guard&) = delete;
 
+    // True when Ctrl-C came while this handler was in place.
+    bool Fired() const { return installed_ && g_interrupted != 0; }
+
     // True when Ctrl-C came during the wait; Python's handler is back.
     bool Restore() {
         if (!installed_) return false;
@@ -165,7 +168,9 @@ auto Receiver::Blocking(Work&& work) -> decltype(work()) {
     {
         py::gil_scoped_release nogil;
         std::lock_guard lock(Conversation());
-        platform.Clear_Interrupt();
+        // A stale request from an earlier wait goes; one made while this wait
+        // queued for its turn stays, and the wait ends at once.
+        if (!sigint.Fired()) platform.Clear_Interrupt();
         try {
             if constexpr (std::is_void_v<Result>) {
                 work();
