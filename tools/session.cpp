@@ -106,7 +106,7 @@ void Session::Open() {
         if (!diagnosis.empty()) throw Failure(kNo_Device, "no device: " + diagnosis);
         if (usb_search_given_up_)
             throw Failure(kNo_Device, "no device: no Garmin USB receiver appeared within " +
-                                          std::to_string(options_.timeout_ms) + " ms (--timeout)");
+                                          std::to_string(options_.timeout_ms) + " ms (" + options_.timeout_name + ")");
         const std::string why = errors_.size() > before ? One_Line(errors_.back()) : "cannot open the port";
         throw Failure(kNo_Device, "no device: " + Port_Text() + ": " + why);
     }

@@ -43,6 +43,7 @@ struct Session_Options {
     std::string port = "1";  // PATH, N, usb or sim
     std::string settings;    // empty: the control's default
     int timeout_ms = 5000;   // silence that ends a wait
+    std::string timeout_name = "--timeout";  // how the user sets it, for messages
     std::string language;
     std::string trace_file;
     bool progress = true;    // may draw a bar when standard error is a terminal

@@ -116,6 +116,7 @@ Receiver::Receiver(Receiver_Options options) : options_(std::move(options)) {
     tool::Session_Options s;
     s.port = options_.port;
     s.timeout_ms = options_.timeout_ms;
+    s.timeout_name = "timeout";
     s.trace_file = options_.trace_file;
     s.progress = false;
     s.fast = options_.fast;
